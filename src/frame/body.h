@@ -1,0 +1,43 @@
+// The body of a request: into memory for parsing, or straight into a file.
+#pragma once
+
+#include <cstddef>
+
+#include "frame/request.h"
+
+namespace psia {
+
+/// Largest body taken into memory: 1 MiB. The longest documents clients send are a few kilobytes.
+inline constexpr long long kMaxBodyInMemory = 1LL << 20;
+/// Largest body stored in a file: 64 MiB, well above a settings file and well below the device's memory.
+inline constexpr long long kMaxBodyInFile = 64LL << 20;
+
+/// A request body in memory; owns it.
+class Body {
+ public:
+  /// Reads the whole body. Gives no body when its length is missing, negative, 0 or above kMaxBodyInMemory,
+  /// when fewer bytes come than announced, and when memory is short.
+  [[nodiscard]] static Body read(const Request& request);
+
+  Body() = default;
+  ~Body();
+  Body(const Body&) = delete;
+  Body& operator=(const Body&) = delete;
+  Body(Body&& other) noexcept;
+  Body& operator=(Body&& other) = delete;
+
+  explicit operator bool() const { return text_ != nullptr; }
+  /// Zero-terminated; a zero byte inside the body ends the text there.
+  [[nodiscard]] const char* text() const { return text_; }
+
+ private:
+  char* text_ = nullptr;
+};
+
+/// Stores the body in the file `path`, replacing it. Returns 0, also when fewer bytes come than announced:
+/// the file then ends with the last complete piece of 1024 bytes. -1: the length is missing, negative or
+/// above kMaxBodyInFile (the file is not touched) or the file cannot be opened; -2: a write failed; -3:
+/// closing failed.
+[[nodiscard]] int save_body(const Request& request, const char* path);
+
+}  // namespace psia

@@ -1,0 +1,135 @@
+#include "frame/control_queue.h"
+
+#include <fcgi_stdio.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "frame/sleep.h"
+#include "frame/stop.h"
+
+namespace psia {
+
+namespace {
+
+constexpr std::size_t kTypeSize = 4;  // of the record as the daemons see it
+constexpr std::size_t kCommandOffset = 4;
+constexpr std::size_t kResultOffset = 8;
+constexpr int kPollMilliseconds = 100;
+
+enum Result { kDone = 0, kBusy = 1, kFailed = 2 };
+
+/// The id of an existing queue, or -1 when the service is told to stop before there is one.
+int find_queue(key_t key) {
+  const StopSignalsAllowed allowed;
+  while (!stop_requested()) {
+    const int queue = msgget(key, 0666);
+    if (queue >= 0) return queue;
+    sleep(1);
+  }
+  return -1;
+}
+
+void drain(int queue) {
+  msqid_ds state{};
+  if (msgctl(queue, IPC_STAT, &state) != 0) return;
+  struct {
+    long type;
+    std::array<char, 12> text;
+  } discarded{};
+  for (msgqnum_t left = state.msg_qnum; left > 0; --left) {
+    (void)msgrcv(queue, &discarded, discarded.text.size(), 0, IPC_NOWAIT | MSG_NOERROR);
+  }
+}
+
+}  // namespace
+
+/// Puts the message into the queue. A full queue holds the service up until the daemons make room, but not
+/// against a request to stop.
+bool ControlQueues::send_request(const ControlMessage& message) const {
+  const StopSignalsAllowed allowed;
+  while (msgsnd(requests_, &message, ControlMessage::kTextSize, 0) == -1) {
+    if (errno != EINTR || stop_requested()) return false;
+  }
+  return true;
+}
+
+ControlMessage::ControlMessage(Command command) : type_(getpid()) {
+  put_int(kCommandOffset, static_cast<std::int32_t>(command));
+}
+
+void ControlMessage::put_int(std::size_t offset, std::int32_t value) {
+  auto word = static_cast<std::uint32_t>(value);
+  for (std::size_t i = 0; i < 4; ++i) {
+    text_[offset - kTypeSize + i] = static_cast<char>(static_cast<unsigned char>(word));
+    word >>= 8U;
+  }
+}
+
+void ControlMessage::put_text(std::size_t offset, std::size_t size, const char* text) {
+  std::memcpy(&text_[offset - kTypeSize], text, std::min(std::strlen(text), size - 1));
+}
+
+std::int32_t ControlMessage::int_at(std::size_t offset) const {
+  std::uint32_t word = 0;
+  for (std::size_t i = 4; i-- > 0;) {
+    word = word << 8U | static_cast<unsigned char>(text_[offset - kTypeSize + i]);
+  }
+  return static_cast<std::int32_t>(word);
+}
+
+std::string_view ControlMessage::text_at(std::size_t offset) const {
+  const char* start = &text_[offset - kTypeSize];
+  return {start, strnlen(start, text_.size() - (offset - kTypeSize))};
+}
+
+int reply_poll_count(std::int32_t command) {
+  switch (command) {  // 9, 12, 22 and 23 are sent by other programs of the camera
+    case 9:
+    case 10:
+    case 11:
+    case 12:
+    case 22:
+      return 1800;
+    case 23:
+      return 300;
+    default:
+      return 50;
+  }
+}
+
+std::optional<ControlQueues> ControlQueues::open() {
+  const int requests = find_queue(kRequestQueueKey);
+  if (requests < 0) return std::nullopt;
+  drain(requests);
+  const int replies = find_queue(kReplyQueueKey);
+  if (replies < 0) return std::nullopt;
+  drain(replies);
+  return ControlQueues(requests, replies);
+}
+
+int ControlQueues::send_and_wait(ControlMessage& message) const {
+  const long type = message.type_;
+  if (!send_request(message)) {
+    FCGI_perror("Send Message using Message Queue 1 Failed\n");
+    message.put_int(kResultOffset, kBusy);
+    return kBusy;
+  }
+  const int polls = reply_poll_count(message.int_at(kCommandOffset)) + 1;
+  for (int poll = 0; poll < polls; ++poll) {
+    message.type_ = 0;
+    message.text_.fill('\0');
+    if (msgrcv(replies_, &message, ControlMessage::kTextSize, type, IPC_NOWAIT) != -1) {
+      const std::int32_t result = message.int_at(kResultOffset);
+      return result == kDone || result == kBusy ? result : kFailed;
+    }
+    sleep_milliseconds(kPollMilliseconds);
+  }
+  return kBusy;
+}
+
+}  // namespace psia

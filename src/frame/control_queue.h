@@ -1,0 +1,93 @@
+// Telling the camera's daemons about changes: a control message goes out on one System V message queue, the
+// reply is awaited on the other. The daemons create both queues.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace psia {
+
+/// Queue keys: requests to the daemons, and their replies.
+inline constexpr int kRequestQueueKey = 1111;
+inline constexpr int kReplyQueueKey = 2222;
+
+/// What changed, or what a daemon is asked to do.
+enum class Command : std::int32_t {
+  kVideoSource = 1,
+  kVideoEncoder = 2,
+  kAudio = 3,
+  kTime = 6,
+  kTimeZone = 7,
+  kReboot = 8,
+  kFactoryReset = 10,
+  kExportConfiguration = 11,
+  kAddressing = 31,
+  kNameServers = 33,
+  kRtspPort = 37,
+};
+
+/// Where a message's own data begins; every offset counts from the start of the record as the daemons see it.
+inline constexpr std::size_t kPayloadOffset = 12;
+
+/// The record that passes over both queues: 4116 bytes of little-endian 32-bit words on the device.
+///
+///     0  message type, the sender's process id
+///     4  command code
+///     8  result: 0 done, 1 busy, 2 failed
+///    12  payload, 4104 bytes
+///
+/// msgsnd(2) wants the type as a C long, which has 8 bytes on a 64-bit host; what lies behind it is the same
+/// everywhere.
+class ControlMessage {
+ public:
+  static constexpr std::size_t kRecordSize = 4116;
+  static constexpr std::size_t kTextSize = kRecordSize - 4;  ///< the size given to msgsnd and msgrcv
+
+  /// A message from this process, all zero but for its type and `command`.
+  explicit ControlMessage(Command command);
+
+  /// Stores a word or a text at `offset` of the record. A text takes at most `size` bytes with its
+  /// terminating zero and is cut to fit. Both must lie within the record.
+  void put_int(std::size_t offset, std::int32_t value);
+  void put_text(std::size_t offset, std::size_t size, const char* text);
+
+  [[nodiscard]] std::int32_t int_at(std::size_t offset) const;
+  /// The text from `offset` to its terminating zero or the end of the record.
+  [[nodiscard]] std::string_view text_at(std::size_t offset) const;
+
+ private:
+  friend class ControlQueues;
+
+  long type_;
+  std::array<char, kTextSize> text_{};
+};
+
+static_assert(sizeof(long) != 4 || sizeof(ControlMessage) == ControlMessage::kRecordSize);
+
+class ControlQueues {
+ public:
+  /// Looks both queues up and discards what waits in them: replies left from an earlier run would be taken
+  /// for new ones. Waits without limit, a second at a time, until the daemons have created them; gives
+  /// nothing only when the service is told to stop meanwhile.
+  [[nodiscard]] static std::optional<ControlQueues> open();
+
+  /// Sends `message` and waits for the reply, which replaces it. Returns the reply's result: 0 done, 1 busy
+  /// (also when the message could not be sent or no reply came in time), 2 failed. Blocks for up to 5.1 s,
+  /// for the commands that take long up to 30.1 s or 180.1 s.
+  [[nodiscard]] int send_and_wait(ControlMessage& message) const;
+
+ private:
+  ControlQueues(int requests, int replies) : requests_(requests), replies_(replies) {}
+  [[nodiscard]] bool send_request(const ControlMessage& message) const;
+
+  int requests_;
+  int replies_;
+};
+
+/// How often the reply queue is looked at again, 100 ms apart, after a first look that found nothing.
+[[nodiscard]] int reply_poll_count(std::int32_t command);
+
+}  // namespace psia

@@ -1,0 +1,83 @@
+// The device configuration database, shared with the camera's daemons: one statement at a time, each its own
+// transaction. The schema is the device's; the service reads and writes rows and never creates tables.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+struct sqlite3;
+
+namespace psia {
+
+inline constexpr const char* kConfigurationDatabase = "/usr/local/orvid/morvid.db";
+inline constexpr const char* kDefaultsDatabase = "/usr/local/orvid/conf/default.db";
+
+/// The result of a query; owns it. Rows and columns are counted from 0.
+class Rows {
+ public:
+  Rows() = default;
+  ~Rows();
+  Rows(const Rows&) = delete;
+  Rows& operator=(const Rows&) = delete;
+  Rows(Rows&& other) noexcept;
+  Rows& operator=(Rows&& other) = delete;
+
+  /// True when the statement ran, even when it gave no row.
+  [[nodiscard]] bool succeeded() const { return succeeded_; }
+  /// True when the statement ran and gave at least one row.
+  [[nodiscard]] bool found() const { return count_ > 0; }
+  [[nodiscard]] int count() const { return count_; }
+
+  /// The value as text; empty for NULL and for a row or column that is not there. Lives as long as the rows.
+  [[nodiscard]] const char* text(int row, int column) const;
+  /// The value as a number (see to_int32); 0 for NULL and for a row or column that is not there.
+  [[nodiscard]] std::int32_t number(int row, int column) const;
+  [[nodiscard]] bool is_null(int row, int column) const;
+
+ private:
+  friend class Database;
+  [[nodiscard]] const char* cell(int row, int column) const;
+
+  char** table_ = nullptr;  // as sqlite3_get_table gives it: a row of column names, then the rows
+  int count_ = 0;
+  int columns_ = 0;
+  bool succeeded_ = false;
+};
+
+/// The service's connections. A lock held by a daemon is waited for up to 1.05 s per statement, then the
+/// statement fails.
+///
+/// Statements are fixed texts in which a text value stands as '%s' and a number as %d. A text value that
+/// holds a single quote makes its statement fail without being run: values are never escaped, so a quote
+/// could otherwise end the literal and change what the statement does.
+class Database {
+ public:
+  Database() = default;
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+  Database(Database&&) = delete;
+  Database& operator=(Database&&) = delete;
+
+  /// Opens the database file `path`; false when that fails, and nothing is left open.
+  [[nodiscard]] bool open(const char* path);
+
+  /// Runs a statement that reads.
+  [[nodiscard]] Rows query(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+  /// Runs a statement that writes; false when it failed. Changing no row is success.
+  [[nodiscard]] bool execute(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+  /// Runs "update system set uuid='%s'" with `identifier` on the configuration database and, over a second
+  /// connection that then stays open until the service ends, on the factory defaults database. When the
+  /// defaults database could be opened the connection to the *configuration* database is closed, and every
+  /// later statement fails until the service is started again: a camera that has just been given its identity
+  /// is meant to be restarted before it is used.
+  void store_identifier(const char* identifier);
+
+ private:
+  sqlite3* connection_ = nullptr;  // null while closed
+  sqlite3* defaults_ = nullptr;    // null until an identifier was stored
+};
+
+}  // namespace psia

@@ -1,0 +1,40 @@
+// A text of bounded size: what a request's values are copied into. Longer values are cut without a word, so
+// that no client decides how much memory the service uses.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+
+namespace psia {
+
+/// Holds at most `Size` - 1 bytes and a terminating zero.
+template <std::size_t Size>
+class FixedText {
+ public:
+  FixedText() = default;
+  explicit FixedText(const char* text) { assign(text); }
+
+  /// Replaces the text by at most `Size` - 1 bytes of `text`. As with snprintf, what an earlier, longer text
+  /// left behind the terminating zero stays there.
+  void assign(const char* text) { assign(text, std::strlen(text)); }
+
+  /// The same for the first `length` bytes of `text`.
+  void assign(const char* text, std::size_t length) {
+    if (length > Size - 1) length = Size - 1;
+    std::memcpy(data_.data(), text, length);
+    data_[length] = '\0';
+  }
+
+  void clear() { data_[0] = '\0'; }
+
+  [[nodiscard]] const char* c_str() const { return data_.data(); }
+  [[nodiscard]] bool empty() const { return data_[0] == '\0'; }
+  /// All `Size` bytes, those behind the terminating zero included.
+  [[nodiscard]] const std::array<char, Size>& bytes() const { return data_; }
+
+ private:
+  std::array<char, Size> data_{};
+};
+
+}  // namespace psia

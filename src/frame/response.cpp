@@ -1,0 +1,75 @@
+#include "frame/response.h"
+
+#include <fcgi_stdio.h>
+
+#include <array>
+#include <cstdio>
+
+namespace psia {
+
+namespace {
+
+constexpr std::array kStatusStrings = {
+    "OK",
+    "Device Busy",
+    "Device Error",
+    "Invalid Operation",
+    "Invalid XML Format",
+    "Invalid XML Content",
+    "Reboot Required",
+};
+
+void send(const char* content_type, TextBuffer& document) {
+  document.fold();
+  FCGI_printf("Content-Length: %d\r\n", static_cast<int>(document.length()));
+  write_text(content_type);
+  FCGI_fwrite(const_cast<char*>(document.data()), 1, document.length(), FCGI_stdout);
+}
+
+}  // namespace
+
+void write_text(const char* text) {
+  FCGI_fputs(text, FCGI_stdout);
+}
+
+void answer_status(const Request& request, Status status) {
+  TextBuffer document;
+  document.append("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n");
+  document.append("<ResponseStatus version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
+  document.append("<requestURL>%s</requestURL>\n", request.uri);
+  document.append("<statusCode>%d</statusCode>\n", static_cast<int>(status));
+  document.append(
+      "<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, 6-Invalid XML content; 7-Reboot Required -->\n");
+  document.append("<statusString>%s</statusString>\n", kStatusStrings[static_cast<std::size_t>(status) - 1]);
+  document.append("<id>1</id>\n");
+  document.append("</ResponseStatus>\n");
+  if (document.valid()) send(kXmlContent, document);
+}
+
+void answer_result(const Request& request, int result) {
+  answer_status(request, static_cast<Status>(result + 1));
+}
+
+void answer_ok(Service& /*service*/, const Request& request) {
+  answer_status(request, Status::kOk);
+}
+
+void answer_invalid_operation(Service& /*service*/, const Request& request) {
+  answer_status(request, Status::kInvalidOperation);
+}
+
+void send_document(const Request& request, const char* content_type, TextBuffer& document) {
+  if (!document.valid()) return answer_status(request, Status::kDeviceError);
+  send(content_type, document);
+}
+
+void print_document(const Request& request, TextBuffer& document) {
+  if (!document.valid()) return answer_status(request, Status::kDeviceError);
+  document.fold();
+  std::printf("Content-Length: %d\r\n", static_cast<int>(document.length()));
+  std::puts("Content-Type: application/xml\r\n\r");
+  std::fwrite(document.data(), 1, document.length(), stdout);
+  std::fflush(stdout);
+}
+
+}  // namespace psia

@@ -1,0 +1,75 @@
+// How every answer leaves the service: documents with their header lines, and the ResponseStatus document
+// that answers every change and every refused or failed request.
+#pragma once
+
+#include "frame/request.h"
+#include "frame/text_buffer.h"
+
+namespace psia {
+
+struct Service;
+
+/// The status codes of the PSIA ResponseStatus document.
+enum class Status : int {
+  kOk = 1,
+  kDeviceBusy = 2,
+  kDeviceError = 3,
+  kInvalidOperation = 4,
+  kInvalidXmlFormat = 5,
+  kInvalidXmlContent = 6,
+  kRebootRequired = 7,
+};
+
+/// Content-Type lines with the empty line that ends the header.
+inline constexpr const char* kXmlContent = "Content-Type: application/xml; charset=\"UTF-8\"\r\n\r\n";
+inline constexpr const char* kTextContent = "Content-Type: text/plain; charset=\"UTF-8\"\r\n\r\n";
+
+/// The XML declaration of most documents; some end it without a line break, some with "\n".
+inline constexpr const char* kXmlDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\r\n";
+inline constexpr const char* kXmlDeclarationBare = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
+inline constexpr const char* kXmlDeclarationLine = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n";
+
+/// Writes a text to the client as it stands.
+void write_text(const char* text);
+
+/// Answers with a ResponseStatus document. Writes nothing when memory is short.
+void answer_status(const Request& request, Status status);
+
+/// Answers with the status that goes with a control message's result: 0 ok, 1 busy, 2 error.
+void answer_result(const Request& request, int result);
+
+/// Handlers whose whole answer is a fixed status.
+void answer_ok(Service& service, const Request& request);
+void answer_invalid_operation(Service& service, const Request& request);
+
+/// Sends a finished document to the client, or a device error when memory ran short while it was built.
+void send_document(const Request& request, const char* content_type, TextBuffer& document);
+
+/// The same on the process's standard output, with the Event resources' own Content-Type line. Over FastCGI
+/// the client receives nothing of it; that is how the Event documents have always gone out. A plain CGI
+/// program's standard output is the client.
+void print_document(const Request& request, TextBuffer& document);
+
+/// Answers with the document that `build` appends to the text buffer it is given.
+template <typename Build>
+void answer_document(const Request& request, const char* content_type, const Build& build) {
+  TextBuffer document;
+  if (document.valid()) build(document);
+  send_document(request, content_type, document);
+}
+
+/// Answers with an XML document; see answer_document.
+template <typename Build>
+void answer_xml(const Request& request, const Build& build) {
+  answer_document(request, kXmlContent, build);
+}
+
+/// Answers with an Event document, on standard output; see print_document.
+template <typename Build>
+void print_xml(const Request& request, const Build& build) {
+  TextBuffer document;
+  if (document.valid()) build(document);
+  print_document(request, document);
+}
+
+}  // namespace psia

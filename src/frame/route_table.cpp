@@ -1,0 +1,244 @@
+#include "frame/route_table.h"
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+#include "frame/index_documents.h"
+#include "frame/response.h"
+#include "frame/service.h"
+#include "media/audio_channels.h"
+
+namespace psia {
+
+namespace {
+
+using Handler = void (*)(Service&, const Request&);
+
+/// What a URI must fulfil besides beginning with the prefix, upper and lower case being the same.
+enum Match {
+  kPrefix,  // nothing: /PSIA/System/statusXYZ is served like /PSIA/System/status
+  kExact,   // it is the prefix and no more
+  kLonger,  // there is something behind the prefix
+  kNested,  // there is a '/' behind the prefix
+  kFlat,    // there is no '/' behind the prefix
+};
+
+/// The highest user level that is let in; 4 and above never are.
+enum Level { kAdministrator = 0, kOperator = 1, kAnyone = 3 };
+
+struct MethodRule {
+  const char* method = nullptr;
+  Level level = kAdministrator;
+  Handler handler = nullptr;
+};
+
+struct Route {
+  const char* prefix;
+  Match match;
+  std::array<MethodRule, 4> methods;  // unused ones stay null
+};
+
+constexpr MethodRule get(Level level, Handler handler) {
+  return {"GET", level, handler};
+}
+constexpr MethodRule put(Level level, Handler handler) {
+  return {"PUT", level, handler};
+}
+constexpr MethodRule post(Level level, Handler handler) {
+  return {"POST", level, handler};
+}
+constexpr MethodRule del(Level level, Handler handler) {
+  return {"DELETE", level, handler};
+}
+
+void read_channel_resource(Service& service, const Request& request);
+
+/// Tried from top to bottom. A route that matches but has no method for the caller passes the request on to
+/// the routes below it, which is how POST /PSIA/System/time/ntpServers/3 adds a server.
+// clang-format off
+constexpr auto kRoutes = std::to_array<Route>({
+    {"/PSIA/indexr", kPrefix, {{get(kAnyone, read_recursive_index)}}},
+    {"/PSIA/index", kPrefix, {{get(kAnyone, read_root_index)}}},
+    {"/PSIA/description", kPrefix, {{get(kAnyone, read_description)}}},
+
+    {"/PSIA/System/index", kPrefix, {{get(kAnyone, read_system_index)}}},
+    {"/PSIA/System/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/System/reboot", kPrefix, {{put(kAdministrator, answer_invalid_operation)}}},
+    {"/PSIA/System/updateFirmware", kPrefix, {{put(kAdministrator, answer_ok)}}},
+    {"/PSIA/System/configurationData", kPrefix,
+     {{get(kAdministrator, answer_invalid_operation),
+       put(kAdministrator, answer_invalid_operation)}}},
+    {"/PSIA/System/factoryReset", kPrefix, {{put(kAdministrator, answer_invalid_operation)}}},
+    {"/PSIA/System/deviceInfo", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kAdministrator, answer_invalid_operation)}}},
+    {"/PSIA/System/status", kPrefix, {{get(kAnyone, answer_invalid_operation)}}},
+    {"/PSIA/System/time/localTime", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/System/time/timeZone", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/System/time/ntpServers/", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       del(kOperator, answer_ok)}}},
+    {"/PSIA/System/time/ntpServers", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       post(kOperator, answer_invalid_operation),
+       del(kOperator, answer_ok)}}},
+    {"/PSIA/System/time", kPrefix, {{get(kAnyone, answer_invalid_operation), put(kOperator, answer_invalid_operation)}}},
+
+    {"/PSIA/System/Network/index", kPrefix, {{get(kAnyone, read_network_index)}}},
+    {"/PSIA/System/Network/description", kPrefix, {{get(kAnyone, read_description)}}},
+    {"/PSIA/System/Network/interfaces/eth0/ipAddress", kExact,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kAdministrator, answer_invalid_operation)}}},
+    {"/PSIA/System/Network/interfaces/eth0/discovery", kExact,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kAdministrator, answer_ok)}}},
+    {"/PSIA/System/Network/interfaces/eth0", kExact,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kAdministrator, answer_invalid_operation)}}},
+    {"/PSIA/System/Network/interfaces", kExact, {{get(kAnyone, answer_invalid_operation)}}},
+
+    {"/PSIA/System/Audio/index", kPrefix, {{get(kAnyone, read_audio_index)}}},
+    {"/PSIA/System/Audio/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/System/Audio/channels/1", kPrefix,
+     {{get(kAnyone, read_audio_channel),
+       put(kOperator, set_audio_channel)}}},
+    {"/PSIA/System/Audio/channels", kPrefix, {{get(kAnyone, list_audio_channels)}}},
+
+    {"/PSIA/System/Video/index", kPrefix, {{get(kAnyone, read_video_index)}}},
+    {"/PSIA/System/Video/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/System/Video/inputs/channels/1", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/System/Video/inputs/channels", kExact, {{get(kAnyone, answer_invalid_operation)}}},
+    {"/PSIA/System/Video/inputs", kExact, {{get(kAnyone, answer_invalid_operation)}}},
+
+    {"/PSIA/Security/index", kPrefix, {{get(kAnyone, read_security_index)}}},
+    {"/PSIA/Security/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/Security/AAA/index", kPrefix, {{get(kAnyone, read_aaa_index)}}},
+    {"/PSIA/Security/AAA/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/Security/AAA/users/", kLonger,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kAdministrator, answer_invalid_operation),
+       del(kAdministrator, answer_invalid_operation)}}},
+    {"/PSIA/Security/AAA/users", kExact,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kAdministrator, answer_invalid_operation),
+       post(kAdministrator, answer_invalid_operation),
+       del(kAdministrator, answer_invalid_operation)}}},
+
+    {"/PSIA/Streaming/index", kPrefix, {{get(kAnyone, read_streaming_index)}}},
+    {"/PSIA/Streaming/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/Streaming/status", kPrefix, {{get(kAnyone, answer_invalid_operation)}}},
+    {"/PSIA/Streaming/channels/", kLonger,
+     {{get(kAnyone, read_channel_resource),
+       put(kOperator, answer_invalid_operation),
+       del(kOperator, answer_ok)}}},
+    {"/PSIA/Streaming/channels", kExact,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       post(kOperator, answer_invalid_operation),
+       del(kOperator, answer_ok)}}},
+
+    {"/PSIA/Custom/Event/index", kPrefix, {{get(kAnyone, read_event_index)}}},
+    {"/PSIA/Custom/Event/description", kPrefix, {{get(kAnyone, read_event_description)}}},
+    // Everything below a trigger is its notification list: a single notification has no route of its own, and
+    // what stands behind "notifications/" is not looked at.
+    {"/PSIA/Custom/Event/triggers/", kNested,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       post(kOperator, answer_invalid_operation),
+       del(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/Custom/Event/triggers/", kFlat,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       del(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/Custom/Event/triggers", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       post(kOperator, answer_invalid_operation),
+       del(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/Custom/Event/schedule", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/Custom/Event/notification/mailing/", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       del(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/Custom/Event/notification/mailing", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       post(kOperator, answer_invalid_operation),
+       del(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/Custom/Event/notification/ftp/", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       del(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/Custom/Event/notification/ftp", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation),
+       post(kOperator, answer_invalid_operation),
+       del(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/Custom/Event/notification", kPrefix,
+     {{get(kAnyone, answer_invalid_operation),
+       put(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/Custom/Event", kPrefix, {{get(kAnyone, answer_invalid_operation), put(kOperator, answer_invalid_operation)}}},
+});
+// clang-format on
+
+/// Compares the end of `uri` without regard to case.
+bool ends_with(std::string_view uri, std::string_view suffix) {
+  return uri.size() >= suffix.size() &&
+         strncasecmp(uri.data() + uri.size() - suffix.size(), suffix.data(), suffix.size()) == 0;
+}
+
+/// A channel, its capabilities or its status: the end of the URI decides.
+void read_channel_resource(Service& service, const Request& request) {
+  if (ends_with(request.uri, "status")) return answer_invalid_operation(service, request);
+  if (ends_with(request.uri, "capabilities")) return answer_invalid_operation(service, request);
+  answer_invalid_operation(service, request);
+}
+
+bool matches(const Route& route, std::string_view prefix, const char* uri) {
+  if (strncasecmp(uri, prefix.data(), prefix.size()) != 0) return false;
+  const char* tail = uri + prefix.size();
+  switch (route.match) {
+    case kPrefix:
+      return true;
+    case kExact:
+      return *tail == '\0';
+    case kLonger:
+      return *tail != '\0';
+    case kNested:
+      return std::strchr(tail, '/') != nullptr;
+    case kFlat:
+      return std::strchr(tail, '/') == nullptr;
+  }
+  return false;
+}
+
+}  // namespace
+
+void dispatch(Service& service, const Request& request) {
+  for (const Route& route : kRoutes) {
+    const std::string_view prefix = route.prefix;
+    if (!matches(route, prefix, request.uri)) continue;
+    for (const MethodRule& rule : route.methods) {
+      if (rule.handler == nullptr || request.level > rule.level) continue;
+      if (strcasecmp(request.method, rule.method) != 0) continue;
+      Request routed = request;
+      routed.tail = request.uri + prefix.size();
+      return rule.handler(service, routed);
+    }
+  }
+  answer_status(request, Status::kInvalidOperation);
+}
+
+}  // namespace psia

@@ -1,0 +1,77 @@
+// Start, accept loop and stop of the service.
+#include <fcgi_stdio.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+
+#include "frame/access_control.h"
+#include "frame/control_queue.h"
+#include "frame/database.h"
+#include "frame/environment.h"
+#include "frame/route_table.h"
+#include "frame/service.h"
+#include "frame/stop.h"
+#include "frame/xml.h"
+#include "system/time_zone_table.h"
+
+namespace {
+
+/// Web servers start FastCGI programs with descriptors 1 and 2 closed; without this the next file or
+/// connection opened would become standard output, and Event documents would be written into it.
+void open_standard_descriptors() {
+  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) == -1) (void)open("/dev/null", O_RDWR);  // takes the lowest free number
+  }
+}
+
+/// Waits for the next request; false when the service is to end: it was told to stop, libfcgi gives up, or
+/// this is a plain CGI program whose one request is done.
+bool accept_request() {
+  const psia::StopSignalsAllowed allowed;
+  return !psia::stop_requested() && FCGI_Accept() >= 0;
+}
+
+void handle_request(psia::Service& service) {
+  const int level = psia::check_access(service.database, std::getenv("HTTP_AUTHORIZATION"));
+  if (level < 0) return;
+  const char* uri = std::getenv("REQUEST_URI");
+  const char* method = std::getenv("REQUEST_METHOD");
+  if (uri == nullptr || method == nullptr) return;
+  psia::dispatch(service, {.uri = uri,
+                           .method = method,
+                           .content_length = std::getenv("CONTENT_LENGTH"),
+                           .level = level,
+                           .tail = ""});
+}
+
+}  // namespace
+
+int main() {
+  open_standard_descriptors();
+  psia::install_stop_signals();
+  psia::prepare_xml();
+  psia::Environment environment;
+
+  psia::Database database;
+  if (!database.open(psia::kConfigurationDatabase)) {
+    std::fputs("PSIA: DB Open Failed\n", stderr);  // libfcgi's error stream does not exist before an accept
+    return -1;
+  }
+  const std::optional<psia::ControlQueues> queues = psia::ControlQueues::open();
+  if (!queues) return EXIT_SUCCESS;
+  const psia::TzPairListOwner time_zones(psia::tz_pair_list_create());
+  if (!time_zones) return EXIT_FAILURE;
+  psia::tz_table_fill(*time_zones);
+
+  psia::Service service{environment, database, *queues, *time_zones};
+  while (accept_request()) {
+    environment.restore_tz();
+    handle_request(service);
+    FCGI_Finish();
+  }
+  return EXIT_SUCCESS;
+}

@@ -1,0 +1,63 @@
+#include "media/audio_channels.h"
+
+#include <optional>
+
+#include "frame/response.h"
+#include "frame/service.h"
+#include "frame/xml.h"
+
+namespace psia {
+
+namespace {
+
+bool audio_enabled(Service& service) {
+  return service.database.query("select Enable from Audio where AudioID=0").number(0, 0) != 0;
+}
+
+void append_audio_channel(TextBuffer& document, bool enabled) {
+  document.append("<AudioChannel version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+  document.append("<id>1</id>");
+  document.append("<enabled>%s</enabled>", enabled ? "true" : "false");
+  document.append("<audioMode>listenonly</audioMode>");
+  document.append("</AudioChannel>");
+}
+
+/// The Enable value a body asks for: a channel that does not say "true" is switched off.
+std::optional<int> read_requested_enable(const Request& request) {
+  const XmlDocument document = read_document(request, "AudioChannel");
+  if (!document) return std::nullopt;
+  int enable = 0;
+  for (const XmlElement child : document.root()) {
+    if (child.is("enabled")) enable = child.text_is("true") ? 1 : 0;
+  }
+  return enable;
+}
+
+}  // namespace
+
+void read_audio_channel(Service& service, const Request& request) {
+  answer_xml(request, [enabled = audio_enabled(service)](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    append_audio_channel(document, enabled);
+  });
+}
+
+void list_audio_channels(Service& service, const Request& request) {
+  answer_xml(request, [enabled = audio_enabled(service)](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<AudioChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    append_audio_channel(document, enabled);  // the inner element keeps its own namespace attribute
+    document.append("</AudioChannelList>");
+  });
+}
+
+void set_audio_channel(Service& service, const Request& request) {
+  const std::optional<int> enable = read_requested_enable(request);
+  if (!enable || !service.database.execute("update Audio set Enable=%d where AudioID=0", *enable)) {
+    return answer_status(request, Status::kDeviceError);
+  }
+  ControlMessage message(Command::kAudio);
+  answer_result(request, service.queues.send_and_wait(message));
+}
+
+}  // namespace psia

@@ -1,0 +1,245 @@
+// From start to stop: what the service waits for, what it does without, how it is told to end.
+#include <sqlite3.h>
+#include <sys/msg.h>
+#include <sys/syscall.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "tests/support/service_fixture.h"
+
+namespace psia_tests {
+namespace {
+
+constexpr const char* kAudio = "/PSIA/System/Audio/channels/1";
+constexpr const char* kSwitchOff = "<AudioChannel><enabled>false</enabled></AudioChannel>";
+
+class LifecycleTest : public ServiceTest {
+ protected:
+  static void remove_queue(int key) { ASSERT_EQ(msgctl(msgget(key, 0), IPC_RMID, nullptr), 0); }
+
+  [[nodiscard]] bool service_blocked_in(long system_call) const {
+    const std::string state = read_file("/proc/" + std::to_string(service_pid) + "/syscall");
+    return state.substr(0, state.find(' ')) == std::to_string(system_call);
+  }
+};
+
+TEST_F(LifecycleTest, WithoutADatabaseItSaysSoAndEndsWith255) {
+  std::filesystem::remove(camera::kDatabase);
+  std::filesystem::create_directory(camera::kDatabase);
+  start_service();
+  EXPECT_EQ(wait_for_exit(), 255);
+  EXPECT_EQ(reported(), "PSIA: DB Open Failed\n");
+  EXPECT_EQ(printed(), "");
+}
+
+TEST_F(LifecycleTest, WaitsForBothQueuesAndServesOnceTheyAreThere) {
+  remove_queue(1111);
+  remove_queue(2222);
+  start_service();
+  const fastcgi::Connection early = begin({.uri = "/PSIA/x"});
+  wait_until_idle();
+  ASSERT_GE(msgget(1111, 0666 | IPC_CREAT), 0);
+  ASSERT_GE(msgget(2222, 0666 | IPC_CREAT), 0);
+  EXPECT_EQ(early.receive().out, status(4, "/PSIA/x"));
+}
+
+TEST_F(LifecycleTest, CanBeStoppedWhileItWaitsForAQueue) {
+  for (const int signal : {SIGTERM, SIGUSR1}) {
+    for (const int key : {1111, 2222}) {
+      ASSERT_EQ(camera::reset_queues(), "");
+      remove_queue(key);
+      start_service();
+      wait_until_idle();
+      EXPECT_EQ(stop_service(signal), 0) << key;
+    }
+  }
+}
+
+TEST_F(LifecycleTest, MessagesLeftInTheQueuesAreDiscardedAtStart) {
+  camera::Message stale{.type = 77};
+  ASSERT_TRUE(camera::send_reply(stale));
+  ASSERT_EQ(msgsnd(msgget(1111, 0666), &stale, sizeof stale.body, 0), 0);
+  ASSERT_EQ(msgsnd(msgget(1111, 0666), &stale, 1, 0), 0);
+  start_service();
+  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+  expect_no_message();
+  EXPECT_EQ(msgrcv(msgget(2222, 0666), &stale, sizeof stale.body, 0, IPC_NOWAIT), -1);
+}
+
+TEST_F(LifecycleTest, StopsCleanlyWhileIdleAndWhileBusy) {
+  for (const int signal : {SIGTERM, SIGUSR1}) {
+    start_service();
+    EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+    wait_until_idle();
+    EXPECT_EQ(stop_service(signal), 0);
+
+    start_service();
+    const fastcgi::Connection busy = begin({.method = "PUT", .uri = kAudio, .body = kSwitchOff});
+    const camera::Message message = expect_message();
+    kill(service_pid, signal);
+    kill(service_pid, signal);
+    ASSERT_TRUE(camera::send_reply(camera::reply_to(message, 2)));
+    EXPECT_EQ(busy.receive().out, status(3, kAudio));  // the request at hand is finished
+    EXPECT_EQ(wait_for_exit(), 0);
+  }
+}
+
+TEST_F(LifecycleTest, AFullQueueHoldsTheServiceUpUntilThereIsRoomOrItIsStopped) {
+  start_service();
+  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+  const int queue = msgget(1111, 0666);
+  camera::Message filler{.type = 1};
+  while (msgsnd(queue, &filler, sizeof filler.body, IPC_NOWAIT) == 0) {
+  }
+  const fastcgi::Connection first = begin({.method = "PUT", .uri = kAudio, .body = kSwitchOff});
+  ASSERT_TRUE(eventually([this] { return service_blocked_in(SYS_msgsnd); }));
+  while (command_of(expect_message()) != 3) {
+  }
+  camera::Message reply{.type = service_pid};
+  ASSERT_TRUE(camera::send_reply(reply));
+  EXPECT_EQ(first.receive().out, status(1, kAudio));
+
+  while (msgsnd(queue, &filler, sizeof filler.body, IPC_NOWAIT) == 0) {
+  }
+  const fastcgi::Connection second = begin({.method = "PUT", .uri = kAudio, .body = kSwitchOff});
+  ASSERT_TRUE(eventually([this] { return service_blocked_in(SYS_msgsnd); }));
+  EXPECT_EQ(stop_service(SIGTERM), 0);
+  const fastcgi::Answer answer = second.receive();
+  EXPECT_EQ(answer.out, status(2, kAudio));
+  EXPECT_EQ(answer.errors.find("Send Message using Message Queue 1 Failed\n"), 0U) << answer.errors;
+}
+
+TEST_F(LifecycleTest, RepliesThatAreLateForeignOrTooLong) {
+  start_service();
+  const fastcgi::Connection unanswered = begin({.method = "PUT", .uri = kAudio, .body = kSwitchOff});
+  const camera::Message message = expect_message();
+  camera::Message foreign = camera::reply_to(message, 0);
+  foreign.type += 1;
+  ASSERT_TRUE(camera::send_reply(foreign));
+  EXPECT_EQ(unanswered.receive().out, status(2, kAudio));  // only its own reply counts
+  // A late reply is taken for the reply to the next message: there is nothing in it to tell it by.
+  ASSERT_TRUE(camera::send_reply(camera::reply_to(message, 2)));
+  EXPECT_EQ(call_with_daemon({.method = "PUT", .uri = kAudio, .body = kSwitchOff}, {0}), status(3, kAudio));
+}
+
+TEST_F(LifecycleTest, WithoutAQueueAChangeIsBusy) {
+  start_service();
+  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+  remove_queue(1111);
+  const fastcgi::Answer answer = begin({.method = "PUT", .uri = kAudio, .body = kSwitchOff}).receive();
+  EXPECT_EQ(answer.out, status(2, kAudio));
+  EXPECT_EQ(answer.errors.find("Send Message using Message Queue 1 Failed\n"), 0U) << answer.errors;
+  ASSERT_EQ(camera::reset_queues(), "");
+}
+
+TEST_F(LifecycleTest, ALockedDatabaseIsWaitedForButNotForever) {
+  start_service();
+  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+  sqlite3* daemon = nullptr;
+  ASSERT_EQ(sqlite3_open(camera::kDatabase, &daemon), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(daemon, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
+  EXPECT_EQ(get("/PSIA/x"), unauthorized());  // the user table cannot be read within 1.05 s
+  const fastcgi::Connection patient = begin({.uri = "/PSIA/x"});
+  ASSERT_TRUE(eventually([this] { return service_blocked_in(SYS_clock_nanosleep); }));
+  ASSERT_EQ(sqlite3_exec(daemon, "commit", nullptr, nullptr, nullptr), SQLITE_OK);
+  EXPECT_EQ(patient.receive().out, status(4, "/PSIA/x"));
+  // Readers are let in while a daemon prepares a change; the service's own change then fails.
+  ASSERT_EQ(sqlite3_exec(daemon, "begin immediate", nullptr, nullptr, nullptr), SQLITE_OK);
+  EXPECT_EQ(put(kAudio, kSwitchOff), status(3, kAudio));
+  EXPECT_EQ(sqlite3_close(daemon), SQLITE_OK);
+  EXPECT_EQ(rows("select Enable from Audio"), "1");
+}
+
+TEST_F(LifecycleTest, ClosedStandardDescriptorsStayOutOfTheWay) {
+  start_service({.close_output = true});
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(get("/PSIA/Custom/Event/index"), "");
+  EXPECT_EQ(put_with_daemon(kAudio, kSwitchOff), status(1, kAudio));
+  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+  for (const char* descriptor : {"1", "2"}) {
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(service_pid) + "/fd/" + descriptor),
+              "/dev/null");
+  }
+  EXPECT_EQ(rows("pragma integrity_check"), "ok");
+}
+
+TEST_F(LifecycleTest, AKeptConnectionCarriesSeveralRequests) {
+  start_service();
+  const fastcgi::Connection connection("/usr/local/orvid/psia.sock");
+  for (int i = 0; i < 3; ++i) {
+    connection.send(to_request({.uri = "/PSIA/x"}), true);
+    EXPECT_EQ(connection.receive().out, status(4, "/PSIA/x"));
+  }
+  wait_until_idle();
+  EXPECT_EQ(stop_service(SIGTERM), 0);
+}
+
+TEST_F(LifecycleTest, AsAPlainCgiProgramItServesOneRequest) {
+  const std::map<std::string, std::string> environment = {
+      {"REQUEST_METHOD", "GET"}, {"HTTP_AUTHORIZATION", "Basic " + base64("admin:admin")}};
+  const auto served = [&](const std::string& uri) {
+    auto variables = environment;
+    variables["REQUEST_URI"] = uri;
+    start_service({.environment = variables, .cgi = true});
+    EXPECT_EQ(wait_for_exit(), 0);
+    return printed();
+  };
+  EXPECT_EQ(served("/PSIA/x"), status(4, "/PSIA/x"));
+  const std::string event = served("/PSIA/Custom/Event/description");
+  start_service();
+  EXPECT_EQ(get("/PSIA/Custom/Event/description"), "");
+  EXPECT_EQ(event, printed());  // what a FastCGI client never sees reaches the client here
+  EXPECT_EQ(stop_service(SIGTERM), 0);
+  start_service({.environment = {{"REQUEST_METHOD", "GET"}, {"REQUEST_URI", "/PSIA/x"}}, .cgi = true});
+  EXPECT_EQ(wait_for_exit(), 0);
+  EXPECT_EQ(printed(), unauthorized());
+}
+
+TEST_F(LifecycleTest, AThousandMixedRequestsLeaveMemoryAndDescriptorsWhereTheyWere) {
+  start_service();
+  const std::vector<Call> calls = {
+      {.uri = "/PSIA/indexr"},
+      {.uri = "/PSIA/System/deviceInfo"},
+      {.uri = "/PSIA/System/time"},
+      {.uri = "/PSIA/System/Network/interfaces"},
+      {.uri = "/PSIA/Streaming/channels"},
+      {.uri = "/PSIA/Streaming/channels/1/status"},
+      {.uri = "/PSIA/Security/AAA/users"},
+      {.uri = "/PSIA/Custom/Event"},
+      {.uri = "/PSIA/index", .user = "admin:wrong"},
+      {.uri = "/PSIA/nothing/" + std::string(3000, 'x')},
+      {.method = "PUT", .uri = kAudio, .body = "<AudioChannel>"},
+      {.method = "PUT",
+       .uri = "/PSIA/System/deviceInfo",
+       .body = "<DeviceInfo><deviceName>c</deviceName></DeviceInfo>"},
+      {.method = "PUT",
+       .uri = "/PSIA/System/deviceInfo",
+       .body = "<DeviceInfo><deviceName>'</deviceName></DeviceInfo>"},
+      {.method = "PUT", .uri = "/PSIA/System/configurationData", .body = std::string(5000, 'c')},
+      {.method = "POST",
+       .uri = "/PSIA/Security/AAA/users",
+       .body = "<User><userName>admin</userName><password>x</password></User>"},
+      {.method = "PUT", .uri = "/PSIA/Custom/Event/schedule", .body = "<EventSchedule/>"},
+  };
+  const auto run = [&](int times) {
+    for (int i = 0; i < times; ++i) {
+      for (const Call& each : calls)
+        EXPECT_TRUE(begin(each).receive().ended) << each.uri;
+    }
+  };
+  run(10);
+  const std::size_t descriptors = open_descriptors();
+  const std::size_t memory = resident_bytes();
+  run(65);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  // A sanitizer keeps freed memory for a while; the release build must not grow by more than a few pages.
+#if !defined(__SANITIZE_ADDRESS__)
+  EXPECT_LE(resident_bytes(), memory + 16UL * 4096);
+#else
+  (void)memory;
+#endif
+}
+
+}  // namespace
+}  // namespace psia_tests
