@@ -9,6 +9,10 @@
 #include "frame/response.h"
 #include "frame/service.h"
 #include "media/audio_channels.h"
+#include "system/device_info.h"
+#include "system/maintenance.h"
+#include "system/ntp_servers.h"
+#include "system/time.h"
 
 namespace psia {
 
@@ -65,32 +69,32 @@ constexpr auto kRoutes = std::to_array<Route>({
 
     {"/PSIA/System/index", kPrefix, {{get(kAnyone, read_system_index)}}},
     {"/PSIA/System/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
-    {"/PSIA/System/reboot", kPrefix, {{put(kAdministrator, answer_invalid_operation)}}},
+    {"/PSIA/System/reboot", kPrefix, {{put(kAdministrator, request_reboot)}}},
     {"/PSIA/System/updateFirmware", kPrefix, {{put(kAdministrator, answer_ok)}}},
     {"/PSIA/System/configurationData", kPrefix,
-     {{get(kAdministrator, answer_invalid_operation),
-       put(kAdministrator, answer_invalid_operation)}}},
-    {"/PSIA/System/factoryReset", kPrefix, {{put(kAdministrator, answer_invalid_operation)}}},
+     {{get(kAdministrator, download_configuration),
+       put(kAdministrator, upload_configuration)}}},
+    {"/PSIA/System/factoryReset", kPrefix, {{put(kAdministrator, reset_to_factory)}}},
     {"/PSIA/System/deviceInfo", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kAdministrator, answer_invalid_operation)}}},
-    {"/PSIA/System/status", kPrefix, {{get(kAnyone, answer_invalid_operation)}}},
+     {{get(kAnyone, read_device_info),
+       put(kAdministrator, write_device_info)}}},
+    {"/PSIA/System/status", kPrefix, {{get(kAnyone, read_device_status)}}},
     {"/PSIA/System/time/localTime", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, read_local_time),
+       put(kOperator, set_local_time)}}},
     {"/PSIA/System/time/timeZone", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, read_time_zone),
+       put(kOperator, set_time_zone)}}},
     {"/PSIA/System/time/ntpServers/", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
+     {{get(kAnyone, read_ntp_server),
+       put(kOperator, update_ntp_server),
        del(kOperator, answer_ok)}}},
     {"/PSIA/System/time/ntpServers", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
-       post(kOperator, answer_invalid_operation),
+     {{get(kAnyone, list_ntp_servers),
+       put(kOperator, replace_ntp_servers),
+       post(kOperator, update_ntp_server),
        del(kOperator, answer_ok)}}},
-    {"/PSIA/System/time", kPrefix, {{get(kAnyone, answer_invalid_operation), put(kOperator, answer_invalid_operation)}}},
+    {"/PSIA/System/time", kPrefix, {{get(kAnyone, read_time), put(kOperator, write_time)}}},
 
     {"/PSIA/System/Network/index", kPrefix, {{get(kAnyone, read_network_index)}}},
     {"/PSIA/System/Network/description", kPrefix, {{get(kAnyone, read_description)}}},

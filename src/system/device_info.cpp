@@ -1,0 +1,179 @@
+#include "system/device_info.h"
+
+#include <fcgi_stdio.h>
+#include <fcntl.h>
+#include <unistd.h>
+#include <uuid/uuid.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "frame/file.h"
+#include "frame/response.h"
+#include "frame/service.h"
+#include "frame/xml.h"
+#include "network/interface_address.h"
+#include "system/local_time.h"
+
+namespace psia {
+
+namespace {
+
+constexpr const char* kFactoryData = "/dev/mtdblock7";
+constexpr off_t kSerialOffset = 256;
+
+/// An identifier that begins with this marks a device that has not been given one.
+constexpr const char* kNoIdentifier = "aaaaaaaaaaaaaaaa";
+
+using Identifier = FixedText<40>;
+
+void append_name(TextBuffer& document, Service& service) {
+  const Rows name = service.database.query("select DDNSHostname from Network");
+  document.append("<deviceName>%s</deviceName>",
+                  name.found() ? name.text(0, 0) : service.environment.host_name());
+}
+
+/// A random UUID whose first ten bytes are in upper and last six in lower case: the form of the identifier on
+/// every device, which clients compare as a text.
+Identifier new_identifier() {
+  uuid_t b;
+  uuid_generate_random(b);
+  std::array<char, 40> text{};
+  std::snprintf(text.data(), text.size(),
+                "%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02x%02x%02x%02x%02x%02x", b[0], b[1], b[2],
+                b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14], b[15]);
+  return Identifier(text.data());
+}
+
+/// The stored identifier, or a new one that is stored first.
+Identifier device_identifier(Database& database) {
+  Identifier identifier;
+  {
+    const Rows stored = database.query("select uuid from System");
+    identifier.assign(stored.found() ? stored.text(0, 0) : kNoIdentifier);
+  }
+  if (std::strncmp(identifier.c_str(), kNoIdentifier, std::strlen(kNoIdentifier)) == 0) {
+    identifier = new_identifier();
+    database.store_identifier(identifier.c_str());
+  }
+  return identifier;
+}
+
+void append_model(TextBuffer& document, Database& database) {
+  const Rows model = database.query("select ModelName from System");
+  document.append("<model>%s</model>", model.found() ? model.text(0, 0) : "Quellan IP Camera");
+}
+
+void append_serial_number(TextBuffer& document) {
+  const std::optional<SerialNumber> serial = read_factory_serial();
+  document.append("<serialNumber>%s</serialNumber>", serial ? serial->data() : "0");
+}
+
+void append_mac_address(TextBuffer& document) {
+  const HardwareAddress mac = read_hardware_address("eth0").value_or(HardwareAddress{});
+  document.append("<macAddress>%02x:%02x:%02x:%02x:%02x:%02x</macAddress>", mac[0], mac[1], mac[2], mac[3],
+                  mac[4], mac[5]);
+}
+
+void append_firmware(TextBuffer& document, Database& database) {
+  const Rows firmware = database.query("select ModelID, Version from System");
+  if (firmware.found()) {
+    document.append("<firmwareVersion>%s.%s</firmwareVersion>", firmware.text(0, 0), firmware.text(0, 1));
+    // The device stores no release date; the element carries the version.
+    document.append("<firmwareReleasedDate>%s</firmwareReleasedDate>", firmware.text(0, 1));
+  } else {
+    document.append("<firmwareVersion>0.0.0.0</firmwareVersion>");
+    document.append("<firmwareReleasedDate>000000</firmwareReleasedDate>");
+  }
+}
+
+/// Whole seconds since the device was started, 0 when the kernel does not tell.
+std::int32_t read_uptime() {
+  std::array<char, 36> line{};
+  if (const File file = open_file("/proc/uptime", "r")) {
+    (void)FCGI_fgets(line.data(), static_cast<int>(line.size()), file.get());
+  }
+  // Two numbers, uptime and idle time (proc(5)); a line without the second one is not trusted.
+  char* end = nullptr;
+  const double uptime = std::strtod(line.data(), &end);
+  const char* const idle = end;
+  std::strtod(idle, &end);
+  if (idle == line.data() || end == idle) return 0;
+  using Limits = std::numeric_limits<std::int32_t>;
+  return static_cast<std::int32_t>(std::fmin(std::fmax(uptime, Limits::min()), Limits::max()));
+}
+
+}  // namespace
+
+std::optional<SerialNumber> read_factory_serial() {
+  const int device = open(kFactoryData, O_RDWR | O_CLOEXEC);
+  if (device < 0) {
+    FCGI_perror("EEPROM OPEN");
+    return std::nullopt;
+  }
+  std::optional<SerialNumber> serial(std::in_place);
+  errno = 0;  // a read that is only short sets none
+  if (const off_t place = lseek(device, kSerialOffset, SEEK_SET); place != kSerialOffset) {
+    FCGI_fprintf(FCGI_stderr, "eeprom lseek fail res=[%x:%x], error=%s\n",
+                 static_cast<unsigned int>(kSerialOffset), static_cast<unsigned int>(place),
+                 std::strerror(errno));
+    serial.reset();
+  } else if (const ssize_t count = read(device, serial->data(), serial->size());
+             count != static_cast<ssize_t>(serial->size())) {
+    FCGI_fprintf(FCGI_stderr, "eeprom read fail res=%d, error=%s\n", static_cast<int>(count),
+                 std::strerror(errno));
+    serial.reset();
+  }
+  close(device);
+  if (serial) serial->back() = '\0';
+  return serial;
+}
+
+void read_device_info(Service& service, const Request& request) {
+  Database& database = service.database;
+  answer_xml(request, [&](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<DeviceInfo version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    append_name(document, service);
+    document.append("<deviceID>%s</deviceID>", device_identifier(database).c_str());
+    document.append("<systemContact>http://www.quellan.example</systemContact>");
+    append_model(document, database);
+    append_serial_number(document);
+    append_mac_address(document);
+    append_firmware(document, database);
+    document.append("</DeviceInfo>");
+  });
+}
+
+void write_device_info(Service& service, const Request& request) {
+  std::optional<FixedText<32>> name;
+  if (const XmlDocument document = read_document(request, "DeviceInfo")) {
+    name.emplace();
+    for (const XmlElement child : document.root()) {
+      if (child.is("deviceName")) child.copy_text(*name);
+    }
+  }
+  const bool stored = name && service.database.execute("update Network set DDNSHostname='%s'", name->c_str());
+  answer_status(request, stored ? Status::kOk : Status::kDeviceError);
+}
+
+void read_device_status(Service& /*service*/, const Request& request) {
+  tzset();
+  const std::tm now = local_time_now();
+  answer_xml(request, [&](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<DeviceStatus version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    document.append("<currentDeviceTime>");
+    append_time(document, now);
+    document.append("</currentDeviceTime>");
+    document.append("<deviceUpTime>%d</deviceUpTime>", read_uptime());
+    document.append("</DeviceStatus>");
+  });
+}
+
+}  // namespace psia

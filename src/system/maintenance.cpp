@@ -1,0 +1,98 @@
+#include "system/maintenance.h"
+
+#include <fcgi_stdio.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "frame/body.h"
+#include "frame/file.h"
+#include "frame/response.h"
+#include "frame/service.h"
+
+namespace psia {
+
+namespace {
+
+struct QueryPair {
+  std::array<char, 128> name{};
+  std::array<char, 128> value{};
+};
+
+/// Splits at the "=" signs. Each further one starts the value anew on top of what it holds, so that
+/// "MODE=FULL=B" has the value "BULL"; "&" separates nothing.
+QueryPair split_query(std::string_view query) {
+  QueryPair pair;
+  std::array<char, 128>* part = &pair.name;
+  std::size_t length = 0;
+  for (const char c : query) {
+    if (c == '=') {
+      part = &pair.value;
+      length = 0;
+    } else if (length < part->size() - 1) {
+      (*part)[length++] = c;
+    }
+  }
+  return pair;
+}
+
+void send_command(Service& service, const Request& request, Command command) {
+  ControlMessage message(command);
+  answer_result(request, service.queues.send_and_wait(message));
+}
+
+/// Sends `size` bytes of the file with their own header, whose lines end and are spelled unlike all others. A
+/// file that turns out shorter ends the answer early: the header has gone out.
+void send_file(const File& file, int size) {
+  FCGI_printf("Content-Type: application/octet-stream\n");
+  FCGI_printf("Content-length: %d\n\n", size);
+  std::array<char, 1024> piece{};
+  for (auto left = static_cast<std::size_t>(size); left > 0;) {
+    const std::size_t length = std::min(left, piece.size());
+    if (FCGI_fread(piece.data(), length, 1, file.get()) != 1) return;
+    FCGI_fwrite(piece.data(), length, 1, FCGI_stdout);
+    left -= length;
+  }
+}
+
+}  // namespace
+
+void request_reboot(Service& service, const Request& request) {
+  send_command(service, request, Command::kReboot);
+}
+
+void reset_to_factory(Service& service, const Request& request) {
+  const char* const mark = std::strchr(request.uri, '?');
+  const std::string_view query = mark == nullptr ? "" : std::string_view(mark + 1).substr(0, 255);
+  if (query.empty()) return answer_status(request, Status::kInvalidXmlFormat);
+  const QueryPair pair = split_query(query);
+  const auto value_is = [&pair](const char* word) { return strcasecmp(pair.value.data(), word) == 0; };
+  if (strcasecmp(pair.name.data(), "MODE") != 0 || (!value_is("FULL") && !value_is("BASIC"))) {
+    return answer_status(request, Status::kDeviceError);
+  }
+  send_command(service, request, Command::kFactoryReset);
+}
+
+void download_configuration(Service& service, const Request& request) {
+  ControlMessage message(Command::kExportConfiguration);
+  if (service.queues.send_and_wait(message) != 0) return answer_status(request, Status::kDeviceError);
+  const std::string_view name = message.text_at(kPayloadOffset);
+  std::array<char, 1024> path{};
+  std::snprintf(path.data(), path.size(), "/usr/local/httpd/htdocs/Web/updownload/%.*s",
+                static_cast<int>(name.size()), name.data());
+  const File file = open_file(path.data(), "rb");
+  const int size = file ? file_size(file) : 0;
+  if (size < 1) return answer_status(request, Status::kDeviceError);
+  send_file(file, size);
+}
+
+void upload_configuration(Service& /*service*/, const Request& request) {
+  const int result = save_body(request, "/usr/local/httpd/htdocs/Web/updownload/psia_config.dat");
+  answer_status(request, result == 0 ? Status::kOk : Status::kDeviceError);
+}
+
+}  // namespace psia

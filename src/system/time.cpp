@@ -1,0 +1,185 @@
+#include "system/time.h"
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <new>
+#include <optional>
+#include <string_view>
+
+#include "frame/body.h"
+#include "frame/file.h"
+#include "frame/numbers.h"
+#include "frame/response.h"
+#include "frame/service.h"
+#include "frame/xml.h"
+#include "system/local_time.h"
+#include "system/posix_tz_check.h"
+#include "system/time_zone_table.h"
+
+namespace psia {
+
+namespace {
+
+/// Larger than any zone file, the largest of which have a few kilobytes.
+constexpr int kMaxZoneFile = 1 << 20;
+
+/// Values of the DateTimeSync column and of the time message; any other stored value is manual, too, when it
+/// is shown.
+enum TimeMode : std::int32_t { kManual = 0, kNtp = 2 };
+
+std::unique_ptr<char[]> read_last_line(const char* path) {
+  const File file = open_file(path, "r");
+  if (!file) return nullptr;
+  const int size = file_size(file);
+  if (size <= 0 || size > kMaxZoneFile) return nullptr;
+  const auto length = static_cast<std::size_t>(size);
+  std::unique_ptr<char[]> text(new (std::nothrow) char[length]);
+  if (!text || FCGI_fread(text.get(), length, 1, file.get()) != 1) return nullptr;
+
+  std::string_view line(text.get(), length - 1);  // the last byte is taken to be the line feed
+  line.remove_prefix(line.rfind('\n') + 1);       // nothing where there is no other line
+  std::memmove(text.get(), line.data(), line.size());
+  text[line.size()] = '\0';
+  return text;
+}
+
+FixedText<128> shown_time_zone(Service& service) {
+  const char* const current = service.environment.current_tz();
+  if (*current != '\0') return FixedText<128>(current);
+  const std::unique_ptr<char[]> stored = current_posix_tz(service.database);
+  return FixedText<128>(stored ? stored.get() : "GMT0");
+}
+
+/// Reads a time text, whose fields stand at fixed places, and brings fields that are out of range into it: 30
+/// February is a day in March. A field behind the text's end is 0. Nothing when the time cannot be
+/// represented.
+std::optional<std::tm> parse_time(const char* text) {
+  const auto number_at = [text, length = std::strlen(text)](std::size_t position) {
+    return position < length ? to_int32(text + position) : 0;
+  };
+  std::tm time{};
+  time.tm_year = wrapping_add(number_at(0), -1900);
+  time.tm_mon = wrapping_add(number_at(5), -1);
+  time.tm_mday = number_at(8);
+  time.tm_hour = number_at(11);
+  time.tm_min = number_at(14);
+  time.tm_sec = number_at(17);
+  time.tm_isdst = -1;  // the zone's rule tells
+  time.tm_wday = -1;   // still so afterwards when mktime failed; its result -1 is also a time
+  (void)std::mktime(&time);
+  return time.tm_wday == -1 ? std::nullopt : std::optional(time);
+}
+
+struct WantedTime {
+  TimeMode mode = kNtp;
+  FixedText<128> local_time;
+  FixedText<128> time_zone;
+};
+
+std::optional<WantedTime> read_wanted_time(const Request& request) {
+  const XmlDocument document = read_document(request, "Time");
+  if (!document) return std::nullopt;
+  WantedTime wanted;
+  for (const XmlElement child : document.root()) {
+    if (child.is("timeMode")) wanted.mode = child.text_is("NTP") ? kNtp : kManual;
+    if (child.is("localTime")) child.copy_text(wanted.local_time);
+    if (child.is("timeZone")) child.copy_text(wanted.time_zone);
+  }
+  return wanted;
+}
+
+/// Has the daemons set the clock to `time` (a missing one is an error), or start NTP, and answers.
+void send_time(Service& service, const Request& request, TimeMode mode, const std::optional<std::tm>& time) {
+  const Rows ntp = service.database.query("select NTPServer, NTPInterval from Network");
+  if (!ntp.found() || !time) return answer_status(request, Status::kDeviceError);
+  ControlMessage message(Command::kTime);
+  message.put_int(12, mode);
+  message.put_text(16, 128, ntp.text(0, 0));
+  message.put_int(144, ntp.number(0, 1));
+  message.put_int(148, wrapping_add(time->tm_year, 1900));
+  message.put_int(152, time->tm_mon + 1);
+  message.put_int(156, time->tm_mday);
+  message.put_int(160, time->tm_hour);
+  message.put_int(164, time->tm_min);
+  message.put_int(168, time->tm_sec);
+  answer_result(request, service.queues.send_and_wait(message));
+}
+
+}  // namespace
+
+std::unique_ptr<char[]> current_posix_tz(Database& database) {
+  const Rows stored = database.query("select TimeZone from Network");
+  const char* const zone = stored.found() ? stored.text(0, 0) : "GMT";
+  if (std::strcmp(zone, "CST-0") == 0) {
+    std::unique_ptr<char[]> rule(new (std::nothrow) char[32]);
+    if (rule) std::memcpy(rule.get(), "CST-0", sizeof "CST-0");
+    return rule;
+  }
+  std::array<char, sizeof("/usr/share/zoneinfo/") + 127> path{};
+  std::snprintf(path.data(), path.size(), "/usr/share/zoneinfo/%s", zone);
+  return read_last_line(path.data());
+}
+
+void read_time(Service& service, const Request& request) {
+  const bool ntp = service.database.query("select DateTimeSync from Network").number(0, 0) == kNtp;
+  tzset();
+  const std::tm now = local_time_now();
+  answer_xml(request, [&](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<Time version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    document.append("<timeMode>%s</timeMode>", ntp ? "NTP" : "manual");
+    document.append("<localTime>");
+    append_time(document, now);
+    document.append("</localTime>");
+    document.append("<timeZone>%s</timeZone>", shown_time_zone(service).c_str());
+    document.append("</Time>");
+  });
+}
+
+void write_time(Service& service, const Request& request) {
+  const std::optional<WantedTime> wanted = read_wanted_time(request);
+  if (!wanted || posix_tz_check(wanted->time_zone.c_str()) < 0) {
+    return answer_status(request, Status::kDeviceError);
+  }
+  // A request without a time zone sets an empty one: this process's times are UTC from then on.
+  service.environment.set_tz(wanted->time_zone.c_str());
+  send_time(service, request, wanted->mode,
+            wanted->mode == kNtp ? local_time_now() : parse_time(wanted->local_time.c_str()));
+}
+
+void read_local_time(Service& /*service*/, const Request& request) {
+  // The bare text goes out as XML; that is the resource's form.
+  answer_xml(request, [](TextBuffer& document) { append_time(document, local_time_now()); });
+}
+
+void set_local_time(Service& service, const Request& request) {
+  const Rows mode = service.database.query("select DateTimeSync from Network");
+  if (!mode.found()) return answer_status(request, Status::kDeviceError);
+  const Body body = Body::read(request);
+  if (!body) return answer_status(request, Status::kDeviceError);
+  if (mode.number(0, 0) != kManual) return answer_status(request, Status::kOk);
+  send_time(service, request, kManual, parse_time(body.text()));
+}
+
+void read_time_zone(Service& service, const Request& request) {
+  // The stored zone, also when PUT time has set another one for this process.
+  const std::unique_ptr<char[]> rule = current_posix_tz(service.database);
+  answer_document(request, kTextContent,
+                  [&](TextBuffer& document) { document.append("%s", rule ? rule.get() : "GMT0"); });
+}
+
+void set_time_zone(Service& service, const Request& request) {
+  const Body body = Body::read(request);
+  const char* const zone = body ? tz_find_zone(service.time_zones, body.text()) : nullptr;
+  if (zone == nullptr || !service.database.execute("update Network set TimeZone='%s'", zone)) {
+    return answer_status(request, Status::kDeviceError);
+  }
+  ControlMessage message(Command::kTimeZone);
+  message.put_text(12, 256, zone);
+  answer_result(request, service.queues.send_and_wait(message));
+}
+
+}  // namespace psia

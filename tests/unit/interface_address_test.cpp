@@ -1,0 +1,134 @@
+#include "network/interface_address.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+namespace psia {
+namespace {
+
+std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_of(const std::string& content) {
+  std::FILE* const file = std::tmpfile();
+  std::fputs(content.c_str(), file);
+  std::rewind(file);
+  return {file, std::fclose};
+}
+
+TEST(IpCheck, GivesTheCodeOfTheFirstTextThatDoesNotFit) {
+  EXPECT_EQ(ip_check("1.2.3.4", "255.0.0.0", "1.9.9.9"), 0);
+  EXPECT_EQ(ip_check("1.2.3", "255.0.0.0", "1.9.9.9"), -1);
+  EXPECT_EQ(ip_check("1.2.3.4", "255.0.", "1.9.9.9"), -1);
+  EXPECT_EQ(ip_check("1.2.3.4", "255.0.0.0", ""), -1);
+  EXPECT_EQ(ip_check("nonsense", "nonsense", "nonsense"), -2);
+  EXPECT_EQ(ip_check("nonsense", "255.0.0.0", "nonsense"), -1);
+  EXPECT_EQ(ip_check("1.2.3.4", "255.0.0.0", "1.2.3.x"), -3);
+  EXPECT_EQ(ip_check("1.2.3.256", "255.255.255.0", "1.2.3.1"), -1);
+  for (const char* mask :
+       {"255.0.0", "255.255.255.255", "0.0.0.0", "254.0.0.0", "255.0.255.0", "255.128.128.0", "255.255.0.128",
+        "255.255.253.0", "255.255.255.129", "255.255.255.-256"}) {
+    EXPECT_EQ(ip_check("1.2.3.4", mask, "1.2.3.5"), -2) << mask;
+  }
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ip_check("192.168.1.10", "255.255.255.0", "192.168.2.1"), -1);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "ip_check wrong ipaddr or gateway [255.255.255.0], [192.168.1.10], [192.168.2.1]\n");
+}
+
+// What the octet rules mean: the host part must be neither all zeros nor all ones.
+TEST(IpCheck, RefusesNetworkAndBroadcastAddressesOfEveryMaskLength) {
+  const auto quad = [](std::uint32_t number) { return std::string(inet_ntoa({htonl(number)})); };
+  for (int length = 8; length <= 31; ++length) {
+    const std::uint32_t mask = ~0U << (32 - length);
+    const std::uint32_t network = 0x0A55AAC3U & mask;
+    const std::uint32_t last = ~mask;
+    const auto is_edge = [&](std::uint32_t host) { return host == 0 || host == last; };
+    const std::uint32_t hosts[] = {0, 1, last / 2, last / 2 + 1, last - 1, last, 255 & last, 256 & last};
+    for (const std::uint32_t host : hosts) {
+      for (const std::uint32_t router : hosts) {
+        const std::string address = quad(network | host);
+        const std::string gateway = quad(network | router);
+        const int expected = is_edge(host) ? -1 : is_edge(router) ? -3 : 0;
+        EXPECT_EQ(ip_check(address.c_str(), quad(mask).c_str(), gateway.c_str()), expected)
+            << address << '/' << length << " through " << gateway;
+      }
+    }
+  }
+}
+
+TEST(DottedQuad, TakesTheLowBytesOfFourNumbersInEitherOrder) {
+  EXPECT_EQ(parse_dotted_quad("192.168.1.10", OctetOrder::kFirstLowest), 0x0A01A8C0U);
+  EXPECT_EQ(parse_dotted_quad("192.168.1.10", OctetOrder::kFirstHighest), 0xC0A8010AU);
+  EXPECT_EQ(parse_dotted_quad(" 1. 2.+300.-1 and more", OctetOrder::kFirstHighest), 0x01022CFFU);
+  EXPECT_EQ(parse_dotted_quad("2147483648.1.1.9999999999999999999", OctetOrder::kFirstHighest), 0xFF0101FFU);
+  EXPECT_EQ(parse_dotted_quad("-2147483649.1.1.1", OctetOrder::kFirstHighest), 0x00010101U);
+  for (const char* text : {"1.2.3", "1.2.3.", "1.2 .3.4", "1,2,3,4", "mail.example.com", ""}) {
+    EXPECT_FALSE(parse_dotted_quad(text, OctetOrder::kFirstHighest)) << text;
+  }
+  EXPECT_EQ(shown_octets(0xFE01A8C0), (std::array<int, 4>{192, 168, 1, 254}));
+  EXPECT_EQ(shown_octets(kNoAddress), (std::array<int, 4>{0, 0, 0, 0}));
+}
+
+TEST(AddressTexts, ParseAndPrintBothFamilies) {
+  const auto reprinted = [](const char* text) {
+    const sockaddr_storage address = parse_address(text).value_or(sockaddr_storage{});
+    return std::string(socket_address_text(address).value_or(AddressText{"no address"}).data());
+  };
+  EXPECT_EQ(reprinted("192.168.1.10"), "192.168.1.10");
+  EXPECT_EQ(reprinted("fe80:0::0211:22ff:fe33:4455"), "fe80::211:22ff:fe33:4455");
+  EXPECT_EQ(reprinted("::ffff:192.168.1.10"), "192.168.1.10");
+  EXPECT_EQ(reprinted("::fffe:c0a8:010a"), "::fffe:c0a8:10a");
+  for (const char* text : {"", "1.2.3", "1.2.3.400", "fe80::1%eth0"})
+    EXPECT_EQ(reprinted(text), "no address") << text;
+}
+
+TEST(LinkLocal, IsDerivedFromTheHardwareAddress) {
+  testing::internal::CaptureStderr();
+  EXPECT_STREQ(link_local_text("00:11:22:33:44:55").data(), "fe80:0000:0000:0000:0211:22ff:fe33:4455");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "AutoConf IPv6 Addr. = fe80:0000:0000:0000:0211:22ff:fe33:4455\n");
+  EXPECT_STREQ(link_local_text("aB:cD:eF:0:1:fF").data(), "fe80:0000:0000:0000:a9cd:efff:fe00:01ff");
+  EXPECT_STREQ(link_local_text("00:11:22:33:44").data(), "fe80:0000:0000:0000:0211:2200:0033:4400");
+  AddressText text{};
+  const in6_addr derived = link_local_address({0x00, 0x91, 0xa2, 0xb3, 0xc4, 0xd5});
+  EXPECT_STREQ(inet_ntop(AF_INET6, &derived, text.data(), text.size()), "fe80::291:a2ff:feb3:c4d5");
+}
+
+// The addresses in the table are written as the numbers that the kernel uses.
+TEST(RouteTable, GivesTheFirstGatewayOfTheInterface) {
+  const auto gateway_in = [](const std::string& table) { return find_gateway(file_of(table).get(), "eth0"); };
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(gateway_in("eth0\t0001A8C0\t00000000\t0001\neth0\t00000000\tFE01A8C0\t0003\n"), 0xFE01A8C0);
+  EXPECT_EQ(gateway_in("eth0\t0000000A\t0201A8C0\t0003\neth0\t00000000\t0101A8C0\t0003\n"), 0x0201A8C0U);
+  EXPECT_EQ(gateway_in("eth1\t00000000\t0101A8C0\t0003\nwlan-eth0\t00000000\t0101A8C0\n"), kNoAddress);
+  EXPECT_EQ(gateway_in("eth0.5\t00000000\t0101A8C0\t0003"), 0x0101A8C0U);
+  // Lines are read in pieces of 255 characters, each counts as a line, and 16 characters of a column count.
+  EXPECT_EQ(gateway_in(std::string(255, 'x') + "eth0\t00000000\t0101A8C0\n"), 0x0101A8C0U);
+  EXPECT_EQ(gateway_in("eth0\t00000000\t00000000000000011\n"), 1U);
+  EXPECT_EQ(gateway_in("eth0\neth0\t\neth0\t0101A8C0\neth0\t0101A8C0\t\neth0\tzz\tzz"), kNoAddress);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  for (const char* bad_line : {"eth0\tFFFFFFFF\t00000000\n", "eth0\t00000000\t123456789\n"}) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(gateway_in(std::string(bad_line) + "eth0\t00000000\t0101A8C0\n"), kNoAddress) << bad_line;
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Unable to read routing table!\n") << bad_line;
+  }
+}
+
+TEST(ResolverFile, GivesServersAndSearchDomainAsTheyStand) {
+  const auto texts_in = [](const std::string& content) {
+    const DnsServers servers = parse_dns_servers(file_of(content).get());
+    const ResolverText search = parse_dns_search_domain(file_of(content).get());
+    return std::string(servers.primary.data()) + '|' + servers.secondary.data() + '|' + search.data();
+  };
+  EXPECT_EQ(texts_in("nameserver 1\nnameserver 2\nnameserver 3\nsearch a\nsearch b\n"), "1\n|2\n|a\n");
+  EXPECT_EQ(texts_in("# nameserver 1.1.1.1\n nameserver 2.2.2.2\nnameserver\t3.3.3.3"), "3.3.3.3||");
+  EXPECT_EQ(texts_in("nameserver\nnameserver 1\nsearch\n"), "|1\n|");
+  EXPECT_EQ(texts_in("nameservers  two\nsearching x\nnameserver"), "  two\n||ng x\n");
+  EXPECT_EQ(texts_in("search 0123456789012345678901234567890x\n"), "||0123456789012345678901234567890");
+  const std::string piece(63, 'x');  // lines are read in pieces of this length, and each counts as a line
+  EXPECT_EQ(texts_in(piece + "nameserver 1\n" + piece + "search a\n"), "1\n||a\n");
+}
+
+}  // namespace
+}  // namespace psia
