@@ -9,6 +9,11 @@
 #include "frame/response.h"
 #include "frame/service.h"
 #include "media/audio_channels.h"
+#include "media/streaming_documents.h"
+#include "media/streaming_status.h"
+#include "media/streaming_updates.h"
+#include "media/video_inputs.h"
+#include "network/interfaces.h"
 #include "system/device_info.h"
 #include "system/maintenance.h"
 #include "system/ntp_servers.h"
@@ -99,15 +104,15 @@ constexpr auto kRoutes = std::to_array<Route>({
     {"/PSIA/System/Network/index", kPrefix, {{get(kAnyone, read_network_index)}}},
     {"/PSIA/System/Network/description", kPrefix, {{get(kAnyone, read_description)}}},
     {"/PSIA/System/Network/interfaces/eth0/ipAddress", kExact,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kAdministrator, answer_invalid_operation)}}},
+     {{get(kAnyone, read_ip_address),
+       put(kAdministrator, set_ip_address)}}},
     {"/PSIA/System/Network/interfaces/eth0/discovery", kExact,
-     {{get(kAnyone, answer_invalid_operation),
+     {{get(kAnyone, read_discovery),
        put(kAdministrator, answer_ok)}}},
     {"/PSIA/System/Network/interfaces/eth0", kExact,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kAdministrator, answer_invalid_operation)}}},
-    {"/PSIA/System/Network/interfaces", kExact, {{get(kAnyone, answer_invalid_operation)}}},
+     {{get(kAnyone, read_interface),
+       put(kAdministrator, set_interface)}}},
+    {"/PSIA/System/Network/interfaces", kExact, {{get(kAnyone, list_interfaces)}}},
 
     {"/PSIA/System/Audio/index", kPrefix, {{get(kAnyone, read_audio_index)}}},
     {"/PSIA/System/Audio/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
@@ -119,10 +124,10 @@ constexpr auto kRoutes = std::to_array<Route>({
     {"/PSIA/System/Video/index", kPrefix, {{get(kAnyone, read_video_index)}}},
     {"/PSIA/System/Video/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
     {"/PSIA/System/Video/inputs/channels/1", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation)}}},
-    {"/PSIA/System/Video/inputs/channels", kExact, {{get(kAnyone, answer_invalid_operation)}}},
-    {"/PSIA/System/Video/inputs", kExact, {{get(kAnyone, answer_invalid_operation)}}},
+     {{get(kAnyone, read_video_input_channel),
+       put(kOperator, set_video_input_channel)}}},
+    {"/PSIA/System/Video/inputs/channels", kExact, {{get(kAnyone, list_video_input_channels)}}},
+    {"/PSIA/System/Video/inputs", kExact, {{get(kAnyone, read_video_inputs)}}},
 
     {"/PSIA/Security/index", kPrefix, {{get(kAnyone, read_security_index)}}},
     {"/PSIA/Security/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
@@ -140,15 +145,15 @@ constexpr auto kRoutes = std::to_array<Route>({
 
     {"/PSIA/Streaming/index", kPrefix, {{get(kAnyone, read_streaming_index)}}},
     {"/PSIA/Streaming/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
-    {"/PSIA/Streaming/status", kPrefix, {{get(kAnyone, answer_invalid_operation)}}},
+    {"/PSIA/Streaming/status", kPrefix, {{get(kAnyone, read_streaming_status)}}},
     {"/PSIA/Streaming/channels/", kLonger,
      {{get(kAnyone, read_channel_resource),
-       put(kOperator, answer_invalid_operation),
+       put(kOperator, update_streaming_channel),
        del(kOperator, answer_ok)}}},
     {"/PSIA/Streaming/channels", kExact,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
-       post(kOperator, answer_invalid_operation),
+     {{get(kAnyone, list_streaming_channels),
+       put(kOperator, update_streaming_channels),
+       post(kOperator, update_streaming_channel),
        del(kOperator, answer_ok)}}},
 
     {"/PSIA/Custom/Event/index", kPrefix, {{get(kAnyone, read_event_index)}}},
@@ -205,9 +210,9 @@ bool ends_with(std::string_view uri, std::string_view suffix) {
 
 /// A channel, its capabilities or its status: the end of the URI decides.
 void read_channel_resource(Service& service, const Request& request) {
-  if (ends_with(request.uri, "status")) return answer_invalid_operation(service, request);
-  if (ends_with(request.uri, "capabilities")) return answer_invalid_operation(service, request);
-  answer_invalid_operation(service, request);
+  if (ends_with(request.uri, "status")) return read_streaming_channel_status(service, request);
+  if (ends_with(request.uri, "capabilities")) return read_streaming_capabilities(service, request);
+  read_streaming_channel(service, request);
 }
 
 bool matches(const Route& route, std::string_view prefix, const char* uri) {

@@ -1,0 +1,384 @@
+#include "media/streaming_documents.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <optional>
+
+#include "frame/numbers.h"
+#include "frame/response.h"
+#include "frame/service.h"
+
+namespace psia {
+
+namespace {
+
+/// A row of the VideoEncoder table; as it stands here, what is shown when there is none.
+struct Encoder {
+  std::int32_t enable = 1;
+  std::int32_t codec = 1;
+  std::int32_t resolution = 0;
+  std::int32_t quality_type = 1;
+  std::int32_t bit_rate = 2048;  // kilobits per second
+  std::int32_t quality = 2;
+  std::int32_t frame_rate = 15;  // per second
+  std::int32_t gop_size = 15;    // frames from one key frame to the next
+};
+
+/// The value of Encoder::enable that says that the camera has no such encoder.
+constexpr std::int32_t kNoEncoder = -1;
+
+// Bits of Spec.VideoResolution.
+constexpr std::int32_t kLargerSizes = 0x20;       // more is offered than the sensor's basic size
+constexpr std::int32_t kSmallerClass = 0x200000;  // of sensors
+
+/// Percentages shown for the quality levels.
+constexpr std::array kPercentages = {100, 75, 50, 25, 0};
+
+struct Audio {
+  std::int32_t enable;
+  std::int32_t codec;
+};
+
+/// The largest picture the sensor gives in its present mode. The height alone tells the modes apart.
+struct CaptureSize {
+  int width;
+  int height;
+
+  [[nodiscard]] bool is_4_to_3() const { return height == 1024 || height == 1536; }
+};
+
+/// What one StreamingChannel element shows. The documents differ in how they make the last three of it.
+struct Channel {
+  Stream stream;
+  Encoder encoder;
+  Audio audio;
+  std::int32_t rtsp_port;
+  const char* codec;
+  const char* size;  // the two resolution elements
+  bool audio_enabled;
+};
+
+CaptureSize maximum_capture_size(Database& database) {
+  const Rows spec = database.query("select VideoResolution, VideoSourceFeature from Spec");
+  const bool smaller = !spec.found() || (spec.number(0, 0) & kSmallerClass) != 0;
+  const Rows mode = database.query("select a.ModelName, b.CaptureMode from System as a, VideoSource as b");
+  if (!mode.found()) return {1920, 1080};  // intended for the smaller class, too
+  const bool is_4_to_3 = mode.number(0, 1) == 1;
+  if (smaller) return is_4_to_3 ? CaptureSize{1280, 1024} : CaptureSize{1280, 720};
+  return is_4_to_3 ? CaptureSize{2040, 1536} : CaptureSize{1920, 1080};
+}
+
+std::optional<Encoder> read_encoder(Database& database, Stream stream) {
+  const Rows rows = database.query(
+      "select Enable, Codec, Resolution, QualityType, Bitrate, Quality, Framerate, GOPSize from VideoEncoder where VideoEncoderID=%d",
+      static_cast<int>(stream));
+  if (!rows.found()) return std::nullopt;
+  return Encoder{.enable = rows.number(0, 0),
+                 .codec = rows.number(0, 1),
+                 .resolution = rows.number(0, 2),
+                 .quality_type = rows.number(0, 3),
+                 .bit_rate = rows.number(0, 4),
+                 .quality = rows.number(0, 5),
+                 .frame_rate = rows.number(0, 6),
+                 .gop_size = rows.number(0, 7)};
+}
+
+/// A whole row of the Audio table; without one the audio is off.
+Audio to_audio(const Rows& rows) {
+  return {.enable = rows.number(0, 2), .codec = rows.number(0, 3)};
+}
+
+/// The stream that the URI names behind "/PSIA/Streaming/channels/". Nothing is refused: 10 is the Master
+/// stream, 7 and whatever else the Slave stream.
+Stream stream_of(const Request& request) {
+  return strncasecmp(request.tail, "Master-0", 8) == 0 || request.tail[0] == '1' ? kMaster : kSlave;
+}
+
+const char* codec_name(const Encoder& encoder) {
+  return encoder.codec != 0 ? "H.264" : "MJPEG";
+}
+
+/// The list's Slave entry has a sense of its own, as intended: clients see code 0 as H.264 and 1 as MJPEG.
+const char* listed_slave_codec_name(const Encoder& encoder) {
+  return encoder.codec == 1 ? "MJPEG" : "H.264";
+}
+
+/// The resolution elements of the channel document and of the list's Master entry. Only code 5 is told apart,
+/// as intended: the channel document shows the small pictures of the Slave stream as the sensor's size.
+const char* size_elements(const Encoder& encoder, const CaptureSize& largest) {
+  if (encoder.resolution == 5) {
+    return largest.height == 1536 ? "<videoResolutionWidth>2040</videoResolutionWidth>"
+                                    "<videoResolutionHeight>1536</videoResolutionHeight>"
+                                  : "<videoResolutionWidth>1920</videoResolutionWidth>"
+                                    "<videoResolutionHeight>1080</videoResolutionHeight>";
+  }
+  return largest.is_4_to_3() ? "<videoResolutionWidth>1280</videoResolutionWidth>"
+                               "<videoResolutionHeight>1024</videoResolutionHeight>"
+                             : "<videoResolutionWidth>1280</videoResolutionWidth>"
+                               "<videoResolutionHeight>720</videoResolutionHeight>";
+}
+
+/// The resolution elements of the list's Slave entry.
+const char* listed_slave_size_elements(const Encoder& encoder) {
+  return encoder.resolution == 2 ? "<videoResolutionWidth>352</videoResolutionWidth>"
+                                   "<videoResolutionHeight>240</videoResolutionHeight>"
+                                 : "<videoResolutionWidth>704</videoResolutionWidth>"
+                                   "<videoResolutionHeight>480</videoResolutionHeight>";
+}
+
+/// The resolution elements of the capabilities document.
+const char* capabilities_size_elements(const Encoder& encoder, const CaptureSize& largest,
+                                       bool larger_sizes) {
+  switch (encoder.resolution) {
+    case 0:
+      return "<videoResolutionWidth opt=\"352,704\">704</videoResolutionWidth>"
+             "<videoResolutionHeight opt=\"240,480\">480</videoResolutionHeight>";
+    case 1:  // 704 x 240, the width of one and the height of the other
+      return "<videoResolutionWidth opt=\"352,704\">704</videoResolutionWidth>"
+             "<videoResolutionHeight opt=\"240,480\">240</videoResolutionHeight>";
+    case 2:
+      return "<videoResolutionWidth opt=\"352,704\">352</videoResolutionWidth>"
+             "<videoResolutionHeight opt=\"240,480\">240</videoResolutionHeight>";
+    case 3:
+      return "<videoResolutionWidth>144</videoResolutionWidth>"
+             "<videoResolutionHeight>112</videoResolutionHeight>";
+    case 5:
+      return largest.height == 1536 ? "<videoResolutionWidth opt=\"1280,2040\">2040</videoResolutionWidth>"
+                                      "<videoResolutionHeight opt=\"1024,1536\">1536</videoResolutionHeight>"
+                                    : "<videoResolutionWidth opt=\"1280,1920\">1920</videoResolutionWidth>"
+                                      "<videoResolutionHeight opt=\"720,1080\">1080</videoResolutionHeight>";
+    default:  // 4 and whatever else
+      if (largest.is_4_to_3()) {
+        return larger_sizes ? "<videoResolutionWidth opt=\"1280,2040\">1280</videoResolutionWidth>"
+                              "<videoResolutionHeight opt=\"1024,1536\">1024</videoResolutionHeight>"
+                            : "<videoResolutionWidth opt=\"1280\">1280</videoResolutionWidth>"
+                              "<videoResolutionHeight opt=\"1024\">1024</videoResolutionHeight>";
+      }
+      return larger_sizes ? "<videoResolutionWidth opt=\"1280,1920\">1280</videoResolutionWidth>"
+                            "<videoResolutionHeight opt=\"720,1080\">720</videoResolutionHeight>"
+                          : "<videoResolutionWidth opt=\"1280\">1280</videoResolutionWidth>"
+                            "<videoResolutionHeight opt=\"720\">720</videoResolutionHeight>";
+  }
+}
+
+/// Unknown quality levels are shown as the middle one.
+int quality_percentage(std::int32_t level) {
+  const auto index = static_cast<std::uint32_t>(level);
+  return index < kPercentages.size() ? kPercentages[index] : 50;
+}
+
+/// Milliseconds from one key frame to the next. The division is one of single precision, and clients see its
+/// rounding: 699 for 7 frames at 10 per second. At frame rate 0 the quotient is infinite or, when there are
+/// no key frames either, not a number: they see an end of the range or 0.
+std::int32_t key_frame_interval(const Encoder& encoder) {
+  using Limits = std::numeric_limits<std::int32_t>;
+  const float seconds = static_cast<float>(encoder.gop_size) / static_cast<float>(encoder.frame_rate);
+  const double milliseconds = static_cast<double>(seconds) * 1000.0;
+  if (std::isnan(milliseconds)) return 0;
+  return static_cast<std::int32_t>(std::clamp<double>(milliseconds, Limits::min(), Limits::max()));
+}
+
+struct AudioFormat {
+  const char* compression;
+  int bit_rate;  // kilobits per second
+};
+
+AudioFormat audio_format(std::int32_t codec) {
+  switch (codec) {
+    case 0:
+      return {"G.711ulaw", 64};
+    case 1:
+      return {"G.711alaw", 64};
+    case 2:
+      return {"G.726", 24};
+    case 3:
+      return {"G.726", 32};
+    default:
+      return {"G.711", 64};
+  }
+}
+
+enum class Form {
+  kCapabilities,  // values with what a client may set as attributes
+  kValues,
+};
+
+/// Appends what stands behind the start tag of a StreamingChannel element, its end tag included. Where the
+/// forms differ both texts stand together, that of the capabilities first.
+void append_channel(TextBuffer& document, Form form, const Channel& channel) {
+  const bool capabilities = form == Form::kCapabilities;
+  const Encoder& encoder = channel.encoder;
+  const char* enabled = encoder.enable == 1 ? "true" : "false";
+  const AudioFormat audio = audio_format(channel.audio.codec);
+
+  document.append(capabilities ? "<id opt=\"1,2\">%d</id>" : "<id>%d</id>", channel.stream + 1);
+  document.append(capabilities ? "<channelName min=\"1\" max=\"128\">%s stream</channelName>"
+                               : "<channelName>%s stream</channelName>",
+                  channel.stream == kMaster ? "Master" : "Slave");
+  document.append(capabilities ? "<enabled opt=\"true,false\">%s</enabled>" : "<enabled>%s</enabled>",
+                  enabled);
+
+  document.append("<Transport>");
+  document.append(capabilities ? "<rtspPortNo min=\"0\" max=\"65535\" def=\"554\">%d</rtspPortNo>"
+                               : "<rtspPortNo>%d</rtspPortNo><maxPacketSize>1448</maxPacketSize>",
+                  channel.rtsp_port);
+  document.append("<ControlProtocolList><ControlProtocol>");
+  document.append(capabilities ? "<streamingTransport opt=\"RTSP/RTP,HTTP\">RTSP</streamingTransport>"
+                               : "<streamingTransport>RTSP</streamingTransport>");
+  document.append("</ControlProtocol></ControlProtocolList>");
+  document.append("<Unicast>");
+  document.append(capabilities ? "<enabled opt=\"true,false\" def=\"true\"/>"
+                                 "<rtpTransportType opt=\"RTP/UDP,RTP/TCP\" />"
+                               : "<enabled>true</enabled>"
+                                 "<rtpTransportType>RTP/TCP</rtpTransportType>");
+  document.append("</Unicast></Transport>");
+
+  document.append("<Video>");
+  document.append(capabilities ? "<enabled opt=\"true,false\">%s</enabled>" : "<enabled>%s</enabled>",
+                  enabled);
+  document.append(capabilities ? "<videoInputChannelID opt=\"1\">1</videoInputChannelID>"
+                               : "<videoInputChannelID>1</videoInputChannelID>");
+  document.append(capabilities ? "<videoCodecType opt=\"MJPEG,H.264\">%s</videoCodecType>"
+                               : "<videoCodecType>%s</videoCodecType>"
+                                 "<videoScanType>progressive</videoScanType>",
+                  channel.codec);
+  document.append("%s", channel.size);
+  if (encoder.quality_type == 0) {
+    document.append(capabilities
+                        ? "<videoQualityControlType opt=\"CBR,VBR\">CBR</videoQualityControlType>"
+                          "<constantBitRate min=\"64\" max=\"10240\" dynamic=\"true\">%d</constantBitRate>"
+                        : "<videoQualityControlType>CBR</videoQualityControlType>"
+                          "<constantBitRate>%d</constantBitRate>",
+                    encoder.bit_rate);
+  } else {
+    document.append(capabilities ? "<videoQualityControlType opt=\"CBR,VBR\">VBR</videoQualityControlType>"
+                                   "<fixedQuality min=\"0\" max=\"100\" default=\"50\">%d</fixedQuality>"
+                                 : "<videoQualityControlType>VBR</videoQualityControlType>"
+                                   "<fixedQuality>%d</fixedQuality>",
+                    quality_percentage(encoder.quality));
+    document.append("<vbrUpperCap>10240</vbrUpperCap><vbrLowerCap>1024</vbrLowerCap>");
+  }
+  document.append(capabilities ? "<maxFrameRate min=\"100\" max=\"3000\" default=\"1500\">%d</maxFrameRate>"
+                               : "<maxFrameRate>%d</maxFrameRate>",
+                  wrapping_multiply(encoder.frame_rate, 100));
+  document.append(capabilities ? "<keyFrameInterval min=\"0\" max=\"10000\">%d</keyFrameInterval>"
+                               : "<keyFrameInterval>%d</keyFrameInterval>",
+                  key_frame_interval(encoder));
+  document.append("</Video>");
+
+  document.append("<Audio>");
+  document.append(capabilities ? "<enabled opt=\"true,false\">%s</enabled>" : "<enabled>%s</enabled>",
+                  channel.audio_enabled ? "true" : "false");
+  document.append(capabilities ? "<audioInputChannelID min=\"1\" max=\"1\">1</audioInputChannelID>"
+                               : "<audioInputChannelID>1</audioInputChannelID>");
+  document.append(capabilities ? "<audioCompressionType opt=\"G.711ulaw,G.711alaw,G.726\" "
+                                 "default=\"G.711ulaw\">%s</audioCompressionType>"
+                               : "<audioCompressionType>%s</audioCompressionType>",
+                  audio.compression);
+  document.append(
+      capabilities ? "<audioBitRate opt=\"24,32,64\">%d</audioBitRate>" : "<audioBitRate>%d</audioBitRate>",
+      audio.bit_rate);
+  document.append(capabilities ? "<audioSamplingRate opt=\"8\">8</audioSamplingRate>"
+                                 "<audioResolution opt=\"8\">8</audioResolution>"
+                               : "<audioSamplingRate>8</audioSamplingRate>"
+                                 "<audioResolution>8</audioResolution>");
+  document.append("</Audio></StreamingChannel>");
+}
+
+/// Answers with the document of one channel.
+void answer_channel(const Request& request, Form form, const Channel& channel) {
+  if (channel.encoder.enable == kNoEncoder) return answer_status(request, Status::kDeviceError);
+  answer_xml(request, [form, &channel](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<StreamingChannel version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    append_channel(document, form, channel);
+  });
+}
+
+}  // namespace
+
+std::int32_t read_rtsp_port(Database& database) {
+  const Rows rows = database.query("select RTSPPort from Network");
+  return rows.found() ? rows.number(0, 0) : kDefaultRtspPort;
+}
+
+void list_streaming_channels(Service& service, const Request& request) {
+  Database& database = service.database;
+  const CaptureSize largest = maximum_capture_size(database);
+  const Encoder master = read_encoder(database, kMaster).value_or(Encoder());
+  const Encoder slave = read_encoder(database, kSlave).value_or(Encoder());
+  const Audio audio = to_audio(database.query("select * from Audio where Type=0 limit 1"));
+  const bool audio_enabled = audio.enable != 0;  // any number, unlike in the documents of one channel
+  const std::int32_t rtsp_port = read_rtsp_port(database);
+  if (master.enable == kNoEncoder || slave.enable == kNoEncoder) {
+    return answer_status(request, Status::kDeviceError);
+  }
+  const std::array channels = {
+      Channel{.stream = kMaster,
+              .encoder = master,
+              .audio = audio,
+              .rtsp_port = rtsp_port,
+              .codec = codec_name(master),
+              .size = size_elements(master, largest),
+              .audio_enabled = audio_enabled},
+      Channel{.stream = kSlave,
+              .encoder = slave,
+              .audio = audio,
+              .rtsp_port = rtsp_port,
+              .codec = listed_slave_codec_name(slave),
+              .size = listed_slave_size_elements(slave),
+              .audio_enabled = audio_enabled},
+  };
+  answer_xml(request, [&channels](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<StreamingChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    for (const Channel& channel : channels) {
+      document.append("<StreamingChannel version=\"1.0\">");
+      append_channel(document, Form::kValues, channel);
+    }
+    document.append("</StreamingChannelList>");
+  });
+}
+
+void read_streaming_channel(Service& service, const Request& request) {
+  Database& database = service.database;
+  const Stream stream = stream_of(request);
+  const CaptureSize largest = maximum_capture_size(database);
+  const Encoder encoder = read_encoder(database, stream).value_or(Encoder());
+  const Audio audio = to_audio(database.query("select * from Audio where Type=0 limit 1"));
+  answer_channel(request, Form::kValues,
+                 {.stream = stream,
+                  .encoder = encoder,
+                  .audio = audio,
+                  .rtsp_port = read_rtsp_port(database),
+                  .codec = codec_name(encoder),
+                  .size = size_elements(encoder, largest),
+                  .audio_enabled = audio.enable == 1});
+}
+
+void read_streaming_capabilities(Service& service, const Request& request) {
+  Database& database = service.database;
+  const Stream stream = stream_of(request);
+  const CaptureSize largest = maximum_capture_size(database);
+  const Rows spec = database.query("select VideoResolution from Spec");
+  if (!spec.found()) return answer_status(request, Status::kDeviceError);
+  const std::optional<Encoder> encoder = read_encoder(database, stream);
+  if (!encoder) return answer_status(request, Status::kDeviceError);
+  const bool larger_sizes = (spec.number(0, 0) & kLargerSizes) != 0;
+  const Audio audio = to_audio(database.query("select * from Audio where AudioID=0"));
+  answer_channel(request, Form::kCapabilities,
+                 {.stream = stream,
+                  .encoder = *encoder,
+                  .audio = audio,
+                  .rtsp_port = read_rtsp_port(database),
+                  .codec = codec_name(*encoder),
+                  .size = capabilities_size_elements(*encoder, largest, larger_sizes),
+                  .audio_enabled = audio.enable == 1});
+}
+
+}  // namespace psia

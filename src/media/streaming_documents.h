@@ -1,0 +1,26 @@
+// The streaming channels as documents: the list, one channel, one channel with its allowed values. A channel
+// is one of the camera's two encoder streams; both share the audio encoder and the RTSP port.
+#pragma once
+
+#include <cstdint>
+
+#include "frame/request.h"
+
+namespace psia {
+
+class Database;
+struct Service;
+
+/// The streams by their VideoEncoderID; the id of a channel is one more.
+enum Stream : int { kMaster = 0, kSlave = 1 };
+
+inline constexpr std::int32_t kDefaultRtspPort = 554;
+
+/// The stored RTSP port, the default when it cannot be read.
+[[nodiscard]] std::int32_t read_rtsp_port(Database& database);
+
+void list_streaming_channels(Service& service, const Request& request);
+void read_streaming_channel(Service& service, const Request& request);
+void read_streaming_capabilities(Service& service, const Request& request);
+
+}  // namespace psia

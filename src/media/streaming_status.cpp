@@ -1,0 +1,62 @@
+#include "media/streaming_status.h"
+
+#include <cstring>
+
+#include "frame/response.h"
+#include "frame/service.h"
+
+namespace psia {
+
+namespace {
+
+/// The client's address in a row of the ClientList table.
+constexpr int kAddress = 2;
+
+}  // namespace
+
+void read_streaming_status(Service& service, const Request& request) {
+  const Rows clients = service.database.query("select * from ClientList");
+  if (!clients.succeeded()) return answer_status(request, Status::kDeviceError);
+  answer_xml(request, [&clients](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<StreamingStatus version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    document.append("<totalStreamingSessions>%d</totalStreamingSessions>", clients.count());
+    document.append("<StreamingSessionStatusList version=\"1.0\">");
+    for (int row = 0; row < clients.count(); ++row) {
+      document.append("<StreamingSessionStatus version=\"1.0\">");
+      document.append("<clientAddress>");
+      document.append("<ipAddress>%s</ipAddress>", clients.text(row, kAddress));
+      document.append("</clientAddress>");
+      document.append("</StreamingSessionStatus>");
+    }
+    document.append("</StreamingSessionStatusList>");
+    document.append("</StreamingStatus>");
+  });
+}
+
+void read_streaming_channel_status(Service& service, const Request& request) {
+  // The length of the whole URI chooses the stream, and is meant to: the name Slave-0 lists the Slave
+  // stream's clients, names of any other length the Master's, channel 2 included.
+  const bool slave = std::strlen(request.uri) == std::strlen("/PSIA/Streaming/channels/Slave-0/status");
+  const Rows clients = slave ? service.database.query("select * from ClientList where StreamName='Slave-0'")
+                             : service.database.query("select * from ClientList where StreamName='Master-0'");
+  if (!clients.found()) return answer_status(request, Status::kDeviceError);
+
+  // Written as it goes, unlike other documents: no Content-Length, header lines end in line feeds alone, and
+  // percent signs stay as they are stored.
+  write_text("Content-Type: application/xml; charset=\"UTF-8\"\n\n");
+  write_text(kXmlDeclaration);
+  write_text("<StreamingSessionStatusList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+  for (int row = 0; row < clients.count(); ++row) {
+    write_text("<StreamingSessionStatus>");
+    write_text("<clientAddress>");
+    write_text("<ipAddress>");
+    write_text(clients.text(row, kAddress));
+    write_text("</ipAddress>");
+    write_text("</clientAddress>");
+    write_text("</StreamingSessionStatus>");
+  }
+  write_text("</StreamingSessionStatusList>");
+}
+
+}  // namespace psia

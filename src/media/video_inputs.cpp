@@ -1,0 +1,114 @@
+#include "media/video_inputs.h"
+
+#include <cstdint>
+#include <optional>
+
+#include "frame/numbers.h"
+#include "frame/response.h"
+#include "frame/service.h"
+#include "frame/xml.h"
+
+namespace psia {
+
+namespace {
+
+struct Picture {
+  std::int32_t brightness = 50;
+  std::int32_t contrast = 50;
+  std::int32_t hue = 50;
+  std::int32_t power_line_frequency = 1;  // 1: 50 Hz, any other: 60 Hz
+};
+
+Picture read_picture(Service& service) {
+  const Rows source = service.database.query("select * from VideoSource where VideoSourceID=0");
+  if (!source.found()) return {};
+  return {source.number(0, 1), source.number(0, 2), source.number(0, 3), source.number(0, 4)};
+}
+
+/// What a VideoInputChannel element holds, and its end.
+void append_channel(TextBuffer& document, const Picture& picture) {
+  document.append("<id>1</id>");
+  document.append("<inputPort>1</inputPort>");
+  document.append("<powerLineFrequencyMode>%s</powerLineFrequencyMode>",
+                  picture.power_line_frequency == 1 ? "50hz" : "60hz");
+  document.append("<brightnessLevel>%d</brightnessLevel>", picture.brightness);
+  document.append("<contrastLevel>%d</contrastLevel>", picture.contrast);
+  document.append("<hueLevel>%d</hueLevel>", picture.hue);
+  document.append("</VideoInputChannel>");
+}
+
+/// The settings that a body asks for. A level that is not named becomes 0, and without an id no row is meant.
+struct Adjustment {
+  std::int32_t source = -1;
+  std::int32_t brightness = 0;
+  std::int32_t contrast = 0;
+  std::int32_t hue = 0;
+};
+
+/// The element's text as a number; its first 127 characters count.
+std::int32_t short_number(XmlElement element) {
+  FixedText<128> text;
+  element.copy_text(text);
+  return to_int32(text.c_str());
+}
+
+std::optional<Adjustment> read_adjustment(const Request& request) {
+  const XmlDocument document = read_document(request, "VideoInputChannel");
+  if (!document) return std::nullopt;
+  Adjustment adjustment;
+  for (const XmlElement child : document.root()) {
+    if (child.is("id")) adjustment.source = short_number(child);
+    if (child.is("brightnessLevel")) adjustment.brightness = short_number(child);
+    if (child.is("contrastLevel")) adjustment.contrast = short_number(child);
+    if (child.is("hueLevel")) adjustment.hue = short_number(child);
+  }
+  return adjustment;
+}
+
+}  // namespace
+
+void read_video_inputs(Service& service, const Request& request) {
+  answer_xml(request, [picture = read_picture(service)](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<VideoInput version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    document.append("<VideoInputChannelList version=\"1.0\">");
+    document.append("<VideoInputChannel version=\"1.0\">");
+    append_channel(document, picture);
+    document.append("</VideoInputChannelList>");
+    document.append("</VideoInput>");
+  });
+}
+
+void list_video_input_channels(Service& service, const Request& request) {
+  answer_xml(request, [picture = read_picture(service)](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<VideoInputChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    document.append("<VideoInputChannel version=\"1.0\">");
+    append_channel(document, picture);
+    document.append("</VideoInputChannelList>");
+  });
+}
+
+void read_video_input_channel(Service& service, const Request& request) {
+  answer_xml(request, [picture = read_picture(service)](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<VideoInputChannel version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    append_channel(document, picture);
+  });
+}
+
+void set_video_input_channel(Service& service, const Request& request) {
+  const std::optional<Adjustment> adjustment = read_adjustment(request);
+  // The id of the body names the row as it is, while reading shows row 0 as channel 1. That is intended: a
+  // client that sends back the id it was shown changes row 1, and reading goes on showing row 0.
+  if (!adjustment || !service.database.execute(
+                         "update VideoSource set Brightness=%d, Contrast=%d, Hue=%d where VideoSourceID=%d",
+                         adjustment->brightness, adjustment->contrast, adjustment->hue, adjustment->source)) {
+    return answer_status(request, Status::kDeviceError);
+  }
+  ControlMessage message(Command::kVideoSource);
+  message.put_int(kPayloadOffset, adjustment->source);
+  answer_result(request, service.queues.send_and_wait(message));
+}
+
+}  // namespace psia
