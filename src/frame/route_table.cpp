@@ -5,6 +5,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "event/notification_servers.h"
+#include "event/schedule.h"
+#include "event/triggers.h"
 #include "frame/index_documents.h"
 #include "frame/response.h"
 #include "frame/service.h"
@@ -14,6 +17,7 @@
 #include "media/streaming_updates.h"
 #include "media/video_inputs.h"
 #include "network/interfaces.h"
+#include "security/users.h"
 #include "system/device_info.h"
 #include "system/maintenance.h"
 #include "system/ntp_servers.h"
@@ -134,14 +138,14 @@ constexpr auto kRoutes = std::to_array<Route>({
     {"/PSIA/Security/AAA/index", kPrefix, {{get(kAnyone, read_aaa_index)}}},
     {"/PSIA/Security/AAA/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
     {"/PSIA/Security/AAA/users/", kLonger,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kAdministrator, answer_invalid_operation),
-       del(kAdministrator, answer_invalid_operation)}}},
+     {{get(kAnyone, read_user),
+       put(kAdministrator, change_password),
+       del(kAdministrator, delete_user)}}},
     {"/PSIA/Security/AAA/users", kExact,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kAdministrator, answer_invalid_operation),
-       post(kAdministrator, answer_invalid_operation),
-       del(kAdministrator, answer_invalid_operation)}}},
+     {{get(kAnyone, list_users),
+       put(kAdministrator, change_passwords),
+       post(kAdministrator, add_users),
+       del(kAdministrator, delete_users)}}},
 
     {"/PSIA/Streaming/index", kPrefix, {{get(kAnyone, read_streaming_index)}}},
     {"/PSIA/Streaming/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
@@ -161,44 +165,44 @@ constexpr auto kRoutes = std::to_array<Route>({
     // Everything below a trigger is its notification list: a single notification has no route of its own, and
     // what stands behind "notifications/" is not looked at.
     {"/PSIA/Custom/Event/triggers/", kNested,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
-       post(kOperator, answer_invalid_operation),
-       del(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, list_notifications),
+       put(kOperator, write_notifications),
+       post(kOperator, post_notification),
+       del(kOperator, unlink_notifications)}}},
     {"/PSIA/Custom/Event/triggers/", kFlat,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
-       del(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, read_trigger),
+       put(kOperator, write_trigger),
+       del(kOperator, unlink_trigger)}}},
     {"/PSIA/Custom/Event/triggers", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
+     {{get(kAnyone, list_triggers),
+       put(kOperator, write_triggers),
        post(kOperator, answer_invalid_operation),
        del(kOperator, answer_invalid_operation)}}},
     {"/PSIA/Custom/Event/schedule", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, read_schedule),
+       put(kOperator, write_schedule)}}},
     {"/PSIA/Custom/Event/notification/mailing/", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
-       del(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, read_mailing_server),
+       put(kOperator, update_mailing_server),
+       del(kOperator, delete_mailing_server)}}},
     {"/PSIA/Custom/Event/notification/mailing", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
-       post(kOperator, answer_invalid_operation),
-       del(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, list_mailing_servers),
+       put(kOperator, update_mailing_servers),
+       post(kOperator, add_mailing_servers),
+       del(kOperator, delete_mailing_servers)}}},
     {"/PSIA/Custom/Event/notification/ftp/", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
-       del(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, read_ftp_server),
+       put(kOperator, update_ftp_server),
+       del(kOperator, delete_ftp_server)}}},
     {"/PSIA/Custom/Event/notification/ftp", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation),
-       post(kOperator, answer_invalid_operation),
-       del(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, list_ftp_servers),
+       put(kOperator, update_ftp_servers),
+       post(kOperator, add_ftp_servers),
+       del(kOperator, delete_ftp_servers)}}},
     {"/PSIA/Custom/Event/notification", kPrefix,
-     {{get(kAnyone, answer_invalid_operation),
-       put(kOperator, answer_invalid_operation)}}},
-    {"/PSIA/Custom/Event", kPrefix, {{get(kAnyone, answer_invalid_operation), put(kOperator, answer_invalid_operation)}}},
+     {{get(kAnyone, read_notification_methods),
+       put(kOperator, write_notification_methods)}}},
+    {"/PSIA/Custom/Event", kPrefix, {{get(kAnyone, read_event), put(kOperator, write_event)}}},
 });
 // clang-format on
 

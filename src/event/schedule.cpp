@@ -1,0 +1,160 @@
+#include "event/schedule.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+
+#include "frame/numbers.h"
+#include "frame/response.h"
+#include "frame/service.h"
+#include "frame/xml.h"
+
+namespace psia {
+
+namespace {
+
+constexpr std::int32_t kDays = 7;  // index 0 is Sunday, which clients number 7; 1 is Monday
+constexpr std::int32_t kHours = 24;
+constexpr std::int32_t kNotGiven = -1;
+constexpr std::size_t kMinutes = 3;  // where the minutes stand in "18:30:00"
+
+struct Day {
+  std::int32_t begin_hour = kNotGiven;
+  std::int32_t end_hour = kNotGiven;
+  FixedText<32> hours;  // one character per hour, "0" for not armed
+};
+
+using Days = std::array<Day, kDays>;
+
+/// What a body asks for, as far as it was read.
+struct Schedule {
+  std::int32_t week = 0;  // bit n: the day of index n
+  std::int32_t day = -1;  // index of the last dayOfWeek; what comes before the first is ignored
+  Days days;
+};
+
+/// The mask holds the last day named and no other: a schedule for several days sent in one request keeps only
+/// the last of them. Intended. A number that is no day leaves the day as it was, but the mask all the same
+/// becomes its bit, or empty where there is none, so that nothing is armed.
+void take_day(std::int32_t number, Schedule& schedule) {
+  const std::int32_t index = number == 7 ? 0 : number;
+  schedule.week =
+      index >= 0 && index < 32 ? static_cast<std::int32_t>(1U << static_cast<unsigned>(index)) : 0;
+  if (index >= 0 && index < kDays) schedule.day = index;
+}
+
+/// The number from the fourth character on, 0 when the text is shorter: of "18:30:00" the end hour is 30, the
+/// minutes. Intended; clients see it in the next read.
+std::int32_t parse_end_hour(const char* time) {
+  return std::strlen(time) > kMinutes ? to_int32(time + kMinutes) : 0;
+}
+
+void take_time_range(const XmlElement& range, Day& day) {
+  for (const XmlElement child : range) {
+    if (child.is("beginTime")) day.begin_hour = child.number();
+    if (child.is("endTime")) day.end_hour = parse_end_hour(child.text().c_str());
+  }
+}
+
+void take_time_block(const XmlElement& block, Schedule& schedule) {
+  for (const XmlElement child : block) {
+    if (child.is("dayOfWeek")) take_day(child.number(), schedule);
+    if (schedule.day < 0) continue;
+    Day& day = schedule.days[static_cast<std::size_t>(schedule.day)];
+    if (child.is("bitString") && schedule.day > 0) child.copy_text(day.hours);  // a Sunday's is not kept
+    if (child.is("TimeRange")) take_time_range(child, day);
+  }
+}
+
+/// The hours of a bit string replace those of the time range, the other way round than one would think: it
+/// begins at the last armed hour and ends behind the first. All 24 places count whatever stands there, what
+/// is behind the end of a short string too: zero bytes, or the rest of an earlier, longer one. Intended.
+void apply_bit_string(Day& day) {
+  if (day.hours.empty()) return;
+  const auto armed = [&day](std::int32_t hour) {
+    return day.hours.bytes()[static_cast<std::size_t>(hour)] != '0';
+  };
+  for (std::int32_t hour = 0; hour < kHours; ++hour) {
+    if (armed(hour)) day.begin_hour = hour;
+  }
+  for (std::int32_t hour = kHours - 1; hour >= 0; --hour) {
+    if (armed(hour)) day.end_hour = hour + 1;
+  }
+}
+
+/// The smallest hour at which a day begins, 24 when none is given.
+std::int32_t start_hour(const Days& days) {
+  std::int32_t start = kHours;
+  for (const Day& day : days) {
+    if (day.begin_hour != kNotGiven) start = std::min(start, day.begin_hour);
+  }
+  return start;
+}
+
+/// The largest hour at which a day ends, 0 when none is given.
+std::int32_t end_hour(const Days& days) {
+  std::int32_t end = 0;
+  for (const Day& day : days) {
+    if (day.end_hour != kNotGiven) end = std::max(end, day.end_hour);
+  }
+  return end;
+}
+
+std::optional<Schedule> read_requested_schedule(const Request& request) {
+  const XmlDocument document = read_document(request, "EventSchedule");
+  if (!document) return std::nullopt;
+  Schedule schedule;
+  for (const XmlElement list : document.root()) {
+    if (!list.is("TimeBlockList")) continue;
+    for (const XmlElement block : list) {
+      if (block.is("TimeBlock")) take_time_block(block, schedule);
+    }
+  }
+  return schedule;
+}
+
+}  // namespace
+
+void read_schedule(Service& service, const Request& request) {
+  const Rows event = service.database.query("select Week, StartTime, EndTime from Event where Trigger=0");
+  const auto week = static_cast<std::uint32_t>(event.number(0, 0));
+  const std::int32_t begin = event.number(0, 1);  // hours times 100 plus minutes
+  const std::int32_t end = event.number(0, 2);
+  print_xml(request, [=](TextBuffer& document) {
+    document.append(kXmlDeclarationBare);
+    document.append("<EventSchedule version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    document.append("<TimeBlockList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    for (int day = 0; day < kDays; ++day) {
+      if ((week >> static_cast<unsigned>(day) & 1U) == 0) continue;
+      document.append("<TimeBlock>");
+      if (day == 0) {
+        document.append("<dayOfWeek>7</dayOfWeek>");
+      } else {
+        document.append("<dayOfWeek>%d</dayOfWeek>", day);
+      }
+      document.append("<TimeRange>");
+      document.append("<beginTime>%02d:%02d:%02d</beginTime>", begin / 100, begin % 100, 0);
+      document.append("<endTime>%02d:%02d:%02d</endTime>", end / 100, end % 100, 0);
+      document.append("</TimeRange>");
+      document.append("</TimeBlock>");
+    }
+    document.append("</TimeBlockList>");
+    document.append("</EventSchedule>");
+  });
+}
+
+void write_schedule(Service& service, const Request& request) {
+  std::optional<Schedule> schedule = read_requested_schedule(request);
+  if (!schedule) return answer_status(request, Status::kDeviceError);
+  for (Day& day : schedule->days)
+    apply_bit_string(day);
+  const bool stored = service.database.execute(
+      "update Event set Week=%d, StartTime=%d, EndTime=%d where Trigger=0", schedule->week,
+      wrapping_multiply(start_hour(schedule->days), 100), wrapping_multiply(end_hour(schedule->days), 100));
+  answer_status(request, stored ? Status::kOk : Status::kDeviceError);
+}
+
+}  // namespace psia

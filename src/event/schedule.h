@@ -1,0 +1,14 @@
+// The weekly time window in which the camera's trigger is armed: a set of days and one range of hours for all
+// of them.
+#pragma once
+
+#include "frame/request.h"
+
+namespace psia {
+
+struct Service;
+
+void read_schedule(Service& service, const Request& request);
+void write_schedule(Service& service, const Request& request);
+
+}  // namespace psia

@@ -1,0 +1,144 @@
+#include "security/users.h"
+
+#include <strings.h>
+
+#include <cstring>
+
+#include "frame/numbers.h"
+#include "frame/response.h"
+#include "frame/service.h"
+#include "frame/xml.h"
+
+namespace psia {
+
+namespace {
+
+constexpr std::size_t kLongestNumber = 3;
+
+struct Account {
+  FixedText<32> name;
+  FixedText<32> password;
+};
+
+bool is_name(const FixedText<32>& name, const char* account) {
+  return strcasecmp(name.c_str(), account) == 0;
+}
+
+/// Takes a userName or password element into `account`; true when the element completes a pair, which only a
+/// password behind its name does.
+bool take_account(XmlElement element, Account& account) {
+  if (element.is("userName")) element.copy_text(account.name);
+  if (!element.is("password")) return false;
+  element.copy_text(account.password);
+  return !account.name.empty() && !account.password.empty();
+}
+
+bool store_password(Database& database, const Account& account) {
+  return database.execute("update User set Password='%s' where UserID='%s'", account.password.c_str(),
+                          account.name.c_str());
+}
+
+/// What a User element holds, and its end; the login name is also the id.
+void append_user(TextBuffer& document, const char* name) {
+  document.append("<id>%s</id>", name);
+  document.append("<userName>%s</userName>", name);
+  document.append("</User>");
+}
+
+/// The rows of the user that a URI names, the first of them being the one meant.
+Rows find_user(Database& database, const char* name) {
+  if (std::strlen(name) > kLongestNumber) {
+    return database.query("select * from User where UserID='%s'", name);
+  }
+  const std::int32_t number = to_int32(name);
+  if (number < 1) return {};
+  return database.query("select * from User where UserID!='admin' and UserID!='anonymous' limit %d", number);
+}
+
+void answer_done(const Request& request, bool done) {
+  answer_status(request, done ? Status::kOk : Status::kDeviceError);
+}
+
+}  // namespace
+
+void list_users(Service& service, const Request& request) {
+  const Rows users = service.database.query("select * from User");
+  answer_xml(request, [&users](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<UserList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    for (int row = 0; row < users.count(); ++row) {
+      document.append("<User version=\"1.0\">");
+      append_user(document, users.text(row, 0));
+    }
+    document.append("</UserList>");
+  });
+}
+
+void change_passwords(Service& service, const Request& request) {
+  const XmlDocument document = read_document(request, "UserList");
+  if (!document) return answer_status(request, Status::kDeviceError);
+  Account account;  // kept from one User to the next: a password without a name is for the user before it
+  for (const XmlElement user : document.root()) {
+    if (!user.is("User")) continue;
+    for (const XmlElement child : user) {
+      if (!take_account(child, account) || is_name(account.name, "anonymous")) continue;
+      if (store_password(service.database, account)) continue;
+      answer_status(request, Status::kDeviceError);  // clients receive it and the closing answer
+      break;
+    }
+  }
+  answer_status(request, Status::kOk);
+}
+
+void add_users(Service& service, const Request& request) {
+  const XmlDocument document = read_document(request, "User");
+  if (!document) return answer_status(request, Status::kDeviceError);
+  Account account;
+  for (const XmlElement child : document.root()) {
+    if (!take_account(child, account)) continue;
+    const Rows same =
+        service.database.query("select count(*) from User where UserID='%s'", account.name.c_str());
+    if (!same.found() || same.number(0, 0) > 0) return answer_status(request, Status::kDeviceError);
+    if (!service.database.execute("insert into User values('%s', '%s', 2)", account.name.c_str(),
+                                  account.password.c_str())) {
+      answer_status(request, Status::kDeviceError);  // clients receive it and the closing answer
+      break;
+    }
+    account = {};
+  }
+  answer_status(request, Status::kOk);
+}
+
+void delete_users(Service& service, const Request& request) {
+  answer_done(request,
+              service.database.execute("delete from User where UserID != 'admin' and UserID != 'anonymous'"));
+}
+
+void read_user(Service& service, const Request& request) {
+  const Rows user = find_user(service.database, request.tail);
+  if (!user.found()) return answer_status(request, Status::kDeviceError);
+  answer_xml(request, [&user](TextBuffer& document) {
+    document.append(kXmlDeclaration);
+    document.append("<User version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+    append_user(document, user.text(0, 0));
+  });
+}
+
+void change_password(Service& service, const Request& request) {
+  const XmlDocument document = read_document(request, "User");
+  if (!document) return answer_status(request, Status::kDeviceError);
+  Account account{FixedText<32>(request.tail), {}};
+  for (const XmlElement child : document.root()) {
+    if (child.is("password")) child.copy_text(account.password);
+  }
+  if (is_name(account.name, "anonymous")) return;
+  answer_done(request, store_password(service.database, account));
+}
+
+void delete_user(Service& service, const Request& request) {
+  const FixedText<32> name(request.tail);
+  if (is_name(name, "admin") || is_name(name, "anonymous")) return;
+  answer_done(request, service.database.execute("delete from User where UserID='%s'", request.tail));
+}
+
+}  // namespace psia
