@@ -16,7 +16,7 @@ class AccessTest : public RunningServiceTest {
 TEST_F(AccessTest, WrongCredentialsGetThe401Answer) {
   for (const char* user :
        {"", "admin:wrong", "admin:", "admin:ADMIN", "admin", "nobody:admin", ":", ":admin", "admin:admin2",
-        "admin:admi", "admin:bdmin", "' or '1'='1:admin", "admin'--:admin", "%s%s%n:admin"}) {
+        "admin:admi", "admin:admix", "admin:bdmin", "' or '1'='1:admin", "admin'--:admin", "%s%s%n:admin"}) {
     EXPECT_EQ(get("/PSIA/index", user), unauthorized()) << user;
   }
   EXPECT_EQ(with_header(""), unauthorized());

@@ -32,8 +32,8 @@ TEST(TextBuffer, GrowsInStepsOnlyWhenAnAppendNoLongerFits) {
   EXPECT_EQ(buffer.capacity(), 1024U);
   buffer.append("%c", 'x');
   EXPECT_EQ(buffer.capacity(), 2048U);
-  buffer.append("<a>%s</a>", std::string(5000, 'v').c_str());
-  EXPECT_EQ(text_of(buffer), std::string(1024, 'a') + "x<a>" + std::string(5000, 'v') + "</a>");
+  buffer.append("<a>%s</a>", std::string(5112, 'v').c_str());  // to the last byte of a step
+  EXPECT_EQ(text_of(buffer), std::string(1024, 'a') + "x<a>" + std::string(5112, 'v') + "</a>");
   EXPECT_EQ(buffer.capacity(), 6144U);
 }
 
@@ -68,7 +68,7 @@ TEST(Numbers, ConvertLikeThe32BitTarget) {
 }
 
 TEST(FixedText, CutsAndKeepsTheRestOfALongerText) {
-  FixedText<8> text("0123456789");
+  FixedText<8> text("01234567");
   EXPECT_STREQ(text.c_str(), "0123456");
   text.assign("ab");
   EXPECT_STREQ(text.c_str(), "ab");
@@ -84,7 +84,7 @@ TEST(Credentials, DecodeInAllTheirForms) {
            {"Digestx", "", ""},                                  // one character of base 64 gives no byte
            {"Bearer", "", ""},                                   // nothing behind the scheme
            {"Bas", "", ""},                                      // shorter than a scheme word
-           {"Basic YWxpY2U6YWI6Y2Q=", "al", "cd"},               // alice:ab:cd
+           {"Basic YWxpY2U6YWJjOmQ=", "ali", "d"},               // alice:abc:d
            {"Basic YWxpY2U6YTpiOmM=", "a", "c"},                 // alice:a:b:c
            {"Basic YWxp Y2U6\r\nc2Vj*cmV0", "alice", "secret"},  // foreign characters are skipped
            {"Basic YWRtaW46\xff\x80", "admin", ""},
