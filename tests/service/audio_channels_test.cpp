@@ -27,15 +27,17 @@ TEST_F(AudioChannelsTest, ReadsShowTheStoredFlag) {
 }
 
 TEST_F(AudioChannelsTest, SwitchingStoresTheFlagAndSendsCommand3) {
+  run_sql("update Audio set Codec=2");
   for (const auto& [elements, stored] : std::vector<std::pair<std::string, std::string>>{
            {"<enabled>false</enabled>", "0"},
            {"<ENABLED>True</ENABLED>", "1"},
+           {"<enabled>true</enabled><enabled>false</enabled>", "0"},
+           {"<enabled>true</enabled>", "1"},
            {"<id>7</id>", "0"},
-           {"<enabled>false</enabled><enabled>true</enabled>", "1"},
            {"<enabled> true</enabled>", "0"}}) {
     EXPECT_EQ(put_with_daemon(kUri, "<audiochannel>" + elements + "</audiochannel>"), status(1, kUri))
         << elements;
-    EXPECT_EQ(rows("select * from Audio"), "0|0|" + stored + "|0") << elements;
+    EXPECT_EQ(rows("select * from Audio"), "0|0|" + stored + "|2") << elements;
     camera::Message expected;
     camera::put_integer(expected, 4, 3);
     EXPECT_EQ(messages.at(0).body, expected.body) << elements;
