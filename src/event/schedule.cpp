@@ -154,7 +154,7 @@ void write_schedule(Service& service, const Request& request) {
   const bool stored = service.database.execute(
       "update Event set Week=%d, StartTime=%d, EndTime=%d where Trigger=0", schedule->week,
       wrapping_multiply(start_hour(schedule->days), 100), wrapping_multiply(end_hour(schedule->days), 100));
-  answer_status(request, stored ? Status::kOk : Status::kDeviceError);
+  answer_done(request, stored);
 }
 
 }  // namespace psia

@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdio>
 
+#include "frame/service.h"
+
 namespace psia {
 
 namespace {
@@ -48,6 +50,14 @@ void answer_status(const Request& request, Status status) {
 
 void answer_result(const Request& request, int result) {
   answer_status(request, static_cast<Status>(result + 1));
+}
+
+void answer_done(const Request& request, bool done) {
+  answer_status(request, done ? Status::kOk : Status::kDeviceError);
+}
+
+void send_and_answer(Service& service, const Request& request, ControlMessage& message) {
+  answer_result(request, service.queues.send_and_wait(message));
 }
 
 void answer_ok(Service& /*service*/, const Request& request) {

@@ -7,6 +7,7 @@
 
 namespace psia {
 
+class ControlMessage;
 struct Service;
 
 /// The status codes of the PSIA ResponseStatus document.
@@ -37,6 +38,12 @@ void answer_status(const Request& request, Status status);
 
 /// Answers with the status that goes with a control message's result: 0 ok, 1 busy, 2 error.
 void answer_result(const Request& request, int result);
+
+/// Answers ok when `done`, otherwise a device error.
+void answer_done(const Request& request, bool done);
+
+/// Sends `message` to the daemons, waits for the reply and answers with the status that goes with its result.
+void send_and_answer(Service& service, const Request& request, ControlMessage& message);
 
 /// Handlers whose whole answer is a fixed status.
 void answer_ok(Service& service, const Request& request);

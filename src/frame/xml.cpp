@@ -65,10 +65,6 @@ bool XmlElement::is(const char* name) const {
   return same_word(node_->name, name);
 }
 
-bool XmlElement::has_content() const {
-  return node_->children != nullptr;
-}
-
 XmlText XmlElement::text() const {
   return XmlText(xmlNodeListGetString(node_->doc, node_->children, 1));
 }

@@ -51,8 +51,6 @@ class XmlElement {
 
   /// Compares the element's name without regard to case.
   [[nodiscard]] bool is(const char* name) const;
-  /// True when there is anything between the tags: text, white space included, or elements.
-  [[nodiscard]] bool has_content() const;
 
   [[nodiscard]] XmlText text() const;
   /// Compares the text without regard to case.

@@ -57,7 +57,7 @@ void set_audio_channel(Service& service, const Request& request) {
     return answer_status(request, Status::kDeviceError);
   }
   ControlMessage message(Command::kAudio);
-  answer_result(request, service.queues.send_and_wait(message));
+  send_and_answer(service, request, message);
 }
 
 }  // namespace psia

@@ -167,7 +167,7 @@ void update_from_body(Service& service, const Request& request, const char* root
   const XmlElement root = document.root();
   const bool done = (!root.is(root_name) || update(service, root, settings)) &&
                     apply_rtsp_port(service, settings.rtsp_port);
-  answer_status(request, done ? Status::kOk : Status::kDeviceError);
+  answer_done(request, done);
 }
 
 }  // namespace

@@ -108,7 +108,7 @@ void set_video_input_channel(Service& service, const Request& request) {
   }
   ControlMessage message(Command::kVideoSource);
   message.put_int(kPayloadOffset, adjustment->source);
-  answer_result(request, service.queues.send_and_wait(message));
+  send_and_answer(service, request, message);
 }
 
 }  // namespace psia

@@ -55,10 +55,6 @@ Rows find_user(Database& database, const char* name) {
   return database.query("select * from User where UserID!='admin' and UserID!='anonymous' limit %d", number);
 }
 
-void answer_done(const Request& request, bool done) {
-  answer_status(request, done ? Status::kOk : Status::kDeviceError);
-}
-
 }  // namespace
 
 void list_users(Service& service, const Request& request) {

@@ -159,7 +159,7 @@ void write_device_info(Service& service, const Request& request) {
     }
   }
   const bool stored = name && service.database.execute("update Network set DDNSHostname='%s'", name->c_str());
-  answer_status(request, stored ? Status::kOk : Status::kDeviceError);
+  answer_done(request, stored);
 }
 
 void read_device_status(Service& /*service*/, const Request& request) {

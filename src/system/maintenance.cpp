@@ -40,11 +40,6 @@ QueryPair split_query(std::string_view query) {
   return pair;
 }
 
-void send_command(Service& service, const Request& request, Command command) {
-  ControlMessage message(command);
-  answer_result(request, service.queues.send_and_wait(message));
-}
-
 /// Sends `size` bytes of the file with their own header, whose lines end and are spelled unlike all others. A
 /// file that turns out shorter ends the answer early: the header has gone out.
 void send_file(const File& file, int size) {
@@ -62,7 +57,8 @@ void send_file(const File& file, int size) {
 }  // namespace
 
 void request_reboot(Service& service, const Request& request) {
-  send_command(service, request, Command::kReboot);
+  ControlMessage message(Command::kReboot);
+  send_and_answer(service, request, message);
 }
 
 void reset_to_factory(Service& service, const Request& request) {
@@ -74,7 +70,8 @@ void reset_to_factory(Service& service, const Request& request) {
   if (strcasecmp(pair.name.data(), "MODE") != 0 || (!value_is("FULL") && !value_is("BASIC"))) {
     return answer_status(request, Status::kDeviceError);
   }
-  send_command(service, request, Command::kFactoryReset);
+  ControlMessage message(Command::kFactoryReset);
+  send_and_answer(service, request, message);
 }
 
 void download_configuration(Service& service, const Request& request) {
@@ -92,7 +89,7 @@ void download_configuration(Service& service, const Request& request) {
 
 void upload_configuration(Service& /*service*/, const Request& request) {
   const int result = save_body(request, "/usr/local/httpd/htdocs/Web/updownload/psia_config.dat");
-  answer_status(request, result == 0 ? Status::kOk : Status::kDeviceError);
+  answer_done(request, result == 0);
 }
 
 }  // namespace psia

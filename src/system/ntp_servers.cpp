@@ -52,7 +52,7 @@ void read_server(const XmlElement& element, WantedServer& wanted) {
 
 void store_server(Service& service, const Request& request, const ServerText& server) {
   const bool stored = service.database.execute("update Network set NTPServer='%s'", server.c_str());
-  answer_status(request, stored ? Status::kOk : Status::kDeviceError);
+  answer_done(request, stored);
 }
 
 }  // namespace

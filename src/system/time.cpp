@@ -105,7 +105,7 @@ void send_time(Service& service, const Request& request, TimeMode mode, const st
   message.put_int(160, time->tm_hour);
   message.put_int(164, time->tm_min);
   message.put_int(168, time->tm_sec);
-  answer_result(request, service.queues.send_and_wait(message));
+  send_and_answer(service, request, message);
 }
 
 }  // namespace
@@ -179,7 +179,7 @@ void set_time_zone(Service& service, const Request& request) {
   }
   ControlMessage message(Command::kTimeZone);
   message.put_text(12, 256, zone);
-  answer_result(request, service.queues.send_and_wait(message));
+  send_and_answer(service, request, message);
 }
 
 }  // namespace psia
