@@ -183,6 +183,17 @@ TEST_F(UsersTest, PasswordsAreChangedByAList) {
   EXPECT_EQ(put(kUsers, user(viewer)), kRefused);
 }
 
+TEST_F(UsersTest, HundredsOfAccountsAreAddedAndListed) {
+  std::string pairs;
+  for (int i = 0; i < 300; ++i)
+    pairs += pair("user" + std::to_string(i), "p");
+  EXPECT_EQ(post(kUsers, element("User", pairs)), kDone);
+  EXPECT_EQ(rows("select count(*) from User where UserID like 'user%' and Password='p' and Level=2"), "300");
+  const std::string list = get(kUsers);
+  EXPECT_EQ(list, document(body_of(list)));
+  EXPECT_NE(list.find("<userName>user299</userName></User></UserList>"), std::string::npos);
+}
+
 TEST_F(UsersTest, NobodyBelowTheAdministratorChangesAnAccountOrSeesAPassword) {
   run_sql("update User set Password='secret-' || UserID");
   const std::string before = rows(kAll);
