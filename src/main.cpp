@@ -12,10 +12,10 @@
 #include "frame/control_queue.h"
 #include "frame/database.h"
 #include "frame/environment.h"
-#include "frame/route_table.h"
 #include "frame/service.h"
 #include "frame/stop.h"
 #include "frame/xml.h"
+#include "routes.h"
 #include "system/time_zone_table.h"
 
 namespace {
@@ -64,8 +64,7 @@ int main() {
   const std::optional<psia::ControlQueues> queues = psia::ControlQueues::open();
   if (!queues) return EXIT_SUCCESS;
   const psia::TzPairListOwner time_zones(psia::tz_pair_list_create());
-  if (!time_zones) return EXIT_FAILURE;
-  psia::tz_table_fill(*time_zones);
+  if (!time_zones || !psia::tz_table_fill(*time_zones)) return EXIT_FAILURE;
 
   psia::Service service{environment, database, *queues, *time_zones};
   while (accept_request()) {

@@ -52,14 +52,14 @@ std::int32_t parse_end_hour(const char* time) {
   return std::strlen(time) > kMinutes ? to_int32(time + kMinutes) : 0;
 }
 
-void take_time_range(const XmlElement& range, Day& day) {
+void take_time_range(XmlElement range, Day& day) {
   for (const XmlElement child : range) {
     if (child.is("beginTime")) day.begin_hour = child.number();
     if (child.is("endTime")) day.end_hour = parse_end_hour(child.text().c_str());
   }
 }
 
-void take_time_block(const XmlElement& block, Schedule& schedule) {
+void take_time_block(XmlElement block, Schedule& schedule) {
   for (const XmlElement child : block) {
     if (child.is("dayOfWeek")) take_day(child.number(), schedule);
     if (schedule.day < 0) continue;
@@ -133,11 +133,12 @@ void read_schedule(Service& service, const Request& request) {
       if (day == 0) {
         document.append("<dayOfWeek>7</dayOfWeek>");
       } else {
-        document.append("<dayOfWeek>%d</dayOfWeek>", day);
+        document.append("<dayOfWeek>", day, "</dayOfWeek>");
       }
       document.append("<TimeRange>");
-      document.append("<beginTime>%02d:%02d:%02d</beginTime>", begin / 100, begin % 100, 0);
-      document.append("<endTime>%02d:%02d:%02d</endTime>", end / 100, end % 100, 0);
+      document.append("<beginTime>", two_digits(begin / 100), ":", two_digits(begin % 100),
+                      ":00</beginTime>");
+      document.append("<endTime>", two_digits(end / 100), ":", two_digits(end % 100), ":00</endTime>");
       document.append("</TimeRange>");
       document.append("</TimeBlock>");
     }

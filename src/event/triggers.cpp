@@ -4,9 +4,10 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
-#include "event/change.h"
 #include "event/notification_servers.h"
+#include "event/store_document.h"
 #include "frame/fixed_text.h"
 #include "frame/numbers.h"
 #include "frame/response.h"
@@ -54,6 +55,14 @@ FixedText<256> trigger_id_of(const Request& request) {
   return id;
 }
 
+/// The notification's id in the URL of a single notification; empty where the URL is no such one.
+FixedText<256> notification_id_of(const Request& request) {
+  constexpr std::string_view kBetween = "/notifications/";
+  const char* const behind = request.tail + std::strcspn(request.tail, "/");
+  if (strncasecmp(behind, kBetween.data(), kBetween.size()) != 0) return {};
+  return FixedText<256>(behind + kBetween.size());
+}
+
 // Reading.
 
 Links read_links(Service& service) {
@@ -73,32 +82,33 @@ void append_relay(Service& service, TextBuffer& document, std::int32_t id) {
   const Rows relay = service.database.query("select Alias, Interval from SensorRelay where DeviceID=%d", id);
   if (!relay.found()) return;
   document.append(kNotificationTag);
-  document.append("<id>%s</id>", relay.text(0, 0));
+  document.append("<id>", relay.text(0, 0), "</id>");
   document.append("<notificationMethod>IO</notificationMethod>");
-  document.append("<notificationInterval>%d</notificationInterval>",
-                  wrapping_multiply(relay.number(0, 1), 1000));
-  document.append("<outputIOPortID>%d</outputIOPortID>", id);
+  document.append("<notificationInterval>", wrapping_multiply(relay.number(0, 1), 1000),
+                  "</notificationInterval>");
+  document.append("<outputIOPortID>", id, "</outputIOPortID>");
+  document.append("</EventTriggerNotification>");
+}
+
+/// A notification by way of the server whose alias `server` gives.
+void append_server_link(TextBuffer& document, const Rows& server, const char* method) {
+  if (!server.found()) return;
+  document.append(kNotificationTag);
+  document.append("<id>", server.text(0, 0), "</id>");
+  document.append("<notificationMethod>", method, "</notificationMethod>");
   document.append("</EventTriggerNotification>");
 }
 
 void append_ftp_upload(Service& service, TextBuffer& document, std::int32_t id) {
   if (id < 0) return;
-  const Rows server = service.database.query("select Alias from FTPServer where FTPServerID=%d", id);
-  if (!server.found()) return;
-  document.append(kNotificationTag);
-  document.append("<id>%s</id>", server.text(0, 0));
-  document.append("<notificationMethod>FTP</notificationMethod>");
-  document.append("</EventTriggerNotification>");
+  append_server_link(document, service.database.query("select Alias from FTPServer where FTPServerID=%d", id),
+                     "FTP");
 }
 
 void append_mail(Service& service, TextBuffer& document, std::int32_t id) {
   if (id < 0) return;
-  const Rows server = service.database.query("select Alias from SMTPServer where SMTPServerID=%d", id);
-  if (!server.found()) return;
-  document.append(kNotificationTag);
-  document.append("<id>%s</id>", server.text(0, 0));
-  document.append("<notificationMethod>email</notificationMethod>");
-  document.append("</EventTriggerNotification>");
+  append_server_link(
+      document, service.database.query("select Alias from SMTPServer where SMTPServerID=%d", id), "email");
 }
 
 /// The linked notifications; a link to a row that has gone is left out.
@@ -116,13 +126,13 @@ void append_notification_list(Service& service, TextBuffer& document, const Link
 
 void append_trigger(Service& service, TextBuffer& document, const char* id) {
   document.append("<EventTrigger version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-  document.append("<id>%s</id>", id);
+  document.append("<id>", id, "</id>");
   document.append("<eventType>IO</eventType>");
   document.append("<inputIOPortID>0</inputIOPortID>");
   const Rows event = service.database.query(
       "select IgnoreInterval, RelayID, FTPServerID, SMTPServerID from Event where Trigger=0");
   if (event.found()) {
-    document.append("<intervalBetweenEvents>%d</intervalBetweenEvents>", event.number(0, 0));
+    document.append("<intervalBetweenEvents>", event.number(0, 0), "</intervalBetweenEvents>");
     const Links links = {.relay = event.number(0, 1), .ftp = event.number(0, 2), .mail = event.number(0, 3)};
     if (links.relay != kNoLink || links.ftp != kNoLink || links.mail != kNoLink) {
       append_notification_list(service, document, links);
@@ -176,9 +186,11 @@ struct TriggerChange {
   std::int32_t interval_between_events = 5;
   std::int32_t notification_interval = 5;  // seconds
   Links links;
-  bool combined = false;  // the body is a combined document
+  bool combined = false;  // the body is the combined document of the whole Event resource
 };
 
+/// The combined document's statement spells the column in lower case. The database takes both for the same
+/// one; the texts stay as a trace of its statements has always shown them.
 void store_relay_interval(Service& service, const TriggerChange& change) {
   if (change.combined) {
     (void)service.database.execute("update SensorRelay set interval=%d where Alias='%s'",
@@ -191,7 +203,7 @@ void store_relay_interval(Service& service, const TriggerChange& change) {
 
 /// Takes an EventTriggerNotification. It replaces all three links, so that of several the last one decides.
 /// Mail is "SMTP" here and "email" in the documents; sent back unchanged, a document unlinks. Intended.
-void take_notification(Service& service, const XmlElement& notification, TriggerChange& change) {
+void take_notification(Service& service, XmlElement notification, TriggerChange& change) {
   for (const XmlElement child : notification) {
     if (child.is("id")) child.copy_text(change.notification_id);
     if (child.is("notificationMethod")) child.copy_text(change.method);
@@ -210,13 +222,13 @@ void take_notification(Service& service, const XmlElement& notification, Trigger
   }
 }
 
-void take_notification_list(Service& service, const XmlElement& list, TriggerChange& change) {
+void take_notification_list(Service& service, XmlElement list, TriggerChange& change) {
   for (const XmlElement child : list) {
     if (child.is("EventTriggerNotification")) take_notification(service, child, change);
   }
 }
 
-void take_trigger(Service& service, const XmlElement& trigger, TriggerChange& change) {
+void take_trigger(Service& service, XmlElement trigger, TriggerChange& change) {
   for (const XmlElement child : trigger) {
     if (child.is("id")) child.copy_text(change.trigger_id);
     if (child.is("intervalBetweenEvents")) change.interval_between_events = child.number();
@@ -232,7 +244,7 @@ void apply_trigger(Service& service, const char* trigger_id, const TriggerChange
       change.interval_between_events, change.links.relay, change.links.ftp, change.links.mail, kTrigger);
 }
 
-void take_trigger_list(Service& service, const XmlElement& list, TriggerChange& change) {
+void take_trigger_list(Service& service, XmlElement list, TriggerChange& change) {
   for (const XmlElement child : list) {
     if (!child.is("EventTrigger")) continue;
     take_trigger(service, child, change);
@@ -283,7 +295,7 @@ void read_event(Service& service, const Request& request) {
 
 /// Changes the triggers only; servers in the document are not looked at.
 void write_event(Service& service, const Request& request) {
-  store_document(request, "EventNotification", [&](const XmlElement& root) {
+  store_document(request, "EventNotification", [&](XmlElement root) {
     TriggerChange change;
     change.combined = true;
     for (const XmlElement child : root) {
@@ -302,7 +314,7 @@ void list_triggers(Service& service, const Request& request) {
 }
 
 void write_triggers(Service& service, const Request& request) {
-  store_document(request, "EventTriggerList", [&](const XmlElement& root) {
+  store_document(request, "EventTriggerList", [&](XmlElement root) {
     TriggerChange change;
     take_trigger_list(service, root, change);
   });
@@ -319,7 +331,7 @@ void read_trigger(Service& service, const Request& request) {
 
 /// The id in the URL says which trigger is changed, not the one in the body.
 void write_trigger(Service& service, const Request& request) {
-  store_document(request, "EventTrigger", [&](const XmlElement& root) {
+  store_document(request, "EventTrigger", [&](XmlElement root) {
     TriggerChange change;
     take_trigger(service, root, change);
     apply_trigger(service, request.tail, change);
@@ -341,7 +353,7 @@ void list_notifications(Service& service, const Request& request) {
 }
 
 void write_notifications(Service& service, const Request& request) {
-  store_document(request, "EventTriggerNotificationList", [&](const XmlElement& root) {
+  store_document(request, "EventTriggerNotificationList", [&](XmlElement root) {
     TriggerChange change;
     take_notification_list(service, root, change);
     apply_links(service, trigger_id_of(request).c_str(), change.links);
@@ -350,7 +362,7 @@ void write_notifications(Service& service, const Request& request) {
 
 /// Replaces the links rather than adding one.
 void post_notification(Service& service, const Request& request) {
-  store_document(request, "EventTriggerNotification", [&](const XmlElement& root) {
+  store_document(request, "EventTriggerNotification", [&](XmlElement root) {
     TriggerChange change;
     take_notification(service, root, change);
     apply_links(service, trigger_id_of(request).c_str(), change.links);
@@ -361,30 +373,30 @@ void unlink_notifications(Service& service, const Request& request) {
   unlink_all(service, request, trigger_id_of(request).c_str());
 }
 
-void read_notification(Service& service, const Request& request, const char* trigger_id,
-                       const char* notification_id) {
-  if (!is_trigger(service, trigger_id)) return answer_status(request, Status::kInvalidOperation);
+void read_notification(Service& service, const Request& request) {
+  if (!is_trigger(service, trigger_id_of(request).c_str())) {
+    return answer_status(request, Status::kInvalidOperation);
+  }
   print_xml(request, [&](TextBuffer& document) {
     document.append(kXmlDeclarationBare);
-    append_notifications(service, document, select_links(service, notification_id));
+    append_notifications(service, document, select_links(service, notification_id_of(request).c_str()));
   });
 }
 
-void write_notification(Service& service, const Request& request, const char* trigger_id,
-                        const char* /*notification_id*/) {
-  store_document(request, "EventTriggerNotification", [&](const XmlElement& root) {
+void write_notification(Service& service, const Request& request) {
+  store_document(request, "EventTriggerNotification", [&](XmlElement root) {
     TriggerChange change;
     take_notification(service, root, change);
-    if (is_trigger(service, trigger_id)) apply_first_link(service, change.links);
+    if (is_trigger(service, trigger_id_of(request).c_str())) apply_first_link(service, change.links);
   });
 }
 
-void delete_notification(Service& service, const Request& request, const char* trigger_id,
-                         const char* notification_id) {
-  if (is_trigger(service, trigger_id)) {
-    apply_first_link(service, {.relay = find_device(service, notification_id),
-                               .ftp = find_ftp_server(service, notification_id),
-                               .mail = find_mail_server(service, notification_id)});
+void delete_notification(Service& service, const Request& request) {
+  if (is_trigger(service, trigger_id_of(request).c_str())) {
+    const FixedText<256> id = notification_id_of(request);
+    apply_first_link(service, {.relay = find_device(service, id.c_str()),
+                               .ftp = find_ftp_server(service, id.c_str()),
+                               .mail = find_mail_server(service, id.c_str())});
   }
   answer_status(request, Status::kOk);
 }

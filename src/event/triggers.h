@@ -29,13 +29,11 @@ void post_notification(Service& service, const Request& request);
 void unlink_notifications(Service& service, const Request& request);
 
 // .../triggers/<id>/notifications/<id>. No route leads here: such a URL is served as the notification list.
-void read_notification(Service& service, const Request& request, const char* trigger_id,
-                       const char* notification_id);
+// Both ids are taken from the request's tail, at most 255 characters of each.
+void read_notification(Service& service, const Request& request);
 /// Works from the id in the body; the one in the URL counts for nothing.
-void write_notification(Service& service, const Request& request, const char* trigger_id,
-                        const char* notification_id);
-/// Links what `notification_id` names, instead of unlinking it. Intended.
-void delete_notification(Service& service, const Request& request, const char* trigger_id,
-                         const char* notification_id);
+void write_notification(Service& service, const Request& request);
+/// Links what the URL names, instead of unlinking it. Intended.
+void delete_notification(Service& service, const Request& request);
 
 }  // namespace psia

@@ -2,46 +2,65 @@
 
 #include <unistd.h>
 
+#include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <utility>
 
 namespace psia {
 
+namespace {
+constexpr std::size_t kNameLength = sizeof("TZ=") - 1;
+}  // namespace
+
 Environment::Environment() : variables_at_start_(environ) {
-  const char* name = std::getenv("HOSTNAME");
-  host_name_at_start_ = name == nullptr ? "(null)" : name;
+  if (const char* name = std::getenv("HOSTNAME")) host_name_at_start_.reset(strdup(name));
 }
 
 Environment::~Environment() {
   environ = variables_at_start_;  // what it points to now belongs to libfcgi or to this object
+  std::free(variables_);
 }
 
 void Environment::restore_tz() {
-  if (tz_variable_.empty()) return;
+  if (tz_variable_.empty() || environ == variables_) return;  // none was set, or it stands there already
   // Not by putenv: where the request has a TZ it would store into the array whose texts libfcgi frees after
   // the request.
-  std::vector<char*> variables;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (std::strncmp(*variable, "TZ=", 3) != 0) variables.push_back(*variable);
+  std::size_t count = 0;
+  while (environ[count] != nullptr)
+    ++count;
+  if (room_ < count + 2) {
+    auto* const variables = static_cast<char**>(std::realloc(variables_, (count + 2) * sizeof(char*)));
+    if (variables == nullptr) return;
+    variables_ = variables;
+    room_ = count + 2;
   }
-  variables.push_back(const_cast<char*>(tz_variable_.c_str()));
-  variables.push_back(nullptr);
-  variables_ = std::move(variables);
-  environ = variables_.data();
+  char** place = variables_;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (std::strncmp(*variable, "TZ=", kNameLength) != 0) *place++ = *variable;
+  }
+  *place++ = const_cast<char*>(tz_variable_.c_str());
+  *place = nullptr;
+  environ = variables_;
 }
 
 void Environment::set_tz(const char* rule) {
-  current_tz_.assign(rule);
-  tz_variable_.assign((std::string("TZ=") + current_tz_.c_str()).c_str());
+  std::array<char, sizeof("TZ=") + 63> variable{};
+  (void)std::snprintf(variable.data(), variable.size(), "TZ=%s", rule);
+  tz_variable_.assign(variable.data());
   restore_tz();
   tzset();
 }
 
+const char* Environment::current_tz() const {
+  return tz_variable_.empty() ? "" : tz_variable_.c_str() + kNameLength;
+}
+
 const char* Environment::host_name() const {
   const char* name = std::getenv("HOSTNAME");
-  return name == nullptr ? host_name_at_start_.c_str() : name;
+  if (name == nullptr) name = host_name_at_start_.get();
+  return name == nullptr ? "(null)" : name;
 }
 
 }  // namespace psia

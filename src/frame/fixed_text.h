@@ -15,8 +15,7 @@ class FixedText {
   FixedText() = default;
   explicit FixedText(const char* text) { assign(text); }
 
-  /// Replaces the text by at most `Size` - 1 bytes of `text`. As with snprintf, what an earlier, longer text
-  /// left behind the terminating zero stays there.
+  /// Replaces the text by at most `Size` - 1 bytes of `text`.
   void assign(const char* text) { assign(text, std::strlen(text)); }
 
   /// The same for the first `length` bytes of `text`.
@@ -30,7 +29,9 @@ class FixedText {
 
   [[nodiscard]] const char* c_str() const { return data_.data(); }
   [[nodiscard]] bool empty() const { return data_[0] == '\0'; }
-  /// All `Size` bytes, those behind the terminating zero included.
+  /// All `Size` bytes. Behind the terminating zero stand zero bytes, or what an earlier, longer text left
+  /// there: the schedule's bit strings show it to clients, who have always seen the rest of the string
+  /// before.
   [[nodiscard]] const std::array<char, Size>& bytes() const { return data_; }
 
  private:

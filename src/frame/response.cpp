@@ -3,8 +3,10 @@
 #include <fcgi_stdio.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 
+#include "frame/numbers.h"
 #include "frame/service.h"
 
 namespace psia {
@@ -21,11 +23,18 @@ constexpr std::array kStatusStrings = {
     "Reboot Required",
 };
 
-void send(const char* content_type, TextBuffer& document) {
-  document.fold();
-  FCGI_printf("Content-Length: %d\r\n", static_cast<int>(document.length()));
+void send(const char* content_type, std::string_view body) {
+  write_text("Content-Length: ");
+  write_text(DecimalText(static_cast<std::int32_t>(body.size())).c_str());
+  write_text("\r\n");
   write_text(content_type);
-  FCGI_fwrite(const_cast<char*>(document.data()), 1, document.length(), FCGI_stdout);
+  FCGI_fwrite(const_cast<char*>(body.data()), 1, body.size(), FCGI_stdout);
+}
+
+/// The text as it goes out.
+std::string_view finished(TextBuffer& document) {
+  document.fold();
+  return {document.data(), document.length()};
 }
 
 }  // namespace
@@ -38,14 +47,15 @@ void answer_status(const Request& request, Status status) {
   TextBuffer document;
   document.append("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n");
   document.append("<ResponseStatus version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
-  document.append("<requestURL>%s</requestURL>\n", request.uri);
-  document.append("<statusCode>%d</statusCode>\n", static_cast<int>(status));
+  document.append("<requestURL>", request.uri, "</requestURL>\n");
+  document.append("<statusCode>", static_cast<int>(status), "</statusCode>\n");
   document.append(
       "<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, 6-Invalid XML content; 7-Reboot Required -->\n");
-  document.append("<statusString>%s</statusString>\n", kStatusStrings[static_cast<std::size_t>(status) - 1]);
+  document.append("<statusString>", kStatusStrings[static_cast<std::size_t>(status) - 1],
+                  "</statusString>\n");
   document.append("<id>1</id>\n");
   document.append("</ResponseStatus>\n");
-  if (document.valid()) send(kXmlContent, document);
+  if (document.valid()) send(kXmlContent, finished(document));
 }
 
 void answer_result(const Request& request, int result) {
@@ -68,18 +78,25 @@ void answer_invalid_operation(Service& /*service*/, const Request& request) {
   answer_status(request, Status::kInvalidOperation);
 }
 
+void answer_fixed_xml(std::string_view document) {
+  send(kXmlContent, document);
+}
+
 void send_document(const Request& request, const char* content_type, TextBuffer& document) {
   if (!document.valid()) return answer_status(request, Status::kDeviceError);
-  send(content_type, document);
+  send(content_type, finished(document));
+}
+
+void print_fixed_xml(std::string_view document) {
+  std::printf("Content-Length: %d\r\n", static_cast<int>(document.size()));
+  std::puts("Content-Type: application/xml\r\n\r");
+  std::fwrite(document.data(), 1, document.size(), stdout);
+  std::fflush(stdout);
 }
 
 void print_document(const Request& request, TextBuffer& document) {
   if (!document.valid()) return answer_status(request, Status::kDeviceError);
-  document.fold();
-  std::printf("Content-Length: %d\r\n", static_cast<int>(document.length()));
-  std::puts("Content-Type: application/xml\r\n\r");
-  std::fwrite(document.data(), 1, document.length(), stdout);
-  std::fflush(stdout);
+  print_fixed_xml(finished(document));
 }
 
 }  // namespace psia

@@ -2,6 +2,8 @@
 // that answers every change and every refused or failed request.
 #pragma once
 
+#include <string_view>
+
 #include "frame/request.h"
 #include "frame/text_buffer.h"
 
@@ -49,6 +51,9 @@ void send_and_answer(Service& service, const Request& request, ControlMessage& m
 void answer_ok(Service& service, const Request& request);
 void answer_invalid_operation(Service& service, const Request& request);
 
+/// Sends a document that is the same for every request and holds no percent sign.
+void answer_fixed_xml(std::string_view document);
+
 /// Sends a finished document to the client, or a device error when memory ran short while it was built.
 void send_document(const Request& request, const char* content_type, TextBuffer& document);
 
@@ -56,6 +61,7 @@ void send_document(const Request& request, const char* content_type, TextBuffer&
 /// the client receives nothing of it; that is how the Event documents have always gone out. A plain CGI
 /// program's standard output is the client.
 void print_document(const Request& request, TextBuffer& document);
+void print_fixed_xml(std::string_view document);
 
 /// Answers with the document that `build` appends to the text buffer it is given.
 template <typename Build>

@@ -1,8 +1,9 @@
 #include "frame/text_buffer.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
+#include <utility>
+
+#include "frame/numbers.h"
 
 namespace psia {
 
@@ -19,44 +20,45 @@ std::size_t fold_percent_signs(char* text, std::size_t length) {
   return kept;
 }
 
-TextBuffer::TextBuffer() : capacity_(kStep), data_(static_cast<char*>(std::malloc(kStep + 1))) {
-  if (valid()) data_[0] = '\0';
-}
+TextBuffer::TextBuffer() : capacity_(kStep), data_(static_cast<char*>(std::malloc(kStep))) {}
 
 TextBuffer::~TextBuffer() {
   std::free(data_);
 }
 
-void TextBuffer::grow_to_fit(std::size_t more) {
-  const std::size_t steps = (length_ + more - capacity_ + kStep - 1) / kStep;
-  const std::size_t capacity = capacity_ + steps * kStep;
-  auto* data = static_cast<char*>(std::realloc(data_, capacity + 1));
-  if (data == nullptr) {
-    std::free(data_);
-    length_ = 0;
-  } else {
+void TextBuffer::append_bytes(const char* bytes, std::size_t count) {
+  if (count > capacity_ - length_) {
+    const std::size_t capacity = (length_ + count + kStep - 1) / kStep * kStep;
+    auto* const data = static_cast<char*>(std::realloc(data_, capacity));
+    if (data == nullptr) {
+      std::free(std::exchange(data_, nullptr));
+      return;
+    }
+    data_ = data;
     capacity_ = capacity;
   }
-  data_ = data;
+  std::memcpy(data_ + length_, bytes, count);
+  length_ += count;
 }
 
-void TextBuffer::append(const char* format, ...) {
-  if (!valid()) return;
-  va_list arguments;
-  va_start(arguments, format);
-  va_list again;
-  va_copy(again, arguments);
-  const int formatted = std::vsnprintf(data_ + length_, capacity_ - length_ + 1, format, arguments);
-  va_end(arguments);
-  if (formatted > 0) {
-    const auto size = static_cast<std::size_t>(formatted);
-    if (size > capacity_ - length_) {
-      grow_to_fit(size);
-      if (valid()) std::vsnprintf(data_ + length_, capacity_ - length_ + 1, format, again);
+void TextBuffer::append_all(const Piece* pieces, std::size_t count) {
+  const std::size_t start = length_;
+  for (const Piece* piece = pieces; piece != pieces + count; ++piece) {
+    if (!valid()) return;
+    if (piece->text_ != nullptr) {
+      append_bytes(piece->text_, piece->value_);
+    } else {
+      const DecimalText digits(static_cast<std::int32_t>(piece->value_), piece->width_, piece->padding_);
+      append_bytes(digits.c_str(), digits.length());
     }
-    if (valid()) length_ += fold_percent_signs(data_ + length_, size);
   }
-  va_end(again);
+  if (!valid() || std::memchr(data_ + start, '%', length_ - start) == nullptr) return;
+  has_percent_ = true;
+  length_ = start + fold_percent_signs(data_ + start, length_ - start);
+}
+
+void TextBuffer::fold() {
+  if (valid() && has_percent_) length_ = fold_percent_signs(data_, length_);
 }
 
 }  // namespace psia

@@ -3,8 +3,37 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 namespace psia {
+
+/// One piece of what is appended to a document: a zero-terminated text, or a number in decimal digits. Lives
+/// no longer than the call it is made for.
+class Piece {
+ public:
+  // Made from the arguments of an append as they stand, so that a call reads like the text it gives.
+  // NOLINTBEGIN(google-explicit-constructor)
+  Piece(const char* text) : text_(text), value_(static_cast<std::uint32_t>(std::strlen(text))) {}
+  Piece(std::int32_t number) : Piece(number, 0, ' ') {}
+  // NOLINTEND(google-explicit-constructor)
+  /// The number as "%02d" and the like write it; see DecimalText.
+  Piece(std::int32_t number, std::uint8_t width, char padding)
+      : value_(static_cast<std::uint32_t>(number)), width_(width), padding_(padding) {}
+
+ private:
+  friend class TextBuffer;
+
+  const char* text_ = nullptr;  // null for a number
+  std::uint32_t value_;         // the text's length, or the number
+  std::uint8_t width_ = 0;
+  char padding_ = ' ';
+};
+
+/// A number of at least two digits, "05".
+[[nodiscard]] inline Piece two_digits(std::int32_t number) {
+  return {number, 2, '0'};
+}
 
 /// Replaces each "%%" of the `length` bytes at `text` by "%" in place and returns the new length. No text of
 /// a request or the database is ever used as a format; this keeps what clients have always been sent for
@@ -22,25 +51,31 @@ class TextBuffer {
   TextBuffer(TextBuffer&&) = delete;
   TextBuffer& operator=(TextBuffer&&) = delete;
 
-  /// Appends the formatted text, whole however long it is; each "%%" in the result becomes "%".
-  void append(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  /// Appends the pieces as one text, whole however long it is; each "%%" in it becomes "%".
+  template <typename... Pieces>
+  void append(Pieces... pieces) {
+    const Piece all[] = {pieces...};
+    append_all(all, sizeof...(pieces));
+  }
 
   /// Folds the percent signs of the whole text once more, as every document is when it is sent.
-  void fold() { length_ = fold_percent_signs(data_, length_); }
+  void fold();
 
   [[nodiscard]] bool valid() const { return data_ != nullptr; }
   [[nodiscard]] const char* data() const { return data_; }
-  /// Bytes of text, without the terminating zero.
+  /// Bytes of text; no zero byte follows them.
   [[nodiscard]] std::size_t length() const { return length_; }
   /// Bytes of text that fit before the buffer must grow.
   [[nodiscard]] std::size_t capacity() const { return capacity_; }
 
  private:
-  void grow_to_fit(std::size_t more);
+  void append_all(const Piece* pieces, std::size_t count);
+  void append_bytes(const char* bytes, std::size_t count);
 
   std::size_t length_ = 0;
   std::size_t capacity_;
-  char* data_;  // capacity_ + 1 bytes, or null when memory ran short
+  char* data_;                // capacity_ bytes, or null when memory ran short
+  bool has_percent_ = false;  // nothing is left to fold otherwise
 };
 
 }  // namespace psia

@@ -17,7 +17,7 @@ bool audio_enabled(Service& service) {
 void append_audio_channel(TextBuffer& document, bool enabled) {
   document.append("<AudioChannel version=\"1.0\" xmlns=\"urn:psialliance-org\">");
   document.append("<id>1</id>");
-  document.append("<enabled>%s</enabled>", enabled ? "true" : "false");
+  document.append("<enabled>", enabled ? "true" : "false", "</enabled>");
   document.append("<audioMode>listenonly</audioMode>");
   document.append("</AudioChannel>");
 }

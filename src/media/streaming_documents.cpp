@@ -52,6 +52,14 @@ struct CaptureSize {
   [[nodiscard]] bool is_4_to_3() const { return height == 1024 || height == 1536; }
 };
 
+/// The picture size that a document shows, with the attributes that its elements have in the capabilities.
+struct ShownSize {
+  int width;
+  int height;
+  const char* width_attributes = "";
+  const char* height_attributes = "";
+};
+
 /// What one StreamingChannel element shows. The documents differ in how they make the last three of it.
 struct Channel {
   Stream stream;
@@ -59,7 +67,7 @@ struct Channel {
   Audio audio;
   std::int32_t rtsp_port;
   const char* codec;
-  const char* size;  // the two resolution elements
+  ShownSize size;
   bool audio_enabled;
 };
 
@@ -108,61 +116,39 @@ const char* listed_slave_codec_name(const Encoder& encoder) {
   return encoder.codec == 1 ? "MJPEG" : "H.264";
 }
 
-/// The resolution elements of the channel document and of the list's Master entry. Only code 5 is told apart,
-/// as intended: the channel document shows the small pictures of the Slave stream as the sensor's size.
-const char* size_elements(const Encoder& encoder, const CaptureSize& largest) {
-  if (encoder.resolution == 5) {
-    return largest.height == 1536 ? "<videoResolutionWidth>2040</videoResolutionWidth>"
-                                    "<videoResolutionHeight>1536</videoResolutionHeight>"
-                                  : "<videoResolutionWidth>1920</videoResolutionWidth>"
-                                    "<videoResolutionHeight>1080</videoResolutionHeight>";
-  }
-  return largest.is_4_to_3() ? "<videoResolutionWidth>1280</videoResolutionWidth>"
-                               "<videoResolutionHeight>1024</videoResolutionHeight>"
-                             : "<videoResolutionWidth>1280</videoResolutionWidth>"
-                               "<videoResolutionHeight>720</videoResolutionHeight>";
+/// The size shown by the channel document and the list's Master entry. Only code 5 is told apart, as
+/// intended: the channel document shows the small pictures of the Slave stream as the sensor's size.
+ShownSize shown_size(const Encoder& encoder, const CaptureSize& largest) {
+  if (encoder.resolution == 5) return largest.height == 1536 ? ShownSize{2040, 1536} : ShownSize{1920, 1080};
+  return largest.is_4_to_3() ? ShownSize{1280, 1024} : ShownSize{1280, 720};
 }
 
-/// The resolution elements of the list's Slave entry.
-const char* listed_slave_size_elements(const Encoder& encoder) {
-  return encoder.resolution == 2 ? "<videoResolutionWidth>352</videoResolutionWidth>"
-                                   "<videoResolutionHeight>240</videoResolutionHeight>"
-                                 : "<videoResolutionWidth>704</videoResolutionWidth>"
-                                   "<videoResolutionHeight>480</videoResolutionHeight>";
+/// The size shown by the list's Slave entry.
+ShownSize listed_slave_size(const Encoder& encoder) {
+  return encoder.resolution == 2 ? ShownSize{352, 240} : ShownSize{704, 480};
 }
 
-/// The resolution elements of the capabilities document.
-const char* capabilities_size_elements(const Encoder& encoder, const CaptureSize& largest,
-                                       bool larger_sizes) {
+/// The size shown by the capabilities document.
+ShownSize capabilities_size(const Encoder& encoder, const CaptureSize& largest, bool larger_sizes) {
   switch (encoder.resolution) {
     case 0:
-      return "<videoResolutionWidth opt=\"352,704\">704</videoResolutionWidth>"
-             "<videoResolutionHeight opt=\"240,480\">480</videoResolutionHeight>";
-    case 1:  // 704 x 240, the width of one and the height of the other
-      return "<videoResolutionWidth opt=\"352,704\">704</videoResolutionWidth>"
-             "<videoResolutionHeight opt=\"240,480\">240</videoResolutionHeight>";
+      return {704, 480, " opt=\"352,704\"", " opt=\"240,480\""};
+    case 1:  // the width of one and the height of the other
+      return {704, 240, " opt=\"352,704\"", " opt=\"240,480\""};
     case 2:
-      return "<videoResolutionWidth opt=\"352,704\">352</videoResolutionWidth>"
-             "<videoResolutionHeight opt=\"240,480\">240</videoResolutionHeight>";
+      return {352, 240, " opt=\"352,704\"", " opt=\"240,480\""};
     case 3:
-      return "<videoResolutionWidth>144</videoResolutionWidth>"
-             "<videoResolutionHeight>112</videoResolutionHeight>";
+      return {144, 112};
     case 5:
-      return largest.height == 1536 ? "<videoResolutionWidth opt=\"1280,2040\">2040</videoResolutionWidth>"
-                                      "<videoResolutionHeight opt=\"1024,1536\">1536</videoResolutionHeight>"
-                                    : "<videoResolutionWidth opt=\"1280,1920\">1920</videoResolutionWidth>"
-                                      "<videoResolutionHeight opt=\"720,1080\">1080</videoResolutionHeight>";
+      return largest.height == 1536 ? ShownSize{2040, 1536, " opt=\"1280,2040\"", " opt=\"1024,1536\""}
+                                    : ShownSize{1920, 1080, " opt=\"1280,1920\"", " opt=\"720,1080\""};
     default:  // 4 and whatever else
       if (largest.is_4_to_3()) {
-        return larger_sizes ? "<videoResolutionWidth opt=\"1280,2040\">1280</videoResolutionWidth>"
-                              "<videoResolutionHeight opt=\"1024,1536\">1024</videoResolutionHeight>"
-                            : "<videoResolutionWidth opt=\"1280\">1280</videoResolutionWidth>"
-                              "<videoResolutionHeight opt=\"1024\">1024</videoResolutionHeight>";
+        return larger_sizes ? ShownSize{1280, 1024, " opt=\"1280,2040\"", " opt=\"1024,1536\""}
+                            : ShownSize{1280, 1024, " opt=\"1280\"", " opt=\"1024\""};
       }
-      return larger_sizes ? "<videoResolutionWidth opt=\"1280,1920\">1280</videoResolutionWidth>"
-                            "<videoResolutionHeight opt=\"720,1080\">720</videoResolutionHeight>"
-                          : "<videoResolutionWidth opt=\"1280\">1280</videoResolutionWidth>"
-                            "<videoResolutionHeight opt=\"720\">720</videoResolutionHeight>";
+      return larger_sizes ? ShownSize{1280, 720, " opt=\"1280,1920\"", " opt=\"720,1080\""}
+                          : ShownSize{1280, 720, " opt=\"1280\"", " opt=\"720\""};
   }
 }
 
@@ -203,91 +189,100 @@ AudioFormat audio_format(std::int32_t codec) {
   }
 }
 
+const char* true_or_false(bool value) {
+  return value ? "true" : "false";
+}
+
 enum class Form {
-  kCapabilities,  // values with what a client may set as attributes
+  kCapabilities,  // what a client may set stands in attributes
   kValues,
 };
 
-/// Appends what stands behind the start tag of a StreamingChannel element, its end tag included. Where the
-/// forms differ both texts stand together, that of the capabilities first.
-void append_channel(TextBuffer& document, Form form, const Channel& channel) {
-  const bool capabilities = form == Form::kCapabilities;
-  const Encoder& encoder = channel.encoder;
-  const char* enabled = encoder.enable == 1 ? "true" : "false";
-  const AudioFormat audio = audio_format(channel.audio.codec);
+/// Writes elements in one of the forms.
+class Elements {
+ public:
+  Elements(TextBuffer& document, Form form) : document_(document), form_(form) {}
 
-  document.append(capabilities ? "<id opt=\"1,2\">%d</id>" : "<id>%d</id>", channel.stream + 1);
-  document.append(capabilities ? "<channelName min=\"1\" max=\"128\">%s stream</channelName>"
-                               : "<channelName>%s stream</channelName>",
-                  channel.stream == kMaster ? "Master" : "Slave");
-  document.append(capabilities ? "<enabled opt=\"true,false\">%s</enabled>" : "<enabled>%s</enabled>",
-                  enabled);
+  /// `attributes` begins with a blank; the values form leaves it out.
+  [[gnu::noinline]] void element(const char* name, const char* attributes, Piece value) {
+    document_.append("<", name, form_ == Form::kCapabilities ? attributes : "", ">", value, "</", name, ">");
+  }
 
+ private:
+  TextBuffer& document_;
+  Form form_;
+};
+
+void append_transport(TextBuffer& document, Form form, const Channel& channel) {
+  Elements elements(document, form);
   document.append("<Transport>");
-  document.append(capabilities ? "<rtspPortNo min=\"0\" max=\"65535\" def=\"554\">%d</rtspPortNo>"
-                               : "<rtspPortNo>%d</rtspPortNo><maxPacketSize>1448</maxPacketSize>",
-                  channel.rtsp_port);
+  elements.element("rtspPortNo", " min=\"0\" max=\"65535\" def=\"554\"", channel.rtsp_port);
+  if (form == Form::kValues) document.append("<maxPacketSize>1448</maxPacketSize>");
   document.append("<ControlProtocolList><ControlProtocol>");
-  document.append(capabilities ? "<streamingTransport opt=\"RTSP/RTP,HTTP\">RTSP</streamingTransport>"
-                               : "<streamingTransport>RTSP</streamingTransport>");
+  elements.element("streamingTransport", " opt=\"RTSP/RTP,HTTP\"", "RTSP");
   document.append("</ControlProtocol></ControlProtocolList>");
   document.append("<Unicast>");
-  document.append(capabilities ? "<enabled opt=\"true,false\" def=\"true\"/>"
-                                 "<rtpTransportType opt=\"RTP/UDP,RTP/TCP\" />"
-                               : "<enabled>true</enabled>"
-                                 "<rtpTransportType>RTP/TCP</rtpTransportType>");
-  document.append("</Unicast></Transport>");
-
-  document.append("<Video>");
-  document.append(capabilities ? "<enabled opt=\"true,false\">%s</enabled>" : "<enabled>%s</enabled>",
-                  enabled);
-  document.append(capabilities ? "<videoInputChannelID opt=\"1\">1</videoInputChannelID>"
-                               : "<videoInputChannelID>1</videoInputChannelID>");
-  document.append(capabilities ? "<videoCodecType opt=\"MJPEG,H.264\">%s</videoCodecType>"
-                               : "<videoCodecType>%s</videoCodecType>"
-                                 "<videoScanType>progressive</videoScanType>",
-                  channel.codec);
-  document.append("%s", channel.size);
-  if (encoder.quality_type == 0) {
-    document.append(capabilities
-                        ? "<videoQualityControlType opt=\"CBR,VBR\">CBR</videoQualityControlType>"
-                          "<constantBitRate min=\"64\" max=\"10240\" dynamic=\"true\">%d</constantBitRate>"
-                        : "<videoQualityControlType>CBR</videoQualityControlType>"
-                          "<constantBitRate>%d</constantBitRate>",
-                    encoder.bit_rate);
+  if (form == Form::kCapabilities) {
+    document.append("<enabled opt=\"true,false\" def=\"true\"/>");
+    document.append("<rtpTransportType opt=\"RTP/UDP,RTP/TCP\" />");
   } else {
-    document.append(capabilities ? "<videoQualityControlType opt=\"CBR,VBR\">VBR</videoQualityControlType>"
-                                   "<fixedQuality min=\"0\" max=\"100\" default=\"50\">%d</fixedQuality>"
-                                 : "<videoQualityControlType>VBR</videoQualityControlType>"
-                                   "<fixedQuality>%d</fixedQuality>",
-                    quality_percentage(encoder.quality));
+    document.append("<enabled>true</enabled>");
+    document.append("<rtpTransportType>RTP/TCP</rtpTransportType>");
+  }
+  document.append("</Unicast></Transport>");
+}
+
+void append_video(TextBuffer& document, Form form, const Channel& channel) {
+  const Encoder& encoder = channel.encoder;
+  const ShownSize& size = channel.size;
+  Elements elements(document, form);
+  document.append("<Video>");
+  elements.element("enabled", " opt=\"true,false\"", true_or_false(encoder.enable == 1));
+  elements.element("videoInputChannelID", " opt=\"1\"", 1);
+  elements.element("videoCodecType", " opt=\"MJPEG,H.264\"", channel.codec);
+  if (form == Form::kValues) document.append("<videoScanType>progressive</videoScanType>");
+  elements.element("videoResolutionWidth", size.width_attributes, size.width);
+  elements.element("videoResolutionHeight", size.height_attributes, size.height);
+  if (encoder.quality_type == 0) {
+    elements.element("videoQualityControlType", " opt=\"CBR,VBR\"", "CBR");
+    elements.element("constantBitRate", " min=\"64\" max=\"10240\" dynamic=\"true\"", encoder.bit_rate);
+  } else {
+    elements.element("videoQualityControlType", " opt=\"CBR,VBR\"", "VBR");
+    elements.element("fixedQuality", " min=\"0\" max=\"100\" default=\"50\"",
+                     quality_percentage(encoder.quality));
     document.append("<vbrUpperCap>10240</vbrUpperCap><vbrLowerCap>1024</vbrLowerCap>");
   }
-  document.append(capabilities ? "<maxFrameRate min=\"100\" max=\"3000\" default=\"1500\">%d</maxFrameRate>"
-                               : "<maxFrameRate>%d</maxFrameRate>",
-                  wrapping_multiply(encoder.frame_rate, 100));
-  document.append(capabilities ? "<keyFrameInterval min=\"0\" max=\"10000\">%d</keyFrameInterval>"
-                               : "<keyFrameInterval>%d</keyFrameInterval>",
-                  key_frame_interval(encoder));
+  elements.element("maxFrameRate", " min=\"100\" max=\"3000\" default=\"1500\"",
+                   wrapping_multiply(encoder.frame_rate, 100));
+  elements.element("keyFrameInterval", " min=\"0\" max=\"10000\"", key_frame_interval(encoder));
   document.append("</Video>");
+}
 
+void append_audio(TextBuffer& document, Form form, const Channel& channel) {
+  const AudioFormat audio = audio_format(channel.audio.codec);
+  Elements elements(document, form);
   document.append("<Audio>");
-  document.append(capabilities ? "<enabled opt=\"true,false\">%s</enabled>" : "<enabled>%s</enabled>",
-                  channel.audio_enabled ? "true" : "false");
-  document.append(capabilities ? "<audioInputChannelID min=\"1\" max=\"1\">1</audioInputChannelID>"
-                               : "<audioInputChannelID>1</audioInputChannelID>");
-  document.append(capabilities ? "<audioCompressionType opt=\"G.711ulaw,G.711alaw,G.726\" "
-                                 "default=\"G.711ulaw\">%s</audioCompressionType>"
-                               : "<audioCompressionType>%s</audioCompressionType>",
-                  audio.compression);
-  document.append(
-      capabilities ? "<audioBitRate opt=\"24,32,64\">%d</audioBitRate>" : "<audioBitRate>%d</audioBitRate>",
-      audio.bit_rate);
-  document.append(capabilities ? "<audioSamplingRate opt=\"8\">8</audioSamplingRate>"
-                                 "<audioResolution opt=\"8\">8</audioResolution>"
-                               : "<audioSamplingRate>8</audioSamplingRate>"
-                                 "<audioResolution>8</audioResolution>");
-  document.append("</Audio></StreamingChannel>");
+  elements.element("enabled", " opt=\"true,false\"", true_or_false(channel.audio_enabled));
+  elements.element("audioInputChannelID", " min=\"1\" max=\"1\"", 1);
+  elements.element("audioCompressionType", " opt=\"G.711ulaw,G.711alaw,G.726\" default=\"G.711ulaw\"",
+                   audio.compression);
+  elements.element("audioBitRate", " opt=\"24,32,64\"", audio.bit_rate);
+  elements.element("audioSamplingRate", " opt=\"8\"", 8);
+  elements.element("audioResolution", " opt=\"8\"", 8);
+  document.append("</Audio>");
+}
+
+/// Appends what stands behind the start tag of a StreamingChannel element, its end tag included.
+void append_channel(TextBuffer& document, Form form, const Channel& channel) {
+  Elements elements(document, form);
+  elements.element("id", " opt=\"1,2\"", channel.stream + 1);
+  elements.element("channelName", " min=\"1\" max=\"128\"",
+                   channel.stream == kMaster ? "Master stream" : "Slave stream");
+  elements.element("enabled", " opt=\"true,false\"", true_or_false(channel.encoder.enable == 1));
+  append_transport(document, form, channel);
+  append_video(document, form, channel);
+  append_audio(document, form, channel);
+  document.append("</StreamingChannel>");
 }
 
 /// Answers with the document of one channel.
@@ -324,14 +319,14 @@ void list_streaming_channels(Service& service, const Request& request) {
               .audio = audio,
               .rtsp_port = rtsp_port,
               .codec = codec_name(master),
-              .size = size_elements(master, largest),
+              .size = shown_size(master, largest),
               .audio_enabled = audio_enabled},
       Channel{.stream = kSlave,
               .encoder = slave,
               .audio = audio,
               .rtsp_port = rtsp_port,
               .codec = listed_slave_codec_name(slave),
-              .size = listed_slave_size_elements(slave),
+              .size = listed_slave_size(slave),
               .audio_enabled = audio_enabled},
   };
   answer_xml(request, [&channels](TextBuffer& document) {
@@ -357,7 +352,7 @@ void read_streaming_channel(Service& service, const Request& request) {
                   .audio = audio,
                   .rtsp_port = read_rtsp_port(database),
                   .codec = codec_name(encoder),
-                  .size = size_elements(encoder, largest),
+                  .size = shown_size(encoder, largest),
                   .audio_enabled = audio.enable == 1});
 }
 
@@ -377,7 +372,7 @@ void read_streaming_capabilities(Service& service, const Request& request) {
                   .audio = audio,
                   .rtsp_port = read_rtsp_port(database),
                   .codec = codec_name(*encoder),
-                  .size = capabilities_size_elements(*encoder, largest, larger_sizes),
+                  .size = capabilities_size(*encoder, largest, larger_sizes),
                   .audio_enabled = audio.enable == 1});
 }
 

@@ -20,14 +20,11 @@ void read_streaming_status(Service& service, const Request& request) {
   answer_xml(request, [&clients](TextBuffer& document) {
     document.append(kXmlDeclaration);
     document.append("<StreamingStatus version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-    document.append("<totalStreamingSessions>%d</totalStreamingSessions>", clients.count());
+    document.append("<totalStreamingSessions>", clients.count(), "</totalStreamingSessions>");
     document.append("<StreamingSessionStatusList version=\"1.0\">");
     for (int row = 0; row < clients.count(); ++row) {
-      document.append("<StreamingSessionStatus version=\"1.0\">");
-      document.append("<clientAddress>");
-      document.append("<ipAddress>%s</ipAddress>", clients.text(row, kAddress));
-      document.append("</clientAddress>");
-      document.append("</StreamingSessionStatus>");
+      document.append("<StreamingSessionStatus version=\"1.0\"><clientAddress><ipAddress>",
+                      clients.text(row, kAddress), "</ipAddress></clientAddress></StreamingSessionStatus>");
     }
     document.append("</StreamingSessionStatusList>");
     document.append("</StreamingStatus>");

@@ -29,11 +29,11 @@ Picture read_picture(Service& service) {
 void append_channel(TextBuffer& document, const Picture& picture) {
   document.append("<id>1</id>");
   document.append("<inputPort>1</inputPort>");
-  document.append("<powerLineFrequencyMode>%s</powerLineFrequencyMode>",
-                  picture.power_line_frequency == 1 ? "50hz" : "60hz");
-  document.append("<brightnessLevel>%d</brightnessLevel>", picture.brightness);
-  document.append("<contrastLevel>%d</contrastLevel>", picture.contrast);
-  document.append("<hueLevel>%d</hueLevel>", picture.hue);
+  document.append("<powerLineFrequencyMode>", picture.power_line_frequency == 1 ? "50hz" : "60hz",
+                  "</powerLineFrequencyMode>");
+  document.append("<brightnessLevel>", picture.brightness, "</brightnessLevel>");
+  document.append("<contrastLevel>", picture.contrast, "</contrastLevel>");
+  document.append("<hueLevel>", picture.hue, "</hueLevel>");
   document.append("</VideoInputChannel>");
 }
 

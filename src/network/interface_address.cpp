@@ -39,6 +39,11 @@ void report(const char* line) {
   std::fflush(stdout);
 }
 
+/// The type of a request to ioctl(2): unsigned long in one C library, int in another.
+template <typename Request>
+Request request_of(int (*)(int, Request, ...));
+using IoctlRequest = decltype(request_of(::ioctl));
+
 /// The datagram socket that interface requests are made on.
 class ControlSocket {
  public:
@@ -56,8 +61,8 @@ class ControlSocket {
 
   [[nodiscard]] bool is_open() const { return descriptor_ >= 0; }
   /// False, with errno set, when the kernel refuses; `argument` is the record that the request works on.
-  [[nodiscard]] bool control(unsigned long request, void* argument) const {
-    return ::ioctl(descriptor_, request, argument) == 0;
+  [[nodiscard]] bool control(int request, void* argument) const {
+    return ::ioctl(descriptor_, static_cast<IoctlRequest>(request), argument) == 0;
   }
 
  private:
@@ -144,13 +149,16 @@ std::optional<Octets> scan_octets(const char* text) {
   return octets;
 }
 
-/// The place (0 to 3) of the octet in which the mask's host part begins; nothing when one before it is not
-/// 255.
+/// The place (1 to 3) of the octet in which the mask's host part begins: the last one that is not 0, or the
+/// one behind it when that is 255. Nothing when an octet before that place is not 255.
 std::optional<std::size_t> boundary_octet(const Octets& mask) {
-  const std::size_t boundary = mask[3] != 0 || mask[2] == 255 ? 3 : mask[2] != 0 || mask[1] == 255 ? 2 : 1;
-  const auto* const end = mask.begin() + boundary;
-  return std::all_of(mask.begin(), end, [](int octet) { return octet == 255; }) ? std::optional(boundary)
-                                                                                : std::nullopt;
+  std::size_t boundary = 3;
+  while (boundary > 1 && mask.at(boundary) == 0 && mask.at(boundary - 1) != 255)
+    --boundary;
+  for (std::size_t i = 0; i < boundary; ++i) {
+    if (mask.at(i) != 255) return std::nullopt;
+  }
+  return boundary;
 }
 
 /// Whether every octet behind the boundary octet is `value`; so it is when there is none.
@@ -215,13 +223,13 @@ int set_ipv4_address(const char* interface_name, std::uint32_t address) {
   return 0;
 }
 
-std::uint32_t read_subnet_mask(const char* interface_name) {
+std::optional<std::uint32_t> read_subnet_mask(const char* interface_name) {
   const ControlSocket socket("Socket Open Fail!");
-  if (!socket.is_open()) return kNoAddress;
+  if (!socket.is_open()) return std::nullopt;
   ifreq request = interface_request(interface_name);
   if (!socket.control(SIOCGIFNETMASK, &request)) {
     report("Unable to read subnet mask!");
-    return kNoAddress;
+    return std::nullopt;
   }
   return taken_address(request);
 }
@@ -530,8 +538,7 @@ std::optional<AddressText> socket_address_text(const sockaddr_storage& address) 
   return std::nullopt;
 }
 
-std::array<int, 4> shown_octets(std::uint32_t address) {
-  if (address == kNoAddress) return {};
+std::array<int, 4> octets_of(std::uint32_t address) {
   return {static_cast<int>(address & 0xFF), static_cast<int>(address >> 8 & 0xFF),
           static_cast<int>(address >> 16 & 0xFF), static_cast<int>(address >> 24)};
 }

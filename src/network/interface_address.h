@@ -14,7 +14,8 @@
 
 namespace psia {
 
-/// What the readers of IPv4 values give on failure; 255.255.255.255 can therefore not be read. IPv4 values
+/// What the readers of an IPv4 address or gateway give on failure; 255.255.255.255 can therefore not be read,
+/// and need not: it is neither (RFC 919, 7). IPv4 values
 /// are in the layout of `in_addr::s_addr`: on this little-endian system the first octet is the lowest byte.
 inline constexpr std::uint32_t kNoAddress = 0xFFFFFFFF;
 
@@ -45,8 +46,8 @@ enum class OctetOrder { kFirstHighest, kFirstLowest };
 /// 0, or -1 when the kernel refuses.
 [[nodiscard]] int set_ipv4_address(const char* interface_name, std::uint32_t address);
 
-/// The subnet mask, or kNoAddress when the interface is missing or has no address.
-[[nodiscard]] std::uint32_t read_subnet_mask(const char* interface_name);
+/// The subnet mask, or nothing when the interface is missing or has no address.
+[[nodiscard]] std::optional<std::uint32_t> read_subnet_mask(const char* interface_name);
 
 /// Sets the mask and the broadcast address that `broadcast_address` makes of it and the present address. The
 /// broadcast is set even when the mask is refused; either failure gives -1, otherwise 0.
@@ -121,7 +122,7 @@ enum class OctetOrder { kFirstHighest, kFirstLowest };
 /// Nothing for other families.
 [[nodiscard]] std::optional<AddressText> socket_address_text(const sockaddr_storage& address);
 
-/// The octets of an IPv4 value for printing, first octet first. kNoAddress is shown as 0.0.0.0.
-[[nodiscard]] std::array<int, 4> shown_octets(std::uint32_t address);
+/// The octets of an IPv4 value for printing, first octet first.
+[[nodiscard]] std::array<int, 4> octets_of(std::uint32_t address);
 
 }  // namespace psia

@@ -29,54 +29,76 @@ LiveAddressing read_live_addressing(Service& service) {
   LiveAddressing live;
   live.dynamic = !network.found() || network.number(0, 0) == 1;
   live.address = interface_ipv4_text(kInterface).value_or(AddressText{"0.0.0.0"});
-  live.mask = shown_octets(read_subnet_mask(kInterface));
-  live.gateway = shown_octets(read_default_gateway(kInterface));
+  live.mask = octets_of(read_subnet_mask(kInterface).value_or(0));
+  const std::uint32_t gateway = read_default_gateway(kInterface);
+  live.gateway = octets_of(gateway == kNoAddress ? 0 : gateway);
   live.name_servers = read_dns_servers().value_or(DnsServers{});
   return live;
 }
 
-// The writers of shared elements take the column at which they stand; a nesting level is four columns wide.
+/// Writes a document's lines at one column; a nesting level is four columns wide.
+class Lines {
+ public:
+  Lines(TextBuffer& document, int level) : document_(document), level_(level) {}
+
+  template <typename... Pieces>
+  void line(Pieces... pieces) {
+    document_.append(indentation(), pieces..., "\n");
+  }
+  /// The same one level deeper.
+  [[nodiscard]] Lines inside() const { return {document_, level_ + 1}; }
+
+ private:
+  static constexpr int kDeepest = 4;
+
+  [[nodiscard]] const char* indentation() const { return &"                "[4 * (kDeepest - level_)]; }
+
+  TextBuffer& document_;
+  int level_;
+};
+
+void append_name_server(Lines lines, const ResolverText& address) {
+  // The text still holds the line feed that ended its line of the resolver file: clients have always been
+  // sent it inside the element.
+  lines.line("<ipAddress>", address.data(), "</ipAddress>");
+}
 
 /// What an IPAddress element holds.
-void append_address_settings(TextBuffer& document, int column, const LiveAddressing& live) {
+void append_address_settings(Lines lines, const LiveAddressing& live) {
   const auto& mask = live.mask;
   const auto& gateway = live.gateway;
-  document.append("%*s<ipVersion>v4</ipVersion>\n", column, "");
-  document.append("%*s<addressingType>%s</addressingType>\n", column, "",
-                  live.dynamic ? "dynamic" : "static");
-  document.append("%*s<ipAddress>%s</ipAddress>\n", column, "", live.address.data());
-  document.append("%*s<subnetMask>%d.%d.%d.%d</subnetMask>\n", column, "", mask[0], mask[1], mask[2],
-                  mask[3]);
-  document.append("%*s<DefaultGateway>\n", column, "");
-  document.append("%*s    <ipAddress>%d.%d.%d.%d</ipAddress>\n", column, "", gateway[0], gateway[1],
-                  gateway[2], gateway[3]);
-  document.append("%*s</DefaultGateway>\n", column, "");
-  // The name servers still hold the line feed that ended their line of the resolver file: clients have always
-  // been sent it inside the element.
-  document.append("%*s<PrimaryDNS>\n", column, "");
-  document.append("%*s    <ipAddress>%s</ipAddress>\n", column, "", live.name_servers.primary.data());
-  document.append("%*s</PrimaryDNS>\n", column, "");
-  document.append("%*s<SecondaryDNS>\n", column, "");
-  document.append("%*s    <ipAddress>%s</ipAddress>\n", column, "", live.name_servers.secondary.data());
-  document.append("%*s</SecondaryDNS>\n", column, "");
+  lines.line("<ipVersion>v4</ipVersion>");
+  lines.line("<addressingType>", live.dynamic ? "dynamic" : "static", "</addressingType>");
+  lines.line("<ipAddress>", live.address.data(), "</ipAddress>");
+  lines.line("<subnetMask>", mask[0], ".", mask[1], ".", mask[2], ".", mask[3], "</subnetMask>");
+  lines.line("<DefaultGateway>");
+  lines.inside().line("<ipAddress>", gateway[0], ".", gateway[1], ".", gateway[2], ".", gateway[3],
+                      "</ipAddress>");
+  lines.line("</DefaultGateway>");
+  lines.line("<PrimaryDNS>");
+  append_name_server(lines.inside(), live.name_servers.primary);
+  lines.line("</PrimaryDNS>");
+  lines.line("<SecondaryDNS>");
+  append_name_server(lines.inside(), live.name_servers.secondary);
+  lines.line("</SecondaryDNS>");
 }
 
 /// What a Discovery element holds: zero-configuration networking cannot be switched off.
-void append_discovery_settings(TextBuffer& document, int column) {
-  document.append("%*s<Zeroconf>\n", column, "");
-  document.append("%*s    <enabled>true</enabled>\n", column, "");
-  document.append("%*s</Zeroconf>\n", column, "");
+void append_discovery_settings(Lines lines) {
+  lines.line("<Zeroconf>");
+  lines.inside().line("<enabled>true</enabled>");
+  lines.line("</Zeroconf>");
 }
 
 /// What a NetworkInterface element holds.
-void append_interface(TextBuffer& document, int column, const LiveAddressing& live) {
-  document.append("%*s<id>eth0</id>\n", column, "");
-  document.append("%*s<IPAddress version=\"1.0\">\n", column, "");
-  append_address_settings(document, column + 4, live);
-  document.append("%*s</IPAddress>\n", column, "");
-  document.append("%*s<Discovery version=\"1.0\">\n", column, "");
-  append_discovery_settings(document, column + 4);
-  document.append("%*s</Discovery>\n", column, "");
+void append_interface(Lines lines, const LiveAddressing& live) {
+  lines.line("<id>eth0</id>");
+  lines.line("<IPAddress version=\"1.0\">");
+  append_address_settings(lines.inside(), live);
+  lines.line("</IPAddress>");
+  lines.line("<Discovery version=\"1.0\">");
+  append_discovery_settings(lines.inside());
+  lines.line("</Discovery>");
 }
 
 /// The addressing that a body asks for.
@@ -176,7 +198,7 @@ void list_interfaces(Service& service, const Request& request) {
     document.append(kXmlDeclarationLine);
     document.append("<NetworkInterfaceList version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
     document.append("    <NetworkInterface version=\"1.0\">\n");
-    append_interface(document, 8, live);
+    append_interface(Lines(document, 2), live);
     document.append("    </NetworkInterface>\n");
     document.append("</NetworkInterfaceList>\n");
   });
@@ -186,7 +208,7 @@ void read_interface(Service& service, const Request& request) {
   answer_xml(request, [live = read_live_addressing(service)](TextBuffer& document) {
     document.append(kXmlDeclarationLine);
     document.append("<NetworkInterface version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
-    append_interface(document, 4, live);
+    append_interface(Lines(document, 1), live);
     document.append("</NetworkInterface>\n");
   });
 }
@@ -195,7 +217,7 @@ void read_ip_address(Service& service, const Request& request) {
   answer_xml(request, [live = read_live_addressing(service)](TextBuffer& document) {
     document.append(kXmlDeclarationLine);
     document.append("<IPAddress version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
-    append_address_settings(document, 4, live);
+    append_address_settings(Lines(document, 1), live);
     document.append("</IPAddress>\n");
   });
 }
@@ -204,7 +226,7 @@ void read_discovery(Service& /*service*/, const Request& request) {
   answer_xml(request, [](TextBuffer& document) {
     document.append(kXmlDeclarationLine);
     document.append("<Discovery version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
-    append_discovery_settings(document, 4);
+    append_discovery_settings(Lines(document, 1));
     document.append("</Discovery>\n");
   });
 }

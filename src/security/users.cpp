@@ -40,9 +40,7 @@ bool store_password(Database& database, const Account& account) {
 
 /// What a User element holds, and its end; the login name is also the id.
 void append_user(TextBuffer& document, const char* name) {
-  document.append("<id>%s</id>", name);
-  document.append("<userName>%s</userName>", name);
-  document.append("</User>");
+  document.append("<id>", name, "</id><userName>", name, "</userName></User>");
 }
 
 /// The rows of the user that a URI names, the first of them being the one meant.

@@ -5,8 +5,8 @@
 #include <unistd.h>
 #include <uuid/uuid.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -34,8 +34,8 @@ using Identifier = FixedText<40>;
 
 void append_name(TextBuffer& document, Service& service) {
   const Rows name = service.database.query("select DDNSHostname from Network");
-  document.append("<deviceName>%s</deviceName>",
-                  name.found() ? name.text(0, 0) : service.environment.host_name());
+  document.append("<deviceName>", name.found() ? name.text(0, 0) : service.environment.host_name(),
+                  "</deviceName>");
 }
 
 /// A random UUID whose first ten bytes are in upper and last six in lower case: the form of the identifier on
@@ -66,26 +66,28 @@ Identifier device_identifier(Database& database) {
 
 void append_model(TextBuffer& document, Database& database) {
   const Rows model = database.query("select ModelName from System");
-  document.append("<model>%s</model>", model.found() ? model.text(0, 0) : "Quellan IP Camera");
+  document.append("<model>", model.found() ? model.text(0, 0) : "Quellan IP Camera", "</model>");
 }
 
 void append_serial_number(TextBuffer& document) {
   const std::optional<SerialNumber> serial = read_factory_serial();
-  document.append("<serialNumber>%s</serialNumber>", serial ? serial->data() : "0");
+  document.append("<serialNumber>", serial ? serial->data() : "0", "</serialNumber>");
 }
 
 void append_mac_address(TextBuffer& document) {
   const HardwareAddress mac = read_hardware_address("eth0").value_or(HardwareAddress{});
-  document.append("<macAddress>%02x:%02x:%02x:%02x:%02x:%02x</macAddress>", mac[0], mac[1], mac[2], mac[3],
-                  mac[4], mac[5]);
+  std::array<char, sizeof "00:00:00:00:00:00"> text{};
+  (void)std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
+                      mac[3], mac[4], mac[5]);
+  document.append("<macAddress>", text.data(), "</macAddress>");
 }
 
 void append_firmware(TextBuffer& document, Database& database) {
   const Rows firmware = database.query("select ModelID, Version from System");
   if (firmware.found()) {
-    document.append("<firmwareVersion>%s.%s</firmwareVersion>", firmware.text(0, 0), firmware.text(0, 1));
+    document.append("<firmwareVersion>", firmware.text(0, 0), ".", firmware.text(0, 1), "</firmwareVersion>");
     // The device stores no release date; the element carries the version.
-    document.append("<firmwareReleasedDate>%s</firmwareReleasedDate>", firmware.text(0, 1));
+    document.append("<firmwareReleasedDate>", firmware.text(0, 1), "</firmwareReleasedDate>");
   } else {
     document.append("<firmwareVersion>0.0.0.0</firmwareVersion>");
     document.append("<firmwareReleasedDate>000000</firmwareReleasedDate>");
@@ -105,7 +107,9 @@ std::int32_t read_uptime() {
   std::strtod(idle, &end);
   if (idle == line.data() || end == idle) return 0;
   using Limits = std::numeric_limits<std::int32_t>;
-  return static_cast<std::int32_t>(std::fmin(std::fmax(uptime, Limits::min()), Limits::max()));
+  // A number that is none ("nan") compares false with everything, and counts as the least.
+  const double at_least = uptime > Limits::min() ? uptime : Limits::min();
+  return static_cast<std::int32_t>(std::min<double>(at_least, Limits::max()));
 }
 
 }  // namespace
@@ -140,7 +144,7 @@ void read_device_info(Service& service, const Request& request) {
     document.append(kXmlDeclaration);
     document.append("<DeviceInfo version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     append_name(document, service);
-    document.append("<deviceID>%s</deviceID>", device_identifier(database).c_str());
+    document.append("<deviceID>", device_identifier(database).c_str(), "</deviceID>");
     document.append("<systemContact>http://www.quellan.example</systemContact>");
     append_model(document, database);
     append_serial_number(document);
@@ -171,7 +175,7 @@ void read_device_status(Service& /*service*/, const Request& request) {
     document.append("<currentDeviceTime>");
     append_time(document, now);
     document.append("</currentDeviceTime>");
-    document.append("<deviceUpTime>%d</deviceUpTime>", read_uptime());
+    document.append("<deviceUpTime>", read_uptime(), "</deviceUpTime>");
     document.append("</DeviceStatus>");
   });
 }

@@ -12,8 +12,9 @@ std::tm local_time_now() {
 }
 
 void append_time(TextBuffer& document, const std::tm& time) {
-  document.append("%4d-%02d-%02dT%02d:%02d:%02d", time.tm_year + 1900, time.tm_mon + 1, time.tm_mday,
-                  time.tm_hour, time.tm_min, time.tm_sec);
+  document.append(Piece(time.tm_year + 1900, 4, ' '), "-", two_digits(time.tm_mon + 1), "-",
+                  two_digits(time.tm_mday), "T", two_digits(time.tm_hour), ":", two_digits(time.tm_min), ":",
+                  two_digits(time.tm_sec));
 }
 
 }  // namespace psia

@@ -23,15 +23,15 @@ ServerText stored_server(Service& service) {
 /// so does no character at all.
 void append_server(TextBuffer& document, const char* indent, const ServerText& server) {
   const char* const text = server.c_str();
-  document.append("%s<id>1</id>", indent);
+  document.append(indent, "<id>1</id>");
   if (text[std::strspn(text, "0123456789.")] == '\0') {
-    document.append("%s<addressingFormatType>ipaddress</addressingFormatType>", indent);
-    document.append("%s<ipAddress>%s</ipAddress>", indent, text);
+    document.append(indent, "<addressingFormatType>ipaddress</addressingFormatType>");
+    document.append(indent, "<ipAddress>", text, "</ipAddress>");
   } else {
-    document.append("%s<addressingFormatType>hostname</addressingFormatType>", indent);
-    document.append("%s<hostName>%s</hostName>", indent, text);
+    document.append(indent, "<addressingFormatType>hostname</addressingFormatType>");
+    document.append(indent, "<hostName>", text, "</hostName>");
   }
-  document.append("%s<portNo>123</portNo>", indent);
+  document.append(indent, "<portNo>123</portNo>");
 }
 
 struct WantedServer {
@@ -40,7 +40,7 @@ struct WantedServer {
   bool use_address = false;
 };
 
-void read_server(const XmlElement& element, WantedServer& wanted) {
+void read_server(XmlElement element, WantedServer& wanted) {
   for (const XmlElement child : element) {
     // Only the word "NTP", no addressing format of the standard, selects the host name: with an
     // addressingFormatType of "hostname" the address is stored. To store a host name, clients leave it out.

@@ -129,12 +129,11 @@ bool time_in_range(std::string_view time) {
 
 bool rule_in_range(std::string_view rule) {
   const auto within = [](int value, int first, int last) { return value >= first && value <= last; };
-  if (rule.starts_with('M')) {
-    const auto [month, week, weekday] = fields(rule.substr(1), '.');
-    return within(month, 1, 12) && within(week, 1, 5) && within(weekday, 0, 6);
-  }
-  if (rule.starts_with('J')) return within(fields(rule.substr(1), '.')[0], 1, 365);
-  return within(fields(rule, '.')[0], 0, 365);
+  const char form = rule.empty() ? '\0' : rule.front();
+  if (form == 'J' || form == 'M') rule.remove_prefix(1);
+  const auto [first, second, third] = fields(rule, '.');
+  if (form == 'M') return within(first, 1, 12) && within(second, 1, 5) && within(third, 0, 6);
+  return within(first, form == 'J' ? 1 : 0, 365);
 }
 
 }  // namespace
@@ -145,12 +144,12 @@ int posix_tz_check(std::string_view text) {
   int code = 0;
   std::size_t place = 0;
   while (place < text.size()) {
-    std::string_view& component = components.at(state);
+    std::string_view& component = components[state];
     const char c = text[place];
     const char next_character = place + 1 < text.size() ? text[place + 1] : '\0';
     const bool belongs = continues(state, component, c, next_character);
     if (belongs && component.size() < kLongestComponent) {
-      component = text.substr(place - component.size(), component.size() + 1);
+      component = {&text[place] - component.size(), component.size() + 1};
       ++place;
       continue;
     }

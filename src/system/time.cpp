@@ -5,13 +5,13 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <new>
 #include <optional>
 #include <string_view>
 
 #include "frame/body.h"
 #include "frame/file.h"
 #include "frame/numbers.h"
+#include "frame/owned_text.h"
 #include "frame/response.h"
 #include "frame/service.h"
 #include "frame/xml.h"
@@ -30,13 +30,28 @@ constexpr int kMaxZoneFile = 1 << 20;
 /// is shown.
 enum TimeMode : std::int32_t { kManual = 0, kNtp = 2 };
 
-std::unique_ptr<char[]> read_last_line(const char* path) {
+// The payload of a time message: where its fields stand in the record.
+constexpr std::size_t kModeOffset = 12;
+constexpr std::size_t kNtpServerOffset = 16;
+constexpr std::size_t kNtpServerSize = 128;  // with the terminating zero
+constexpr std::size_t kNtpIntervalOffset = 144;
+constexpr std::size_t kYearOffset = 148;
+constexpr std::size_t kMonthOffset = 152;
+constexpr std::size_t kDayOffset = 156;
+constexpr std::size_t kHourOffset = 160;
+constexpr std::size_t kMinuteOffset = 164;
+constexpr std::size_t kSecondOffset = 168;
+
+/// That of a time-zone message is the zone's name, with its terminating zero.
+constexpr std::size_t kZoneNameSize = 256;
+
+OwnedText read_last_line(const char* path) {
   const File file = open_file(path, "r");
   if (!file) return nullptr;
   const int size = file_size(file);
   if (size <= 0 || size > kMaxZoneFile) return nullptr;
   const auto length = static_cast<std::size_t>(size);
-  std::unique_ptr<char[]> text(new (std::nothrow) char[length]);
+  OwnedText text = allocate_text(length);
   if (!text || FCGI_fread(text.get(), length, 1, file.get()) != 1) return nullptr;
 
   std::string_view line(text.get(), length - 1);  // the last byte is taken to be the line feed
@@ -49,7 +64,7 @@ std::unique_ptr<char[]> read_last_line(const char* path) {
 FixedText<128> shown_time_zone(Service& service) {
   const char* const current = service.environment.current_tz();
   if (*current != '\0') return FixedText<128>(current);
-  const std::unique_ptr<char[]> stored = current_posix_tz(service.database);
+  const OwnedText stored = current_posix_tz(service.database);
   return FixedText<128>(stored ? stored.get() : "GMT0");
 }
 
@@ -91,33 +106,39 @@ std::optional<WantedTime> read_wanted_time(const Request& request) {
   return wanted;
 }
 
-/// Has the daemons set the clock to `time` (a missing one is an error), or start NTP, and answers.
-void send_time(Service& service, const Request& request, TimeMode mode, const std::optional<std::tm>& time) {
-  const Rows ntp = service.database.query("select NTPServer, NTPInterval from Network");
-  if (!ntp.found() || !time) return answer_status(request, Status::kDeviceError);
+/// The message that has the daemons start NTP, or set the clock to the time text `manual_time`. Nothing when
+/// the NTP settings, which it carries in either mode, cannot be read or the time cannot be represented.
+std::optional<ControlMessage> time_message(Database& database, TimeMode mode, const char* manual_time) {
+  const Rows ntp = database.query("select NTPServer, NTPInterval from Network");
+  if (!ntp.found()) return std::nullopt;
+  const std::optional<std::tm> time = mode == kNtp ? local_time_now() : parse_time(manual_time);
+  if (!time) return std::nullopt;
   ControlMessage message(Command::kTime);
-  message.put_int(12, mode);
-  message.put_text(16, 128, ntp.text(0, 0));
-  message.put_int(144, ntp.number(0, 1));
-  message.put_int(148, wrapping_add(time->tm_year, 1900));
-  message.put_int(152, time->tm_mon + 1);
-  message.put_int(156, time->tm_mday);
-  message.put_int(160, time->tm_hour);
-  message.put_int(164, time->tm_min);
-  message.put_int(168, time->tm_sec);
-  send_and_answer(service, request, message);
+  message.put_int(kModeOffset, mode);
+  message.put_text(kNtpServerOffset, kNtpServerSize, ntp.text(0, 0));
+  message.put_int(kNtpIntervalOffset, ntp.number(0, 1));
+  message.put_int(kYearOffset, wrapping_add(time->tm_year, 1900));
+  message.put_int(kMonthOffset, time->tm_mon + 1);
+  message.put_int(kDayOffset, time->tm_mday);
+  message.put_int(kHourOffset, time->tm_hour);
+  message.put_int(kMinuteOffset, time->tm_min);
+  message.put_int(kSecondOffset, time->tm_sec);
+  return message;
+}
+
+/// Has the daemons set the clock, and answers.
+void set_clock(Service& service, const Request& request, TimeMode mode, const char* manual_time) {
+  std::optional<ControlMessage> message = time_message(service.database, mode, manual_time);
+  if (!message) return answer_status(request, Status::kDeviceError);
+  send_and_answer(service, request, *message);
 }
 
 }  // namespace
 
-std::unique_ptr<char[]> current_posix_tz(Database& database) {
+OwnedText current_posix_tz(Database& database) {
   const Rows stored = database.query("select TimeZone from Network");
   const char* const zone = stored.found() ? stored.text(0, 0) : "GMT";
-  if (std::strcmp(zone, "CST-0") == 0) {
-    std::unique_ptr<char[]> rule(new (std::nothrow) char[32]);
-    if (rule) std::memcpy(rule.get(), "CST-0", sizeof "CST-0");
-    return rule;
-  }
+  if (std::strcmp(zone, "CST-0") == 0) return OwnedText(strdup(zone));
   std::array<char, sizeof("/usr/share/zoneinfo/") + 127> path{};
   std::snprintf(path.data(), path.size(), "/usr/share/zoneinfo/%s", zone);
   return read_last_line(path.data());
@@ -130,11 +151,11 @@ void read_time(Service& service, const Request& request) {
   answer_xml(request, [&](TextBuffer& document) {
     document.append(kXmlDeclaration);
     document.append("<Time version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-    document.append("<timeMode>%s</timeMode>", ntp ? "NTP" : "manual");
+    document.append("<timeMode>", ntp ? "NTP" : "manual", "</timeMode>");
     document.append("<localTime>");
     append_time(document, now);
     document.append("</localTime>");
-    document.append("<timeZone>%s</timeZone>", shown_time_zone(service).c_str());
+    document.append("<timeZone>", shown_time_zone(service).c_str(), "</timeZone>");
     document.append("</Time>");
   });
 }
@@ -146,8 +167,7 @@ void write_time(Service& service, const Request& request) {
   }
   // A request without a time zone sets an empty one: this process's times are UTC from then on.
   service.environment.set_tz(wanted->time_zone.c_str());
-  send_time(service, request, wanted->mode,
-            wanted->mode == kNtp ? local_time_now() : parse_time(wanted->local_time.c_str()));
+  set_clock(service, request, wanted->mode, wanted->local_time.c_str());
 }
 
 void read_local_time(Service& /*service*/, const Request& request) {
@@ -161,14 +181,14 @@ void set_local_time(Service& service, const Request& request) {
   const Body body = Body::read(request);
   if (!body) return answer_status(request, Status::kDeviceError);
   if (mode.number(0, 0) != kManual) return answer_status(request, Status::kOk);
-  send_time(service, request, kManual, parse_time(body.text()));
+  set_clock(service, request, kManual, body.text());
 }
 
 void read_time_zone(Service& service, const Request& request) {
   // The stored zone, also when PUT time has set another one for this process.
-  const std::unique_ptr<char[]> rule = current_posix_tz(service.database);
+  const OwnedText rule = current_posix_tz(service.database);
   answer_document(request, kTextContent,
-                  [&](TextBuffer& document) { document.append("%s", rule ? rule.get() : "GMT0"); });
+                  [&](TextBuffer& document) { document.append(rule ? rule.get() : "GMT0"); });
 }
 
 void set_time_zone(Service& service, const Request& request) {
@@ -178,7 +198,7 @@ void set_time_zone(Service& service, const Request& request) {
     return answer_status(request, Status::kDeviceError);
   }
   ControlMessage message(Command::kTimeZone);
-  message.put_text(12, 256, zone);
+  message.put_text(kPayloadOffset, kZoneNameSize, zone);
   send_and_answer(service, request, message);
 }
 

@@ -3,8 +3,7 @@
 // process, a POSIX TZ rule that only PUT /PSIA/System/time sets.
 #pragma once
 
-#include <memory>
-
+#include "frame/owned_text.h"
 #include "frame/request.h"
 
 namespace psia {
@@ -16,7 +15,7 @@ struct Service;
 /// compiled zone file of version 2 and later is the rule (RFC 8536, 3.3). The zone is GMT when none can be
 /// read; the name counts up to 127 characters; the stored name "CST-0" stands for itself. Null when the file
 /// cannot be read, is empty or larger than 1 MiB, or memory is short.
-[[nodiscard]] std::unique_ptr<char[]> current_posix_tz(Database& database);
+[[nodiscard]] OwnedText current_posix_tz(Database& database);
 
 void read_time(Service& service, const Request& request);
 /// A time that the device cannot represent is a device error, and nothing is sent.

@@ -2,12 +2,14 @@
 
 #include <strings.h>
 
-#include <algorithm>
+#include <cstdlib>
 #include <cstring>
-#include <new>
+#include <iterator>
 
 namespace psia {
 namespace {
+
+constexpr std::size_t kStep = 4;  // pairs by which the list grows
 
 struct ZoneRow {
   const char* rule;
@@ -204,30 +206,50 @@ static_assert(std::size(kZones) == 180);
 }  // namespace
 
 tz_pair_list* tz_pair_list_create() {
-  return new (std::nothrow) tz_pair_list;
+  return static_cast<tz_pair_list*>(std::calloc(1, sizeof(tz_pair_list)));
 }
 
-int tz_pair_list_add(tz_pair_list& list, std::string_view key, std::string_view value) {
-  list.pairs.push_back({std::string(key), std::string(value)});
+int tz_pair_list_add(tz_pair_list& list, const char* key, const char* value) {
+  if (list.count == list.capacity) {
+    const std::size_t capacity = list.capacity + kStep;
+    auto* const pairs = static_cast<tz_pair*>(std::realloc(list.pairs, capacity * sizeof(tz_pair)));
+    if (pairs == nullptr) return -1;
+    list.pairs = pairs;
+    list.capacity = capacity;
+  }
+  const tz_pair added{strdup(key), strdup(value)};
+  if (added.key == nullptr || added.value == nullptr) {
+    std::free(added.key);
+    std::free(added.value);
+    return -1;
+  }
+  list.pairs[list.count++] = added;
   return 0;
 }
 
 void tz_pair_list_free(tz_pair_list* list) {
-  delete list;
+  if (list == nullptr) return;
+  for (const tz_pair& pair : list->in_use()) {
+    std::free(pair.key);
+    std::free(pair.value);
+  }
+  std::free(list->pairs);
+  std::free(list);
 }
 
-void tz_table_fill(tz_pair_list& list) {
-  list.pairs.reserve(list.pairs.size() + std::size(kZones));
-  for (const ZoneRow& row : kZones)
-    tz_pair_list_add(list, row.rule, row.zone);
+bool tz_table_fill(tz_pair_list& list) {
+  for (const ZoneRow& row : kZones) {
+    if (tz_pair_list_add(list, row.rule, row.zone) != 0) return false;
+  }
+  return true;
 }
 
 const char* tz_find_zone(const tz_pair_list& list, const char* text) {
   const std::size_t length = std::strlen(text);
-  const auto match = std::find_if(list.pairs.begin(), list.pairs.end(), [&](const tz_pair& pair) {
-    return strncasecmp(pair.key.c_str(), text, length) == 0;
-  });
-  return match == list.pairs.end() ? nullptr : match->value.c_str();
+  for (const tz_pair& pair : list.in_use()) {
+    if (strncasecmp(pair.key, text, length) == 0) return pair.value;
+  }
+  return nullptr;
 }
 
 }  // namespace psia

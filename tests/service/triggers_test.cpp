@@ -60,7 +60,7 @@ class TriggersTest : public EventTest {
   }
   static std::string row(const std::string& values) { return "Event|0|" + values + "|62|800|1730"; }
 
-  using Handler = void (*)(psia::Service&, const psia::Request&, const char*, const char*);
+  using Handler = void (*)(psia::Service&, const psia::Request&);
 
   /// Runs a handler of one notification, which no route leads to, in a process of its own that libfcgi takes
   /// for a plain CGI program. Returns what it writes, and behind it the rows that it changes.
@@ -82,8 +82,10 @@ class TriggersTest : public EventTest {
       if (FCGI_Accept() < 0 || !database.open(psia::kConfigurationDatabase) || !queues || !zones) _exit(1);
       psia::Service service{environment, database, *queues, *zones};
       const std::string length = std::to_string(body.size());
-      handler(service, {.uri = "/u", .method = "", .content_length = length.c_str(), .level = 0, .tail = ""},
-              trigger_id, notification_id.c_str());
+      const std::string tail = std::string(trigger_id) + "/notifications/" + notification_id;
+      handler(
+          service,
+          {.uri = "/u", .method = "", .content_length = length.c_str(), .level = 0, .tail = tail.c_str()});
       std::fflush(stdout);
       _exit(0);
     }

@@ -28,11 +28,11 @@ std::string repeated(int count, const std::string& text) {
 
 TEST(TextBuffer, GrowsInStepsOnlyWhenAnAppendNoLongerFits) {
   TextBuffer buffer;
-  buffer.append("%s", std::string(1024, 'a').c_str());
+  buffer.append(std::string(1024, 'a').c_str());
   EXPECT_EQ(buffer.capacity(), 1024U);
-  buffer.append("%c", 'x');
+  buffer.append("x");
   EXPECT_EQ(buffer.capacity(), 2048U);
-  buffer.append("<a>%s</a>", std::string(5112, 'v').c_str());  // to the last byte of a step
+  buffer.append("<a>", std::string(5112, 'v').c_str(), "</a>");  // to the last byte of a step
   EXPECT_EQ(text_of(buffer), std::string(1024, 'a') + "x<a>" + std::string(5112, 'v') + "</a>");
   EXPECT_EQ(buffer.capacity(), 6144U);
 }
@@ -41,12 +41,12 @@ TEST(TextBuffer, FoldsPairsOfPercentSignsAtEachPass) {
   for (const auto& [value, appended] : std::vector<std::array<std::string, 2>>{
            {"%", "%"}, {"%%", "%"}, {"%%%", "%%"}, {"%%%%", "%%"}, {"%s%n50%%%d", "%s%n50%%d"}}) {
     TextBuffer buffer;
-    buffer.append("%s", value.c_str());
+    buffer.append(value.c_str());
     EXPECT_EQ(text_of(buffer), appended) << value;
   }
   TextBuffer joined;
-  joined.append("%s", "a%");
-  joined.append("%s", "%b");
+  joined.append("a%");
+  joined.append("%b");
   EXPECT_EQ(text_of(joined), "a%%b");
   joined.fold();
   EXPECT_EQ(text_of(joined), "a%b");

@@ -1,4 +1,4 @@
-#include "frame/route_table.h"
+#include "routes.h"
 
 #include <array>
 #include <cstddef>
@@ -8,9 +8,9 @@
 #include "event/notification_servers.h"
 #include "event/schedule.h"
 #include "event/triggers.h"
-#include "frame/index_documents.h"
 #include "frame/response.h"
 #include "frame/service.h"
+#include "index/index_documents.h"
 #include "media/audio_channels.h"
 #include "media/streaming_documents.h"
 #include "media/streaming_status.h"
@@ -72,13 +72,14 @@ void read_channel_resource(Service& service, const Request& request);
 /// the routes below it, which is how POST /PSIA/System/time/ntpServers/3 adds a server.
 // clang-format off
 constexpr auto kRoutes = std::to_array<Route>({
-    {"/PSIA/indexr", kPrefix, {{get(kAnyone, read_recursive_index)}}},
-    {"/PSIA/index", kPrefix, {{get(kAnyone, read_root_index)}}},
-    {"/PSIA/description", kPrefix, {{get(kAnyone, read_description)}}},
+    {"/PSIA/indexr", kPrefix, {{get(kAnyone, read_fixed<Index::kRecursive>)}}},
+    {"/PSIA/index", kPrefix, {{get(kAnyone, read_fixed<Index::kRoot>)}}},
+    {"/PSIA/description", kPrefix, {{get(kAnyone, read_fixed<Description::kPlain>)}}},
 
-    {"/PSIA/System/index", kPrefix, {{get(kAnyone, read_system_index)}}},
-    {"/PSIA/System/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/System/index", kPrefix, {{get(kAnyone, read_fixed<Index::kSystem>)}}},
+    {"/PSIA/System/description", kPrefix, {{get(kAnyone, read_fixed<Description::kWithLineBreak>)}}},
     {"/PSIA/System/reboot", kPrefix, {{put(kAdministrator, request_reboot)}}},
+    // The device takes no firmware over this interface; tools that offer one are answered OK all the same.
     {"/PSIA/System/updateFirmware", kPrefix, {{put(kAdministrator, answer_ok)}}},
     {"/PSIA/System/configurationData", kPrefix,
      {{get(kAdministrator, download_configuration),
@@ -94,6 +95,7 @@ constexpr auto kRoutes = std::to_array<Route>({
     {"/PSIA/System/time/timeZone", kPrefix,
      {{get(kAnyone, read_time_zone),
        put(kOperator, set_time_zone)}}},
+    // There is one NTP server: adding to the list updates it, and deleting leaves it.
     {"/PSIA/System/time/ntpServers/", kPrefix,
      {{get(kAnyone, read_ntp_server),
        put(kOperator, update_ntp_server),
@@ -105,8 +107,8 @@ constexpr auto kRoutes = std::to_array<Route>({
        del(kOperator, answer_ok)}}},
     {"/PSIA/System/time", kPrefix, {{get(kAnyone, read_time), put(kOperator, write_time)}}},
 
-    {"/PSIA/System/Network/index", kPrefix, {{get(kAnyone, read_network_index)}}},
-    {"/PSIA/System/Network/description", kPrefix, {{get(kAnyone, read_description)}}},
+    {"/PSIA/System/Network/index", kPrefix, {{get(kAnyone, read_fixed<Index::kNetwork>)}}},
+    {"/PSIA/System/Network/description", kPrefix, {{get(kAnyone, read_fixed<Description::kPlain>)}}},
     {"/PSIA/System/Network/interfaces/eth0/ipAddress", kExact,
      {{get(kAnyone, read_ip_address),
        put(kAdministrator, set_ip_address)}}},
@@ -118,25 +120,25 @@ constexpr auto kRoutes = std::to_array<Route>({
        put(kAdministrator, set_interface)}}},
     {"/PSIA/System/Network/interfaces", kExact, {{get(kAnyone, list_interfaces)}}},
 
-    {"/PSIA/System/Audio/index", kPrefix, {{get(kAnyone, read_audio_index)}}},
-    {"/PSIA/System/Audio/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/System/Audio/index", kPrefix, {{get(kAnyone, read_fixed<Index::kAudio>)}}},
+    {"/PSIA/System/Audio/description", kPrefix, {{get(kAnyone, read_fixed<Description::kWithLineBreak>)}}},
     {"/PSIA/System/Audio/channels/1", kPrefix,
      {{get(kAnyone, read_audio_channel),
        put(kOperator, set_audio_channel)}}},
     {"/PSIA/System/Audio/channels", kPrefix, {{get(kAnyone, list_audio_channels)}}},
 
-    {"/PSIA/System/Video/index", kPrefix, {{get(kAnyone, read_video_index)}}},
-    {"/PSIA/System/Video/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/System/Video/index", kPrefix, {{get(kAnyone, read_fixed<Index::kVideo>)}}},
+    {"/PSIA/System/Video/description", kPrefix, {{get(kAnyone, read_fixed<Description::kWithLineBreak>)}}},
     {"/PSIA/System/Video/inputs/channels/1", kPrefix,
      {{get(kAnyone, read_video_input_channel),
        put(kOperator, set_video_input_channel)}}},
     {"/PSIA/System/Video/inputs/channels", kExact, {{get(kAnyone, list_video_input_channels)}}},
     {"/PSIA/System/Video/inputs", kExact, {{get(kAnyone, read_video_inputs)}}},
 
-    {"/PSIA/Security/index", kPrefix, {{get(kAnyone, read_security_index)}}},
-    {"/PSIA/Security/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
-    {"/PSIA/Security/AAA/index", kPrefix, {{get(kAnyone, read_aaa_index)}}},
-    {"/PSIA/Security/AAA/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/Security/index", kPrefix, {{get(kAnyone, read_fixed<Index::kSecurity>)}}},
+    {"/PSIA/Security/description", kPrefix, {{get(kAnyone, read_fixed<Description::kWithLineBreak>)}}},
+    {"/PSIA/Security/AAA/index", kPrefix, {{get(kAnyone, read_fixed<Index::kAaa>)}}},
+    {"/PSIA/Security/AAA/description", kPrefix, {{get(kAnyone, read_fixed<Description::kWithLineBreak>)}}},
     {"/PSIA/Security/AAA/users/", kLonger,
      {{get(kAnyone, read_user),
        put(kAdministrator, change_password),
@@ -147,8 +149,8 @@ constexpr auto kRoutes = std::to_array<Route>({
        post(kAdministrator, add_users),
        del(kAdministrator, delete_users)}}},
 
-    {"/PSIA/Streaming/index", kPrefix, {{get(kAnyone, read_streaming_index)}}},
-    {"/PSIA/Streaming/description", kPrefix, {{get(kAnyone, read_description_with_line_break)}}},
+    {"/PSIA/Streaming/index", kPrefix, {{get(kAnyone, read_fixed<Index::kStreaming>)}}},
+    {"/PSIA/Streaming/description", kPrefix, {{get(kAnyone, read_fixed<Description::kWithLineBreak>)}}},
     {"/PSIA/Streaming/status", kPrefix, {{get(kAnyone, read_streaming_status)}}},
     {"/PSIA/Streaming/channels/", kLonger,
      {{get(kAnyone, read_channel_resource),
@@ -160,8 +162,8 @@ constexpr auto kRoutes = std::to_array<Route>({
        post(kOperator, update_streaming_channel),
        del(kOperator, answer_ok)}}},
 
-    {"/PSIA/Custom/Event/index", kPrefix, {{get(kAnyone, read_event_index)}}},
-    {"/PSIA/Custom/Event/description", kPrefix, {{get(kAnyone, read_event_description)}}},
+    {"/PSIA/Custom/Event/index", kPrefix, {{get(kAnyone, print_fixed<Index::kEvent>)}}},
+    {"/PSIA/Custom/Event/description", kPrefix, {{get(kAnyone, print_fixed<Description::kPlain>)}}},
     // Everything below a trigger is its notification list: a single notification has no route of its own, and
     // what stands behind "notifications/" is not looked at.
     {"/PSIA/Custom/Event/triggers/", kNested,
@@ -182,23 +184,23 @@ constexpr auto kRoutes = std::to_array<Route>({
      {{get(kAnyone, read_schedule),
        put(kOperator, write_schedule)}}},
     {"/PSIA/Custom/Event/notification/mailing/", kPrefix,
-     {{get(kAnyone, read_mailing_server),
-       put(kOperator, update_mailing_server),
-       del(kOperator, delete_mailing_server)}}},
+     {{get(kAnyone, of<kMailServers, read_server>),
+       put(kOperator, of<kMailServers, update_server>),
+       del(kOperator, of<kMailServers, delete_server>)}}},
     {"/PSIA/Custom/Event/notification/mailing", kPrefix,
-     {{get(kAnyone, list_mailing_servers),
-       put(kOperator, update_mailing_servers),
-       post(kOperator, add_mailing_servers),
-       del(kOperator, delete_mailing_servers)}}},
+     {{get(kAnyone, of<kMailServers, list_servers>),
+       put(kOperator, of<kMailServers, update_servers>),
+       post(kOperator, of<kMailServers, add_servers>),
+       del(kOperator, of<kMailServers, delete_servers>)}}},
     {"/PSIA/Custom/Event/notification/ftp/", kPrefix,
-     {{get(kAnyone, read_ftp_server),
-       put(kOperator, update_ftp_server),
-       del(kOperator, delete_ftp_server)}}},
+     {{get(kAnyone, of<kFtpServers, read_server>),
+       put(kOperator, of<kFtpServers, update_server>),
+       del(kOperator, of<kFtpServers, delete_server>)}}},
     {"/PSIA/Custom/Event/notification/ftp", kPrefix,
-     {{get(kAnyone, list_ftp_servers),
-       put(kOperator, update_ftp_servers),
-       post(kOperator, add_ftp_servers),
-       del(kOperator, delete_ftp_servers)}}},
+     {{get(kAnyone, of<kFtpServers, list_servers>),
+       put(kOperator, of<kFtpServers, update_servers>),
+       post(kOperator, of<kFtpServers, add_servers>),
+       del(kOperator, of<kFtpServers, delete_servers>)}}},
     {"/PSIA/Custom/Event/notification", kPrefix,
      {{get(kAnyone, read_notification_methods),
        put(kOperator, write_notification_methods)}}},
