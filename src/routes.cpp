@@ -48,7 +48,7 @@ struct MethodRule {
 };
 
 struct Route {
-  const char* prefix;
+  std::string_view prefix;
   Match match;
   std::array<MethodRule, 4> methods;  // unused ones stay null
 };
@@ -221,20 +221,28 @@ void read_channel_resource(Service& service, const Request& request) {
   read_streaming_channel(service, request);
 }
 
-bool matches(const Route& route, std::string_view prefix, const char* uri) {
-  if (strncasecmp(uri, prefix.data(), prefix.size()) != 0) return false;
-  const char* tail = uri + prefix.size();
+bool begins_with(std::string_view uri, std::string_view prefix) {
+  // Most prefixes differ from the URI in their last character, which is quicker to see than where they do
+  // first.
+  constexpr auto folded = [](char c) { return c | 0x20; };
+  return uri.size() >= prefix.size() && folded(uri[prefix.size() - 1]) == folded(prefix.back()) &&
+         strncasecmp(uri.data(), prefix.data(), prefix.size()) == 0;
+}
+
+bool matches(const Route& route, std::string_view uri) {
+  if (!begins_with(uri, route.prefix)) return false;
+  const std::string_view tail = uri.substr(route.prefix.size());
   switch (route.match) {
     case kPrefix:
       return true;
     case kExact:
-      return *tail == '\0';
+      return tail.empty();
     case kLonger:
-      return *tail != '\0';
+      return !tail.empty();
     case kNested:
-      return std::strchr(tail, '/') != nullptr;
+      return tail.find('/') != std::string_view::npos;
     case kFlat:
-      return std::strchr(tail, '/') == nullptr;
+      return tail.find('/') == std::string_view::npos;
   }
   return false;
 }
@@ -242,14 +250,14 @@ bool matches(const Route& route, std::string_view prefix, const char* uri) {
 }  // namespace
 
 void dispatch(Service& service, const Request& request) {
+  const std::string_view uri = request.uri;
   for (const Route& route : kRoutes) {
-    const std::string_view prefix = route.prefix;
-    if (!matches(route, prefix, request.uri)) continue;
+    if (!matches(route, uri)) continue;
     for (const MethodRule& rule : route.methods) {
       if (rule.handler == nullptr || request.level > rule.level) continue;
       if (strcasecmp(request.method, rule.method) != 0) continue;
       Request routed = request;
-      routed.tail = request.uri + prefix.size();
+      routed.tail = request.uri + route.prefix.size();
       return rule.handler(service, routed);
     }
   }

@@ -57,10 +57,10 @@ FixedText<256> trigger_id_of(const Request& request) {
 
 /// The notification's id in the URL of a single notification; empty where the URL is no such one.
 FixedText<256> notification_id_of(const Request& request) {
-  constexpr std::string_view kBetween = "/notifications/";
+  constexpr std::string_view between = "/notifications/";
   const char* const behind = request.tail + std::strcspn(request.tail, "/");
-  if (strncasecmp(behind, kBetween.data(), kBetween.size()) != 0) return {};
-  return FixedText<256>(behind + kBetween.size());
+  if (strncasecmp(behind, between.data(), between.size()) != 0) return {};
+  return FixedText<256>(behind + between.size());
 }
 
 // Reading.

@@ -32,7 +32,7 @@ bool same_password(const FixedText<32>& supplied, const char* stored) {
   std::size_t difference = std::strlen(supplied.c_str()) ^ std::strlen(stored);
   const std::size_t length = std::strlen(expected.c_str());
   for (std::size_t i = 0; i < length; ++i) {
-    difference |= static_cast<unsigned char>(supplied.bytes()[i] ^ expected.bytes()[i]);
+    difference |= static_cast<unsigned char>(supplied.c_str()[i] ^ expected.c_str()[i]);
   }
   return difference == 0;
 }

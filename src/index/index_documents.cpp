@@ -181,12 +181,12 @@ constexpr void append_description(Output& document, std::string_view declaration
 /// The document that `kAppend` appends, as bytes in the program: run once to count them, once to store them.
 template <auto kAppend>
 constexpr auto kText = [] {
-  constexpr std::size_t kLength = [] {
+  constexpr std::size_t length = [] {
     Output counted;
     kAppend(counted);
     return counted.length;
   }();
-  std::array<char, kLength> text{};
+  std::array<char, length> text{};
   Output output{text.data()};
   kAppend(output);
   return text;
