@@ -13,9 +13,22 @@ run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml
 # and what the tests and checks need besides:
 test_packages=(clang-format clang-tidy shellcheck)
 
-# What the script is doing now.
+# What the script is doing now. A script that sets `steps`, their number, also has them counted and timed.
+steps=0
+step_number=0
 step() {
-  printf '== %s\n' "$*"
+  end_step
+  if [ "$steps" -gt 0 ]; then
+    step_number=$((step_number + 1))
+    printf '== [%d/%d] %s\n' "$step_number" "$steps" "$*"
+  else
+    printf '== %s\n' "$*"
+  fi
+  step_started=$SECONDS
+}
+
+end_step() {
+  if [ "$steps" -gt 0 ] && [ "$step_number" -gt 0 ]; then printf '   %d s\n' $((SECONDS - step_started)); fi
 }
 
 fail() {
@@ -23,20 +36,45 @@ fail() {
   exit 1
 }
 
+# Everything is built in build/: says so in words when that cannot be.
+check_build_directory() {
+  local home
+  if [ ! -w . ]; then
+    fail "$PWD cannot be written to, and everything is built in its build/.
+Copy the project to a place of your own and start there: cp -r '$PWD' ~/psia"
+  fi
+  if [ ! -e build ]; then return; fi
+  if [ -n "$(find build -maxdepth 2 ! -type l ! -writable -print -quit)" ]; then
+    fail "$PWD/build was made by another user, $(stat -c %U build), or as root, and cannot be written to.
+Remove it, it is made anew: sudo rm -rf '$PWD/build'    (as root without sudo)"
+  fi
+  home=$(sed -n 's/^CMAKE_HOME_DIRECTORY:INTERNAL=//p' build/CMakeCache.txt 2>/dev/null || true)
+  if [ -n "$home" ] && ! [ "$home" -ef . ]; then
+    fail "$PWD/build was made in $home and came here with a copy.
+Remove it, it is made anew: rm -rf '$PWD/build'"
+  fi
+}
+check_build_directory
+
 # Installs those of the named packages that are missing.
 install_packages() {
-  local package as_root=() missing=()
+  local package installed as_root=() missing=()
   if ! command -v dpkg-query >/dev/null; then
     printf 'This is no Debian system; it is taken for granted that what these packages hold is there:\n  %s\n' "$*"
     return
   fi
+  installed=$(dpkg-query -W -f '|${Package}|${db:Status-Status}\n' | sed -n 's/|installed$/|/p')
   for package in "$@"; do
-    dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+    case "$installed" in
+      *"|$package|"*) ;;
+      *) missing+=("$package") ;;
+    esac
   done
   if [ ${#missing[@]} -eq 0 ]; then return; fi
 
   if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || fail "Packages are missing. As root: apt-get install ${missing[*]}"
+    command -v sudo >/dev/null || fail "Packages are missing, and there is no sudo to install them with. As root:
+  apt-get update && apt-get install --no-install-recommends ${missing[*]}"
     as_root=(sudo)
   fi
   step "Installing ${missing[*]}"
@@ -44,7 +82,7 @@ install_packages() {
     ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
       apt-get install --yes --no-install-recommends "${missing[@]}"; then
     fail "The packages could not be installed. Look at the messages above, or as root try:
-  apt-get update && apt-get install ${missing[*]}"
+  apt-get update && apt-get install --no-install-recommends ${missing[*]}"
   fi
   case " ${missing[*]} " in
     *" lighttpd "*)
