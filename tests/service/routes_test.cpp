@@ -1,365 +1,231 @@
 // Which request reaches which handler: every URL of the service with every method and user level, seen by
-// what the request does.
-#include <atomic>
-#include <set>
-#include <thread>
+// what the request does; and the documents by which clients explore these URLs.
+#include <regex>
+#include <sstream>
 
 #include "tests/support/service_fixture.h"
 
 namespace psia_tests {
 namespace {
 
-/// One method of a URL: the highest user level it is open to, a body it accepts, and what it then does, in
-/// the words of RoutesTest::effect.
-struct Offer {
-  std::string method;
-  int highest_level;
-  std::string effect;
-  std::string body = {};
+/// The levels' lists, behind each name a '/' if it is a service, with its own list in braces; and whether a
+/// line break stands behind the declaration.
+const struct {
+  std::string uri, names;
+  bool line_break;
+} kLevels[] = {
+    {"/PSIA", "index indexr description System/ Security/ Streaming/", false},
+    {"/PSIA/System",
+     "index description reboot updateFirmware configurationData factoryReset deviceInfo status time localTime "
+     "timeZone ntpServers ntpServers/ID Network/ Audio/ Video/",
+     true},
+    {"/PSIA/System/Network", "index description interfaces", false},
+    {"/PSIA/System/Audio", "index description channels", true},
+    {"/PSIA/System/Video", "index description inputs", true},
+    {"/PSIA/Security", "index description", true},
+    {"/PSIA/Security/AAA", "index description users", true},
+    {"/PSIA/Streaming", "index description status channels", true},
+    {"/PSIA/Custom/Event", "index description triggers schedule notification", false},
 };
+const std::string kRecursive =
+    "index indexr description System/{index description reboot updateFirmware configurationData factoryReset "
+    "deviceInfo status Network/{index description interfaces} Video/{index description inputs}} "
+    "Security/{index description AAA/{index description users}} Streaming/{index description status channels}";
 
-struct Url {
-  std::string uri;
-  std::vector<Offer> offers;
-};
+// A row per URL: what GET shows to all levels below 4; then each other method with the highest level that it
+// is open to, a body, and what it does. What surprises: an NTP server is added by updating it, and a POST to
+// a single one falls through to that, as a POST to a single notification server does to its list; a firmware
+// update is answered and not made; what is below a trigger is its list of notifications; adding a mail server
+// changes nothing.
+const std::string kUrls =
+    replaced(R"(
+/PSIA/System/reboot status 4 | PUT 0 => message 8; status 1
+/PSIA/System/updateFirmware status 4 | PUT 0 => status 1
+/PSIA/System/configurationData status 4 | GET 0 => message 11; status 3 | PUT 0 "settings" => file of 8; status 1
+/PSIA/System/factoryReset?mode=full status 4 | PUT 0 => message 10; status 1
+/PSIA/System/deviceInfo DeviceInfo | PUT 0 DeviceInfo() => Network DDNSHostname=; status 1
+/PSIA/System/status DeviceStatus
+/PSIA/System/time/localTime Content-Type: application/xml; charset="UTF-8" | PUT 1 "2024-01-02T03:04:05" =>
+ message 6 server=pool.ntp.org interval=60 year=2024 month=1 day=2 hour=3 minute=4 second=5; status 1
+/PSIA/System/time/timeZone Content-Type: text/plain; charset="UTF-8"
+ | PUT 1 "GMT0" => Network TimeZone=GMT; message 7 zone=GMT; status 1
+/PSIA/System/time/ntpServers/1 NTPServer | PUT 1 NTPServer(hostName=n) => Network NTPServer=n; status 1
+ | POST 1 NTPServer(hostName=n) => Network NTPServer=n; status 1 | DELETE 1 => status 1
+/PSIA/System/time/ntpServers NTPServerList
+ | PUT 1 NTPServerList(NTPServer(hostName=n)) => Network NTPServer=n; status 1
+ | POST 1 NTPServer(hostName=n) => Network NTPServer=n; status 1 | DELETE 1 => status 1
+/PSIA/System/time Time | PUT 1 Times() => status 3
+/PSIA/System/Network/interfaces/eth0/ipAddress IPAddress
+ | PUT 0 IPAddress(addressingType=dhcp) => Network ConnectionType=1; message 31; status 1
+/PSIA/System/Network/interfaces/eth0/discovery Discovery | PUT 0 => status 1
+/PSIA/System/Network/interfaces/eth0 NetworkInterface
+ | PUT 0 NetworkInterface(IPAddress(addressingType=dhcp)) => Network ConnectionType=1; message 31; status 1
+/PSIA/System/Network/interfaces NetworkInterfaceList
+/PSIA/System/Audio/channels/1 AudioChannel | PUT 1 AudioChannel() => Audio Enable=0; message 3; status 1
+/PSIA/System/Audio/channels AudioChannelList
+/PSIA/System/Video/inputs/channels/1 VideoInputChannel
+ | PUT 1 VideoInputChannel(id=7) => message 1 source=7; status 1
+/PSIA/System/Video/inputs/channels VideoInputChannelList
+/PSIA/System/Video/inputs VideoInput
+/PSIA/Security/AAA/users/guest User | PUT 0 User() => User/guest Password=; status 1 | DELETE 0 => -User/guest; status 1
+/PSIA/Security/AAA/users UserList | PUT 0 UserList() => status 1
+ | POST 0 User(userName=n password=p) => +User n|p|2; status 1
+ | DELETE 0 => -User/operator; -User/viewer; -User/guest; -User/level4; status 1
+/PSIA/Streaming/status StreamingStatus
+/PSIA/Streaming/channels/1 StreamingChannel | PUT 1 StreamingChannel(Video()) => VIDEO | DELETE 1 => status 1
+/PSIA/Streaming/channels/1/status StreamingSessionStatusList
+ | PUT 1 StreamingChannel(Video()) => VIDEO | DELETE 1 => status 1
+/PSIA/Streaming/channels/1/capabilities StreamingChannel with options
+ | PUT 1 StreamingChannel(Video()) => VIDEO | DELETE 1 => status 1
+/PSIA/Streaming/channels StreamingChannelList | PUT 1 StreamingChannelList(StreamingChannel(Video())) => VIDEO
+ | POST 1 StreamingChannel(Video()) => VIDEO | DELETE 1 => status 1
+$/triggers/Sensor-0 printed EventTrigger | PUT 1 EventTrigger(id=Sensor-0) => UNLINKED | DELETE 1 => UNLINKED
+$/triggers/Sensor-0/notifications NOTIFICATIONS
+$/triggers/Sensor-0/notifications/FTP-1 NOTIFICATIONS
+$/triggers printed EventTriggerList | PUT 1 EventTriggerList(EventTrigger(id=Sensor-0)) => UNLINKED
+$/schedule printed EventSchedule
+ | PUT 1 EventSchedule() => Event Week=0 StartTime=2400 EndTime=0; status 1
+$/notification/mailing/Mail-1 printed MailingNotification
+ | PUT 1 MailingNotification(id=Mail-1) => SMTPServer Address= UserID= Password=; status 1
+ | POST 1 MailingNotificationList(MailingNotification()) => status 1 | DELETE 1 => -SMTPServer/1; status 1
+$/notification/mailing printed MailingNotificationList
+ | PUT 1 MailingNotificationList(MailingNotification(id=Mail-1)) => SMTPServer Address= UserID= Password=; status 1
+ | POST 1 MailingNotificationList(MailingNotification()) => status 1 | DELETE 1 => -SMTPServer/1; status 1
+$/notification/ftp/FTP-1 printed FTPNotification
+ | PUT 1 FTPNotification(id=FTP-1) => FTPServer Address= UserID= Password= Path=; status 1
+ | POST 1 FTPNotificationList(FTPNotification()) => +FTPServer 2|||21|||; status 1 | DELETE 1 => -FTPServer/1; status 1
+$/notification/ftp printed FTPNotificationList
+ | PUT 1 FTPNotificationList(FTPNotification(id=FTP-1)) => FTPServer Address= UserID= Password= Path=; status 1
+ | POST 1 FTPNotificationList(FTPNotification()) => +FTPServer 2|||21|||; status 1 | DELETE 1 => -FTPServer/1; status 1
+$/notification printed EventNotificationMethods
+ | PUT 1 EventNotificationMethods(FTPNotificationList(FTPNotification(id=FTP-1)))
+ => FTPServer Address= UserID= Password= Path=; status 1
+$ printed EventNotification EVENT
+$/index printed ResourceList index description triggers schedule notification EVENT
+$/description printed ResourceDescription EVENT
+)",
+             {{"VIDEO",
+               "VideoEncoder/0 Resolution=0 QualityType=1 Bitrate=2048 Quality=2; message 2 "
+               "master=1; status 1"},
+              {"NOTIFICATIONS",
+               "printed EventTriggerNotificationList | PUT 1 EventTriggerNotificationList() => "
+               "UNLINKED | POST 1 EventTriggerNotification() => UNLINKED | DELETE 1 => UNLINKED"},
+              {"EVENT",
+               "| PUT 1 EventNotification(EventTriggerList(EventTrigger(id=Sensor-0))) => "
+               "UNLINKED"},
+              {"UNLINKED", "Event FTPServerID=-1; status 1"},
+              {"$", "/PSIA/Custom/Event"},
+              {"\n ", " "}});
 
-constexpr int kAny = 3;
-
-const char* const kTables[] = {"User",        "Network",   "System",     "Spec",  "VideoEncoder",
-                               "VideoSource", "Audio",     "ClientList", "Event", "Relay",
-                               "SMTPServer",  "FTPServer", "SensorRelay"};
-
-const std::vector<Url>& urls() {
-  static const std::string ntp = "<NTPServer><hostName>n.example</hostName></NTPServer>";
-  static const std::string ntp_list = "<NTPServerList>" + ntp + "</NTPServerList>";
-  static const std::string trigger = "<EventTrigger><id>Sensor-0</id></EventTrigger>";
-  static const std::string mail =
-      "<MailingNotification><id>Mail-1</id><ipAddress>10.0.0.1</ipAddress></MailingNotification>";
-  static const std::string mails = "<MailingNotificationList>" + mail + "</MailingNotificationList>";
-  static const std::string ftp =
-      "<FTPNotification><id>FTP-1</id><ipAddress>10.0.0.1</ipAddress></FTPNotification>";
-  static const std::string ftps = "<FTPNotificationList>" + ftp + "</FTPNotificationList>";
-  static const std::string dhcp = "<addressingType>dynamic</addressingType>";
-  static const std::string description = "ResourceDescription";
-  static const std::vector<Url> all = {
-      {"/PSIA/indexr",
-       {{"GET", kAny,
-         "ResourceList index indexr description System index description reboot "
-         "updateFirmware configurationData factoryReset deviceInfo status Network index "
-         "description interfaces Video index description inputs Security index description "
-         "AAA index description users Streaming index description status channels"}}},
-      {"/PSIA/index", {{"GET", kAny, "ResourceList index indexr description System Security Streaming"}}},
-      {"/PSIA/description", {{"GET", kAny, description}}},
-      {"/PSIA/System/index",
-       {{"GET", kAny,
-         "ResourceList index description reboot updateFirmware configurationData factoryReset deviceInfo "
-         "status time localTime timeZone ntpServers ntpServers/ID Network Audio Video"}}},
-      {"/PSIA/System/description", {{"GET", kAny, description}}},
-      {"/PSIA/System/reboot", {{"PUT", 0, "status 1, command 8"}}},
-      {"/PSIA/System/updateFirmware", {{"PUT", 0, "status 1"}}},
-      {"/PSIA/System/configurationData",
-       {{"GET", 0, "status 3, command 11"}, {"PUT", 0, "status 1, file psia_config.dat", "settings"}}},
-      {"/PSIA/System/factoryReset?mode=full", {{"PUT", 0, "status 1, command 10"}}},
-      {"/PSIA/System/deviceInfo",
-       {{"GET", kAny, "DeviceInfo"},
-        {"PUT", 0, "status 1, table Network", "<DeviceInfo><deviceName>x</deviceName></DeviceInfo>"}}},
-      {"/PSIA/System/status", {{"GET", kAny, "DeviceStatus"}}},
-      {"/PSIA/System/time/localTime",
-       {{"GET", kAny, "text application/xml; charset=\"UTF-8\""},
-        {"PUT", 1, "status 1, command 6", "2024-01-02T03:04:05"}}},
-      {"/PSIA/System/time/timeZone",
-       {{"GET", kAny, "text text/plain; charset=\"UTF-8\""},
-        {"PUT", 1, "status 1, command 7, table Network", "CET-1"}}},
-      {"/PSIA/System/time/ntpServers/1",
-       {{"GET", kAny, "NTPServer"},
-        {"PUT", 1, "status 1, table Network", ntp},
-        {"POST", 1, "status 1, table Network", ntp},  // falls through and adds a server
-        {"DELETE", 1, "status 1"}}},
-      {"/PSIA/System/time/ntpServers",
-       {{"GET", kAny, "NTPServerList"},
-        {"PUT", 1, "status 1, table Network", ntp_list},
-        {"POST", 1, "status 1, table Network", ntp},
-        {"DELETE", 1, "status 1"}}},
-      {"/PSIA/System/time", {{"GET", kAny, "Time"}, {"PUT", 1, "status 1, command 6", "<Time/>"}}},
-      {"/PSIA/System/Network/index", {{"GET", kAny, "ResourceList index description interfaces"}}},
-      {"/PSIA/System/Network/description", {{"GET", kAny, description}}},
-      {"/PSIA/System/Network/interfaces/eth0/ipAddress",
-       {{"GET", kAny, "IPAddress"},
-        {"PUT", 0, "status 1, command 31, table Network", "<IPAddress>" + dhcp + "</IPAddress>"}}},
-      {"/PSIA/System/Network/interfaces/eth0/discovery",
-       {{"GET", kAny, "Discovery"}, {"PUT", 0, "status 1"}}},
-      {"/PSIA/System/Network/interfaces/eth0",
-       {{"GET", kAny, "NetworkInterface"},
-        {"PUT", 0, "status 1, command 31, table Network",
-         "<NetworkInterface><IPAddress>" + dhcp + "</IPAddress></NetworkInterface>"}}},
-      {"/PSIA/System/Network/interfaces", {{"GET", kAny, "NetworkInterfaceList"}}},
-      {"/PSIA/System/Audio/index", {{"GET", kAny, "ResourceList index description channels"}}},
-      {"/PSIA/System/Audio/description", {{"GET", kAny, description}}},
-      {"/PSIA/System/Audio/channels/1",
-       {{"GET", kAny, "AudioChannel"}, {"PUT", 1, "status 1, command 3, table Audio", "<AudioChannel/>"}}},
-      {"/PSIA/System/Audio/channels", {{"GET", kAny, "AudioChannelList"}}},
-      {"/PSIA/System/Video/index", {{"GET", kAny, "ResourceList index description inputs"}}},
-      {"/PSIA/System/Video/description", {{"GET", kAny, description}}},
-      {"/PSIA/System/Video/inputs/channels/1",
-       {{"GET", kAny, "VideoInputChannel"},
-        {"PUT", 1, "status 1, command 1, table VideoSource",
-         "<VideoInputChannel><id>0</id></VideoInputChannel>"}}},
-      {"/PSIA/System/Video/inputs/channels", {{"GET", kAny, "VideoInputChannelList"}}},
-      {"/PSIA/System/Video/inputs", {{"GET", kAny, "VideoInput"}}},
-      {"/PSIA/Security/index", {{"GET", kAny, "ResourceList index description"}}},
-      {"/PSIA/Security/description", {{"GET", kAny, description}}},
-      {"/PSIA/Security/AAA/index", {{"GET", kAny, "ResourceList index description users"}}},
-      {"/PSIA/Security/AAA/description", {{"GET", kAny, description}}},
-      {"/PSIA/Security/AAA/users/guest",
-       {{"GET", kAny, "User"},
-        {"PUT", 0, "status 1, table User", "<User><password>new</password></User>"},
-        {"DELETE", 0, "status 1, table User"}}},
-      {"/PSIA/Security/AAA/users",
-       {{"GET", kAny, "UserList"},
-        {"PUT", 0, "status 1, table User",
-         "<UserList><User><userName>guest</userName><password>n</password></User></UserList>"},
-        {"POST", 0, "status 1, table User", "<User><userName>new</userName><password>n</password></User>"},
-        {"DELETE", 0, "status 1, table User"}}},
-      {"/PSIA/Streaming/index", {{"GET", kAny, "ResourceList index description status channels"}}},
-      {"/PSIA/Streaming/description", {{"GET", kAny, description}}},
-      {"/PSIA/Streaming/status", {{"GET", kAny, "StreamingStatus"}}},
-      {"/PSIA/Streaming/channels/1",
-       {{"GET", kAny, "StreamingChannel"},
-        {"PUT", 1, "status 1, command 2, table VideoEncoder",
-         "<StreamingChannel><Video/></StreamingChannel>"},
-        {"DELETE", 1, "status 1"}}},
-      {"/PSIA/Streaming/channels/1/status",
-       {{"GET", kAny, "StreamingSessionStatusList"}, {"PUT", 1, "status 3"}, {"DELETE", 1, "status 1"}}},
-      {"/PSIA/Streaming/channels/1/capabilities",
-       {{"GET", kAny, "StreamingChannel opt"}, {"PUT", 1, "status 3"}, {"DELETE", 1, "status 1"}}},
-      {"/PSIA/Streaming/channels",
-       {{"GET", kAny, "StreamingChannelList"},
-        {"PUT", 1, "status 1, command 2, table VideoEncoder",
-         "<StreamingChannelList><StreamingChannel><Video/></StreamingChannel></StreamingChannelList>"},
-        {"POST", 1, "status 1, command 2, table VideoEncoder",
-         "<StreamingChannel><Video/></StreamingChannel>"},
-        {"DELETE", 1, "status 1"}}},
-      {"/PSIA/Custom/Event/index",
-       {{"GET", kAny, "printed ResourceList index description triggers schedule notification"},
-        {"PUT", 1, "status 3"}}},
-      {"/PSIA/Custom/Event/description",
-       {{"GET", kAny, "printed ResourceDescription"}, {"PUT", 1, "status 3"}}},  // falls through to the event
-      {"/PSIA/Custom/Event/triggers/Sensor-0",
-       {{"GET", kAny, "printed EventTrigger"},
-        {"PUT", 1, "status 1, table Event", trigger},
-        {"DELETE", 1,
-         "status 1, table Event"}}},  // POST falls through to the triggers' fixed answer, 4 as well
-      {"/PSIA/Custom/Event/triggers/Sensor-0/notifications",
-       {{"GET", kAny, "printed EventTriggerNotificationList"},
-        {"PUT", 1, "status 1, table Event", "<EventTriggerNotificationList/>"},
-        {"POST", 1, "status 1, table Event", "<EventTriggerNotification/>"},
-        {"DELETE", 1, "status 1, table Event"}}},
-      {"/PSIA/Custom/Event/triggers/Sensor-0/notifications/FTP-1",
-       {{"GET", kAny, "printed EventTriggerNotificationList"},
-        {"PUT", 1, "status 1, table Event", "<EventTriggerNotificationList/>"},
-        {"POST", 1, "status 1, table Event", "<EventTriggerNotification/>"},
-        {"DELETE", 1, "status 1, table Event"}}},
-      {"/PSIA/Custom/Event/triggers",
-       {{"GET", kAny, "printed EventTriggerList"},
-        {"PUT", 1, "status 1, table Event", "<EventTriggerList>" + trigger + "</EventTriggerList>"}}},
-      {"/PSIA/Custom/Event/schedule",
-       {{"GET", kAny, "printed EventSchedule"}, {"PUT", 1, "status 1, table Event", "<EventSchedule/>"}}},
-      {"/PSIA/Custom/Event/notification/mailing/Mail-1",
-       {{"GET", kAny, "printed MailingNotification"},
-        {"PUT", 1, "status 1, table SMTPServer", mail},
-        {"POST", 1, "status 1", mails},  // falls through to the list; the insert is one that SQLite rejects
-        {"DELETE", 1, "status 1, table SMTPServer"}}},
-      {"/PSIA/Custom/Event/notification/mailing",
-       {{"GET", kAny, "printed MailingNotificationList"},
-        {"PUT", 1, "status 1, table SMTPServer", mails},
-        {"POST", 1, "status 1", mails},
-        {"DELETE", 1, "status 1, table SMTPServer"}}},
-      {"/PSIA/Custom/Event/notification/ftp/FTP-1",
-       {{"GET", kAny, "printed FTPNotification"},
-        {"PUT", 1, "status 1, table FTPServer", ftp},
-        {"POST", 1, "status 1, table FTPServer", ftps},
-        {"DELETE", 1, "status 1, table FTPServer"}}},
-      {"/PSIA/Custom/Event/notification/ftp",
-       {{"GET", kAny, "printed FTPNotificationList"},
-        {"PUT", 1, "status 1, table FTPServer", ftps},
-        {"POST", 1, "status 1, table FTPServer", ftps},
-        {"DELETE", 1, "status 1, table FTPServer"}}},
-      {"/PSIA/Custom/Event/notification",
-       {{"GET", kAny, "printed EventNotificationMethods"},
-        {"PUT", 1, "status 1, table SMTPServer",
-         "<EventNotificationMethods>" + mails + "</EventNotificationMethods>"}}},
-      {"/PSIA/Custom/Event",
-       {{"GET", kAny, "printed EventNotification"},
-        {"PUT", 1, "status 1, table Event",
-         "<EventNotification><EventTriggerList>" + trigger + "</EventTriggerList></EventNotification>"}}},
-  };
-  return all;
-}
-
-class RoutesTest : public ServiceTest {
+class RoutesTest : public RunningServiceTest {
  protected:
-  void SetUp() override {
-    ServiceTest::SetUp();
-    run_sql("insert into User values ('level4', 'level4', 4)");
-    start_service();
-    daemon_ = std::thread([this] {
-      while (!ended_) {
-        if (const auto message = camera::receive_message(std::chrono::milliseconds(20))) {
-          commands_ += ", command " + std::to_string(camera::command_of(*message));
-          (void)camera::send_reply(camera::reply_to(*message, 0));
-        }
+  /// Every method as every level, as a row of kUrls says; what was changed is put back.
+  void expect_offers(const std::string& row) {
+    std::smatch parts;
+    ASSERT_TRUE(std::regex_match(row, parts, std::regex(R"((\S+) (.*?)( \| .*)?)"))) << row;
+    const std::string others = parts[3].str() + " | ";
+    for (const std::string method : {"GET", "PUT", "POST", "DELETE", "HEAD"}) {
+      int highest = method == "GET" ? 3 : -1;
+      std::string expected = parts[2];
+      std::smatch offer;
+      if (std::regex_search(others, offer,
+                            std::regex(" \\| " + method + R"( (\d) ?(.*?) ?=> (.*?)(?= \| ))"))) {
+        highest = std::stoi(offer[1]);
+        expected = offer[3];
       }
-    });
-  }
-
-  void TearDown() override {
-    ended_ = true;
-    daemon_.join();
-    ServiceTest::TearDown();
-  }
-
-  static std::string credentials(int level) {
-    return std::vector<std::string>{"admin:admin", "operator:operator", "viewer:viewer", "guest:guest",
-                                    "level4:level4"}[static_cast<std::size_t>(level)];
-  }
-
-  /// What a request did, in words: the document it gave, or its status with the commands sent, the tables
-  /// changed and the file written. Changes are undone.
-  std::string effect(const Call& call) {
-    const std::vector<std::string> before = tables();
-    const std::size_t printed_before = printed().size();
-    commands_.clear();
-    const std::string answer = this->call(call);
-    std::string effect =
-        answer.empty() ? "printed " + words(printed().substr(printed_before)) : words(answer);
-    effect += commands_;
-    const std::vector<std::string> after = tables();
-    bool changed = false;
-    for (std::size_t i = 0; i < before.size(); ++i) {
-      if (before[i] == after[i]) continue;
-      changed = true;
-      effect += std::string(", table ") + kTables[i];
-    }
-    if (changed) {
-      EXPECT_EQ(camera::restore_factory_rows(), "");
-      run_sql("insert into User values ('level4', 'level4', 4)");
-    }
-    const std::string upload = std::string(camera::kExchangeDirectory) + "/psia_config.dat";
-    if (!read_file(upload).empty()) {
-      effect += ", file psia_config.dat";
-      write_file(upload, "");
-    }
-    return effect;
-  }
-
- private:
-  static std::vector<std::string> tables() {
-    std::vector<std::string> contents;
-    for (const char* table : kTables)
-      contents.push_back(rows(std::string("select * from ") + table));
-    return contents;
-  }
-
-  /// A document's root element, with the names in a resource list; a status code; or a text's content type.
-  static std::string words(const std::string& answer) {
-    const std::size_t header_end = std::min(answer.find("\r\n\r\n"), answer.find("\n\n"));
-    const std::string body = answer.substr(std::min(answer.size(), header_end));
-    const std::size_t code = body.find("<statusCode>");
-    if (code != std::string::npos) return "status " + body.substr(code + 12, 1);
-    const std::size_t declaration_end = body.find("?>");
-    if (declaration_end == std::string::npos) {
-      const std::size_t type = answer.find("Content-Type: ");
-      return type == std::string::npos
-                 ? "nothing"
-                 : "text " + answer.substr(type + 14, answer.find("\r\n", type) - type - 14);
-    }
-    const std::size_t root = body.find('<', declaration_end) + 1;
-    std::string text = body.substr(root, body.find_first_of(" >", root) - root);
-    if (text == "ResourceList") {
-      for (std::size_t at = body.find("<name>"); at != std::string::npos; at = body.find("<name>", at + 1)) {
-        text += " " + body.substr(at + 6, body.find('<', at + 6) - at - 6);
+      for (int level = 0; level <= 4; ++level) {
+        const std::string users[] = {"admin", "operator", "viewer", "guest", "level4"};
+        const std::string& user = users[level];
+        const Call call{
+            .method = method, .uri = parts[1], .body = xml(offer.str(2)), .user = user + ":" + user};
+        EXPECT_EQ(effect(call), level <= highest ? expected : "status 4")
+            << method << " " << parts[1] << " as " << user;
+        if (method == "GET" || level > highest) continue;
+        restore_settings();
+        run_sql("insert into User values ('level4', 'level4', 4)");
       }
     }
-    if (body.find("<id opt=") != std::string::npos) text += " opt";
-    return text;
   }
-
-  std::atomic<bool> ended_ = false;
-  std::string commands_;  // touched by the daemon only while the service waits for its reply
-  std::thread daemon_;
 };
 
 TEST_F(RoutesTest, EveryUrlWithEveryMethodAndLevel) {
-  for (const Url& url : urls()) {
-    for (const std::string method : {"GET", "PUT", "POST", "DELETE", "HEAD"}) {
-      Offer offer{method, -1, ""};
-      for (const Offer& offered : url.offers) {
-        if (offered.method == method) offer = offered;
-      }
-      for (int level = 0; level <= 4; ++level) {
-        const Call call{.method = method, .uri = url.uri, .body = offer.body, .user = credentials(level)};
-        EXPECT_EQ(effect(call), level <= offer.highest_level ? offer.effect : "status 4")
-            << method << " " << url.uri << " as level " << level;
-      }
-    }
+  run_sql("insert into User values ('level4', 'level4', 4)");
+  std::istringstream urls(kUrls);
+  for (std::string row; std::getline(urls, row);) {
+    if (!row.empty()) expect_offers(row);
   }
+  for (const auto& [uri, names, line_break] : kLevels) {
+    if (uri == "/PSIA/Custom/Event") continue;  // its other methods fall through to the event's own
+    expect_offers(uri + "/index ResourceList " + std::regex_replace(names, std::regex("/(?= |$)"), ""));
+    expect_offers(uri + "/description ResourceDescription");
+  }
+  expect_offers("/PSIA/indexr ResourceList " + replaced(kRecursive, {{"/{", " "}, {"}", ""}}));
 }
 
 TEST_F(RoutesTest, PrefixesCaseAndLengths) {
-  const std::string system_status = "DeviceStatus";
-  const std::string unknown = "status 4";
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"/PSIA/System/statusABC", system_status},
-      {"/psia/SYSTEM/Status?x=1", system_status},
-      {"/psia/INDEX", "ResourceList index indexr description System Security Streaming"},
-      {"/PSIA/indexX", "ResourceList index indexr description System Security Streaming"},
-      {"/PSIA/System/Audio/channels/17", "AudioChannel"},
-      {"/PSIA/System/Audio/channelsX", "AudioChannelList"},
-      {"/PSIA/System/time/ntpServers/", "NTPServer"},
-      {"/PSIA/System/timeX", "Time"},
-      {"/PSIA/System/Video/inputs/channels/10", "VideoInputChannel"},
-      {"/PSIA/System/Video/inputs/channels/2", unknown},
-      {"/PSIA/System/Video/inputs/", unknown},
-      {"/PSIA/System/Network/interfaces/eth0/", unknown},
-      {"/PSIA/System/Network/interfaces/eth0?x", unknown},
-      {"/PSIA/System/Network/interfaces/eth1", unknown},
-      {"/PSIA/System/Network/interfaces/ETH0/ipaddress", "IPAddress"},
-      {"/PSIA/Security/AAA/users/", unknown},
-      {"/PSIA/Streaming/channels/", unknown},
-      {"/PSIA/Streaming/channels/1/Status", "StreamingSessionStatusList"},
-      {"/PSIA/Streaming/channels/status", "StreamingSessionStatusList"},
-      {"/PSIA/Streaming/channels/1/CAPABILITIES", "StreamingChannel opt"},
-      {"/PSIA/Streaming/channels/1/capabilities?", "StreamingChannel"},
-      {"/PSIA/Custom/Event/triggers/", unknown},  // a trigger with an empty id, which there is not
-      {"/PSIA/Custom/Event/triggers/Sensor-0/x", "printed EventTriggerNotificationList"},
-      {"/PSIA/Custom/Event/triggers/Sensor-0/", "printed EventTriggerNotificationList"},
-      {"/PSIA/Custom/EventX", "printed EventNotification"},
-      {"/PSIA", unknown},
-      {"/PSIA/", unknown},
-      {"/PSIA/inde", unknown},
-      {"PSIA/index", unknown},
-      {"/", unknown},
-      {"/PSIA/%69ndex", unknown},
-      {"/PSIA/nothing/" + std::string(20000, 'x'), unknown},
-  };
-  for (const auto& [uri, expected] : cases)
-    EXPECT_EQ(effect({.uri = uri}), expected) << uri.substr(0, 80);
-  for (const char* method : {"get", "GeT"}) {
-    EXPECT_EQ(effect({.method = method, .uri = "/PSIA/System/status"}), system_status) << method;
-  }
-  for (const char* method : {"", "G", "GETX", "OPTIONS", "PATCH"}) {
-    EXPECT_EQ(effect({.method = method, .uri = "/PSIA/System/status"}), unknown) << method;
-  }
-  EXPECT_EQ(effect({.method = "DELETE", .uri = "/PSIA/System/time/ntpServersX"}), "status 1");
+  // Of a trigger with an empty id there is none.
+  expect_effects(R"(
+GET /PSIA/System/statusABC => DeviceStatus
+{GET|get|GeT} /psia/SYSTEM/Status?x=1 => DeviceStatus
+{G|GETX|PATCH} /PSIA/System/status => status 4
+GET /PSIA/indexX => ResourceList index indexr description System Security Streaming
+GET /PSIA/System/Audio/channels/17 => AudioChannel
+GET /PSIA/System/Audio/channelsX => AudioChannelList
+GET /PSIA/System/time/ntpServers/ => NTPServer
+GET /PSIA/System/timeX => Time
+GET /PSIA/System/Video/inputs/channels/10 => VideoInputChannel
+GET /PSIA/System/Network/interfaces/ETH0/ipaddress => IPAddress
+GET /PSIA/System/{Video/inputs/channels/2|Video/inputs/|Network/interfaces/|Network/interfaces/eth0/} => status 4
+GET /PSIA/System/Network/interfaces/{eth0?x|eth1|eth0/ipAddress/|eth0/discovery/} => status 4
+GET /PSIA/{Security/AAA/users/|Security/AAA/usersX|Streaming/channels/|Streaming/channelsX} => status 4
+GET /PSIA/Streaming/channels/{1/Status|status} => StreamingSessionStatusList
+GET /PSIA/Streaming/channels/1/CAPABILITIES => StreamingChannel with options
+GET /PSIA/Streaming/channels/1/capabilities? => StreamingChannel
+GET /PSIA/Custom/Event/triggers/ => status 4
+GET /PSIA/Custom/Event/triggers/Sensor-0/{x|} => printed EventTriggerNotificationList
+GET /PSIA/Custom/EventX => printed EventNotification
+GET {/PSIA|/PSIA/inde|PSIA/index|/PSIA/%69ndex|/PSIA/<a>&%20%s%n"} => status 4
+)");
+  for (const std::string& uri : {std::string(), "/PSIA/nothing/" + std::string(60000, 'x')})
+    EXPECT_EQ(effect({.uri = uri}), "status 4") << uri.substr(0, 80);
+  EXPECT_EQ(effect({.method = "", .uri = "/PSIA/System/status"}), "status 4");
 }
 
-TEST_F(RoutesTest, TheStatusDocumentShowsTheUriAsItCame) {
-  EXPECT_EQ(get("/PSIA/nothing"), status(4, "/PSIA/nothing"));
-  EXPECT_EQ(get("/PSIA/<a>&%20%s%n\""), status(4, "/PSIA/<a>&%20%s%n\""));
-  EXPECT_EQ(get("/PSIA/100%%"), status(4, "/PSIA/100%"));
-  EXPECT_EQ(get("/PSIA/%%%%20"), status(4, "/PSIA/%20"));
-  const std::string longest = "/PSIA/" + std::string(60000, 'u') + "%%";
-  EXPECT_EQ(get(longest), status(4, longest.substr(0, longest.size() - 1)));
+/// Entries from names as in kLevels.
+std::string entries(const std::string& names) {
+  std::string text;
+  const std::regex token(R"((\w+(?:/\w+)?)(/?)(\{?)|\})");
+  for (std::sregex_iterator at(names.begin(), names.end(), token); at != std::sregex_iterator(); ++at) {
+    const std::smatch& match = *at;
+    const std::string type = match.length(2) > 0 ? "service" : "resource";
+    const std::string end = match.length(3) > 0 ? R"(<ResourceList version="1.0">)" : "</Resource>";
+    text += match[0] == "}" ? "</ResourceList></Resource>"
+                            : R"(<Resource version="1.0">)" +
+                                  xml("name=" + match.str(1) + " version=1.0 type=" + type) + end;
+  }
+  return text;
+}
+
+TEST_F(RoutesTest, IndexAndDescriptionDocuments) {
+  const std::string attributes =
+      R"( version="1.0" xmlns="urn:psialliance-org" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" )"
+      R"(xsi:schemaLocation="urn:psialliance-org http://www.psialliance.org/XMLSchemas/service.xsd">)";
+  const std::string description = xml(replaced(
+      "name=index version=1.0 type=resource get(<QueryStringParameterList /> inboundData=none returnResult=ResourceList "
+      "function=`enumerate 1st level children` notes=non-recursive) put(NOT) post(NOT) delete(NOT)",
+      {{"NOT",
+        "<QueryStringParameterList /> inboundData=none returnResult=none function=`not supported` notes=`not "
+        "supported`"}}));
+  for (const auto& [uri, names, line_break] : kLevels) {
+    const std::string root =
+        uri == "/PSIA/System/Video" ? R"( version="1.0" xmlns="urn:psialliance-org">)" : attributes;
+    const std::string& declaration = line_break ? kXml : kBareXml;
+    expect_shown(uri + "/index", declaration + "<ResourceList" + root + entries(names) + "</ResourceList>");
+    expect_shown(uri + "/description",
+                 declaration + "<ResourceDescription" + attributes + description + "</ResourceDescription>");
+  }
+  expect_shown("/PSIA/indexr",
+               kBareXml + "<ResourceList" + attributes + entries(kRecursive) + "</ResourceList>");
 }
 
 }  // namespace

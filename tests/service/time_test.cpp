@@ -1,29 +1,17 @@
-// The clock and the two time zones: what is shown, what is stored, and the time message byte for byte.
-#include "tests/support/clock.h"
+// The clock and the two time zones: what is shown, what is stored, and the time message.
 #include "tests/support/service_fixture.h"
 
 namespace psia_tests {
 namespace {
 
-constexpr const char* kTime = "/PSIA/System/time";
-constexpr const char* kLocalTime = "/PSIA/System/time/localTime";
-constexpr const char* kTimeZone = "/PSIA/System/time/timeZone";
-constexpr const char* kPlainText = "text/plain; charset=\"UTF-8\"";
+const std::string kTime = "/PSIA/System/time";
+const std::string kLocalTime = "/PSIA/System/time/localTime";
+const std::string kTimeZone = "/PSIA/System/time/timeZone";
+const std::string kRefuse =
+    "create trigger refuse before update on Network begin select raise(abort, 'no'); end";
 
-std::string wanted(const std::string& mode, const std::string& time, const std::string& zone) {
-  return "<Time><timeMode>" + mode + "</timeMode><localTime>" + time + "</localTime><timeZone>" + zone +
-         "</timeZone></Time>";
-}
-
-/// What sets the clock: mode 0, the NTP settings, and year, month, day, hour, minute, second.
-camera::Message time_message(const std::string& server, int interval, const std::array<int, 6>& fields) {
-  camera::Message message;
-  camera::put_integer(message, 4, 6);
-  camera::put_text(message, 16, server);
-  camera::put_integer(message, 144, interval);
-  for (std::size_t i = 0; i < fields.size(); ++i)
-    camera::put_integer(message, 148 + 4 * i, fields.at(i));
-  return message;
+std::string wanted(const std::string& zone) {
+  return "Time(timeMode=NTP timeZone=" + zone + ")";
 }
 
 class TimeTest : public RunningServiceTest {
@@ -32,14 +20,16 @@ class TimeTest : public RunningServiceTest {
   /// whether the service has one to put in its place. `offset`: seconds east of Greenwich that are shown.
   void expect_time(const std::string& mode, const std::string& zone, const std::string& tz, int offset) {
     const std::time_t since = std::time(nullptr);
-    EXPECT_EQ(with_now(call({.uri = kTime, .variables = {{"TZ", tz}}}), since, offset),
-              document("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\r\n"
-                       "<Time version=\"1.0\" xmlns=\"urn:psialliance-org\"><timeMode>" +
-                       mode + "</timeMode><localTime>YYYY-MM-DDThh:mm:ss</localTime><timeZone>" + zone +
-                       "</timeZone></Time>"));
+    EXPECT_TRUE(same(
+        with_now(call({.uri = kTime, .variables = {{"TZ", tz}}}), since, offset),
+        document(kXml + xml("Time!(timeMode=" + mode + " localTime=" + kNow + " timeZone=" + zone + ")"))));
     // The bare time goes by the zone read last.
     EXPECT_EQ(with_now(call({.uri = kLocalTime, .variables = {{"TZ", "XXX+9"}}}), since, offset),
               document(kNow));
+  }
+  void expect_rule(const std::string& stored, const std::string& rule) {
+    run_sql("update Network set TimeZone='" + stored + "'");
+    EXPECT_TRUE(same(get(kTimeZone), document(rule, "text/plain; charset=\"UTF-8\""))) << stored;
   }
 };
 
@@ -56,25 +46,20 @@ TEST_F(TimeTest, ReadingShowsModeAndStoredZone) {
 }
 
 TEST_F(TimeTest, TheStoredZonesRuleIsTheLastLineOfItsFile) {
-  const auto expect_rule = [this](const std::string& stored, const std::string& rule) {
-    run_sql("update Network set TimeZone='" + stored + "'");
-    EXPECT_EQ(get(kTimeZone), document(rule, kPlainText));
-  };
   expect_rule("../zoneinfo/GMT", "GMT0");
   const std::size_t descriptors = open_descriptors();
   for (const char* no_file : {"Nowhere/Land", "", "Africa", "cst-0"})
     expect_rule(no_file, "GMT0");
   expect_rule("CST-0", "CST-0");
   const std::string long_rule(3000, 'x');
-  for (const auto& [content, rule] : std::vector<std::pair<std::string, std::string>>{
-           {"TZif2\n\nEST5\n", "EST5"},
-           {"EST5\n", "EST5"},
-           {"a\nEST5", "EST"},  // the last byte is taken to be the line feed
-           {"a\nEST5\n\n", ""},
-           {"A", ""},
-           {"", "GMT0"},
-           {std::string(1 << 20, 'x') + "\n", "GMT0"},
-           {"a\n" + long_rule + "\n", long_rule}}) {
+  for (const auto& [content, rule] : Pairs{{"TZif2\n\nEST5\n", "EST5"},
+                                           {"EST5\n", "EST5"},
+                                           {"a\nEST5", "EST"},  // the last byte is taken to be the line feed
+                                           {"a\nEST5\n\n", ""},
+                                           {"A", ""},
+                                           {"", "GMT0"},
+                                           {std::string(1 << 20, 'x') + "\n", "GMT0"},
+                                           {"a\n" + long_rule + "\n", long_rule}}) {
     write_file("/usr/local/orvid/zone", content);
     expect_rule("../../local/orvid/zone", rule);
   }
@@ -87,51 +72,48 @@ TEST_F(TimeTest, TheStoredZonesRuleIsTheLastLineOfItsFile) {
 }
 
 TEST_F(TimeTest, SettingTheZoneStoresItsNameAndSendsCommand7) {
-  EXPECT_EQ(put_with_daemon(kTimeZone, "CET-1"), status(1, kTimeZone));
-  camera::Message expected;
-  camera::put_integer(expected, 4, 7);
-  camera::put_text(expected, 12, "Africa/Algiers");
-  EXPECT_EQ(messages.at(0).body, expected.body);
-  EXPECT_EQ(put_with_daemon(kTimeZone, "CET-1", {1}), status(2, kTimeZone));
-  EXPECT_EQ(get(kTimeZone), document("CET-1", kPlainText));
+  expect_effects(R"(
+PUT /PSIA/System/time/timeZone {"Europe/Paris"|""} => status 3
+create trigger refuse before update on Network begin select raise(abort, 'no'); end :: "JST-9" => status 3
+"CET-1" <- 1 => Network TimeZone=Africa/Algiers; message 7 zone=Africa/Algiers; status 2
+"CET-1" => Network TimeZone=Africa/Algiers; message 7 zone=Africa/Algiers; status 1
+)");
+  expect_rule("Africa/Algiers", "CET-1");
   expect_time("manual", "CET-1", "UTC0", 0);  // this process's own zone is another matter
-
-  EXPECT_EQ(put(kTimeZone, "Europe/Paris"), status(3, kTimeZone));
-  EXPECT_EQ(put(kTimeZone, ""), status(3, kTimeZone));
-  run_sql("create trigger refuse before update on Network begin select raise(abort, 'no'); end");
-  EXPECT_EQ(put(kTimeZone, "JST-9"), status(3, kTimeZone));
-  EXPECT_EQ(rows("select TimeZone from Network"), "Africa/Algiers");
 }
 
 TEST_F(TimeTest, ManualTimesAreBroughtIntoRangeAndSent) {
-  const std::string server(127, 'n');
-  run_sql("update Network set NTPServer='" + server + "y', NTPInterval=15");
-  const std::string zone = "EST5EDT,M3.2.0,M11.1.0";  // tells which times are daylight saving time
-  for (const auto& [text, fields] : std::vector<std::pair<std::string, std::array<int, 6>>>{
-           {"2024-03-01T10:20:30", {2024, 3, 1, 10, 20, 30}},
-           {"2024-02-30T10:00:00", {2024, 3, 1, 10, 0, 0}},
-           {"2024-13-01T25:61:61", {2025, 1, 2, 2, 2, 1}},
-           {"2024-06-15 08.09.10.999+02:00", {2024, 6, 15, 8, 9, 10}},
-           {"1969-12-31T18:59:59", {1969, 12, 31, 18, 59, 59}},  // -1 seconds since the epoch is a time
-           {"2024-06-15T08:30:" + std::string(109, '0') + "79", {2024, 6, 15, 8, 30, 7}},
-           // Of an earlier, longer text nothing is taken.
-           {"2001-02-03T04:05:06</localTime><localTime>2024", {2023, 11, 30, 0, 0, 0}}}) {
-    EXPECT_EQ(put_with_daemon(kTime, wanted("NTPX", text, zone)), status(1, kTime));
-    EXPECT_EQ(messages.at(0).body, time_message(server, 15, fields).body) << text;
-  }
-  for (const char* no_time : {"20240615103000", "2147483647T10:00:00", "-2147483648"})
-    EXPECT_EQ(put(kTime, wanted("manual", no_time, zone)), status(3, kTime)) << no_time;
+  // The zone tells which times are daylight saving time; of an earlier, longer text nothing is taken; -1
+  // seconds since the epoch is a time.
+  expect_effects("N127 := " + std::string(127, 'n') + "\nZEROS := " + std::string(109, '0') + R"(
+always := update Network set NTPServer='N127y', NTPInterval=15
+)" +
+                 for_each(R"(
+2024-03-01T10:20:30 | year=2024 month=3 day=1 hour=10 minute=20 second=30
+2024-02-30T10:00:00 | year=2024 month=3 day=1 hour=10
+2024-13-01T25:61:61 | year=2025 month=1 day=2 hour=2 minute=2 second=1
+`2024-06-15 08.09.10.999+02:00` | year=2024 month=6 day=15 hour=8 minute=9 second=10
+1969-12-31T18:59:59 | year=1969 month=12 day=31 hour=18 minute=59 second=59
+2024-06-15T08:30:ZEROS79 | year=2024 month=6 day=15 hour=8 minute=30 second=7
+2001-02-03T04:05:06 localTime=2024 | year=2023 month=11 day=30
+)",
+                          R"(
+PUT /PSIA/System/time Time(timeMode=NTPX localTime=$1 timeZone=EST5EDT,M3.2.0,M11.1.0) =>
+ message 6 server=N127 interval=15 $2; status 1)") +
+                 R"(
+Time(timeMode=manual localTime={20240615103000|2147483647T10:00:00|-2147483648} timeZone=EST5EDT) => status 3
+)");
 }
 
 TEST_F(TimeTest, NtpModeSendsThePresentTime) {
   EXPECT_NE(get(kTime), "");  // from here on the zone must be read anew
-  for (const std::string mode :
-       {"<TIMEMODE>ntp</TIMEMODE>", "", "<timeMode>manual</timeMode><timeMode>NTP</timeMode>"}) {
+  for (const std::string mode : {"TIMEMODE=ntp", "", "timeMode=manual timeMode=NTP"}) {
     const std::time_t since = std::time(nullptr);
-    EXPECT_EQ(put_with_daemon(kTime, "<time>" + mode + "<x/><timeZone>AAA-5:30</timeZone></time>", {1}),
-              status(2, kTime));
+    const std::string body = xml("time(" + mode + " <x/> timeZone=AAA-5:30)");
+    const std::string done = effect({.method = "PUT", .uri = kTime, .body = body}, {1});
+    EXPECT_TRUE(done.starts_with("message 6 mode=2 server=pool.ntp.org interval=60 year=")) << done;
+    EXPECT_TRUE(done.ends_with("; status 2")) << done;
     const auto field = [this](std::size_t offset) { return camera::integer_at(messages.at(0), offset); };
-    EXPECT_EQ(field(12), 2) << mode;
     std::tm sent{field(168), field(164), field(160), field(156), field(152) - 1, field(148) - 1900,
                  0,          0,          0,          0,          nullptr};
     EXPECT_GE(timegm(&sent), since + 19800);
@@ -140,38 +122,39 @@ TEST_F(TimeTest, NtpModeSendsThePresentTime) {
 }
 
 TEST_F(TimeTest, TheZoneSetStaysInForceForThisProcess) {
-  EXPECT_EQ(put_with_daemon(kTime, wanted("NTP", "", "AAA-5:30")), status(1, kTime));
+  const auto put = [this](const std::string& body) {
+    return effect({.method = "PUT", .uri = kTime, .body = xml(body)});
+  };
+  EXPECT_TRUE(put(wanted("AAA-5:30")).ends_with("status 1"));
   expect_time("manual", "AAA-5:30", "UTC0", 19800);
-  EXPECT_EQ(get(kTimeZone), document("EST5EDT,M3.2.0,M11.1.0", kPlainText));
-  for (const std::string& refused : {std::string("<Tim/>"), wanted("NTP", "", "AAA24")})
-    EXPECT_EQ(put(kTime, refused), status(3, kTime));
+  expect_rule("EST5EDT", "EST5EDT,M3.2.0,M11.1.0");
+  for (const std::string& refused : {std::string("Tim()"), wanted("AAA24")})
+    EXPECT_EQ(put(refused), "status 3") << refused;
   expect_time("manual", "AAA-5:30", "UTC0", 19800);
 
   // Of a long rule 63 characters count; the last one of a document wins.
   const std::string rule = std::string(31, 'A') + "05:00:00" + std::string(31, 'B');
-  EXPECT_EQ(put_with_daemon(kTime, wanted("NTP", "", "UTC0</timeZone><timeZone>" + rule)), status(1, kTime));
+  EXPECT_TRUE(put(wanted("UTC0 timeZone=" + rule)).ends_with("status 1"));
   expect_time("manual", rule.substr(0, 63), "UTC0", -18000);
   // A zone is in force even where the message then cannot be made, and an empty one ends it.
   run_sql("delete from Network");
-  EXPECT_EQ(put(kTime, wanted("NTP", "", "BBB+3")), status(3, kTime));
+  EXPECT_EQ(put(wanted("BBB+3")), "status 3");
   expect_time("manual", "BBB+3", "UTC0", -10800);
-  EXPECT_EQ(put(kTime, "<Time/>"), status(3, kTime));
+  EXPECT_EQ(put("Time()"), "status 3");
   expect_time("manual", "GMT0", "CCC-12", 0);
 }
 
 TEST_F(TimeTest, TheBareTimeIsSetInManualModeOnly) {
-  const std::string text = "2023-02-30T10:00:00";
-  EXPECT_EQ(put_with_daemon(kLocalTime, text), status(1, kLocalTime));
-  EXPECT_EQ(messages.at(0).body, time_message("pool.ntp.org", 60, {2023, 3, 2, 10, 0, 0}).body);
-  EXPECT_EQ(put_with_daemon(kLocalTime, "x", {1}), status(2, kLocalTime));
-  EXPECT_EQ(messages.at(0).body, time_message("pool.ntp.org", 60, {-1, 11, 30, 0, 0, 0}).body);
-  for (const char* mode : {"2", "1", "-1"}) {
-    run_sql(std::string("update Network set DateTimeSync=") + mode);
-    EXPECT_EQ(put(kLocalTime, text), status(1, kLocalTime)) << mode;
-    EXPECT_EQ(put(kLocalTime, ""), status(3, kLocalTime)) << mode;  // the body is read first
-  }
-  run_sql("delete from Network");
-  EXPECT_EQ(put(kLocalTime, text), status(3, kLocalTime));
+  expect_effects(R"(
+PUT /PSIA/System/time/localTime "2023-02-30T10:00:00" =>
+ message 6 server=pool.ntp.org interval=60 year=2023 month=3 day=2 hour=10; status 1
+"x" <- 1 => message 6 server=pool.ntp.org interval=60 year=-1 month=11 day=30; status 2
+update Network set DateTimeSync=2 :: "2023-02-30T10:00:00" => status 1
+update Network set DateTimeSync=1 :: "2023-02-30T10:00:00" => status 1
+update Network set DateTimeSync=-1 :: "2023-02-30T10:00:00" => status 1
+update Network set DateTimeSync=2 :: "" => status 3
+delete from Network :: "2023-02-30T10:00:00" => status 3
+)");
 }
 
 }  // namespace

@@ -6,10 +6,11 @@
 
 namespace fastcgi {
 
-/// The variables and the body of one request.
 struct Request {
   std::map<std::string, std::string> variables;
   std::string body;
+  bool finished = true;  ///< the end of the body is sent, too
+  bool keep = false;     ///< the connection is to stay open for a further request
 };
 
 struct Answer {
@@ -18,7 +19,6 @@ struct Answer {
   bool ended = false;  ///< the request was ended in due form
 };
 
-/// One connection that carries one request.
 class Connection {
  public:
   /// Connects to the socket `path`; ok() tells whether that worked.
@@ -31,10 +31,11 @@ class Connection {
 
   [[nodiscard]] bool ok() const { return descriptor_ >= 0; }
 
-  /// Sends the whole request. `keep` asks for the connection to stay open for a further request.
-  void send(const Request& request, bool keep = false) const;
-  /// Sends the request's variables and the given part of its body, without the end of the body.
-  void send_unfinished(const Request& request) const;
+  /// Sends a request; a further one only when the one before asked to keep the connection.
+  void send(const Request& request) const;
+
+  /// Whether an answer begins, or the connection ends, within so many milliseconds.
+  [[nodiscard]] bool answers_within(int milliseconds) const;
 
   /// Reads the answer to its end, or to the end of the connection.
   [[nodiscard]] Answer receive() const;

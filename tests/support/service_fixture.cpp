@@ -1,15 +1,19 @@
 #include "tests/support/service_fixture.h"
 
 #include <fcntl.h>
+#include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 namespace psia_tests {
@@ -35,6 +39,106 @@ int file_for_output(const std::string& path) {
   return open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
 }
 
+std::string table_of(const std::string& key) {
+  return key.substr(0, key.find('/'));
+}
+
+/// What an answer or a printed document is: its status code, the root element of a document, with the names
+/// in a list of resources, or the content type of a text.
+std::string kind_of(const std::string& answer, const std::string& uri) {
+  std::smatch found;
+  if (std::regex_search(answer, found, std::regex("<statusCode>(.)"))) {
+    const std::string right = status(found.str(1)[0] - '0', uri);
+    if (!answer.starts_with(right)) return "a wrong status: " + std::string(same(answer, right).message());
+    const std::string rest = answer.substr(right.size());
+    return "status " + found.str(1) + (rest.empty() ? "" : ", " + kind_of(rest, uri));
+  }
+  if (!std::regex_search(answer, found, std::regex(R"(\?>\s*<(\w+))"))) {
+    return std::regex_search(answer, found, std::regex("Content-Type: [^\r\n]*")) ? found.str() : answer;
+  }
+  std::string text = found.str(1) + (answer.find("<id opt=") != std::string::npos ? " with options" : "");
+  if (text != "ResourceList") return text;
+  const std::regex name("<name>(.*?)<");
+  for (std::sregex_iterator at(answer.begin(), answer.end(), name); at != std::sregex_iterator(); ++at)
+    text += " " + at->str(1);
+  return text;
+}
+
+/// The lines of a document, also broken before each '<', with what ends them in sight.
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines(1);
+  for (const char c : text) {
+    if (c == '<' && !lines.back().empty()) lines.emplace_back();
+    lines.back() += c == '\r' ? "\\r" : c == '\n' ? "\\n" : std::string(1, c);
+    if (c == '\n') lines.emplace_back();
+  }
+  return lines;
+}
+
+struct TableRow {
+  std::string before, subject, replies, expected;
+};
+
+/// The lines that are not empty, each with those that continue it.
+std::vector<std::string> lines_in(const std::string& table) {
+  std::vector<std::string> lines;
+  std::istringstream rest(replaced(table, {{"\n ", " "}}));
+  for (std::string line; std::getline(rest, line);) {
+    if (!line.empty()) lines.push_back(line);
+  }
+  return lines;
+}
+
+/// `text` once with each alternative of the first {a|b|...} in it.
+std::vector<std::string> alternatives_of(const std::string& text) {
+  std::smatch found;
+  if (!std::regex_search(text, found, std::regex(R"(\{([^{}]*\|[^{}]*)\})"))) return {text};
+  std::vector<std::string> result;
+  std::istringstream rest(found.str(1) + "|");
+  for (std::string alternative; std::getline(rest, alternative, '|');) {
+    for (const std::string& more : alternatives_of(found.prefix().str() + alternative + found.suffix().str()))
+      result.push_back(more);
+  }
+  return result;
+}
+
+std::vector<TableRow> rows_of(const std::string& table) {
+  std::vector<TableRow> result;
+  std::string always;
+  Pairs words;
+  const std::regex definition(R"((\S+) := (.*))");
+  const std::regex form(R"((?:(.*?) :: *)?(.*?)(?: *<- ([-\d ]+?))? *=> *(.*))");
+  std::smatch parts;
+  for (std::string line : lines_in(table)) {
+    if (std::regex_match(line, parts, definition)) {
+      const std::string word = parts[1];
+      const std::string text = replaced(parts[2], words);
+      std::erase_if(words, [&word](const auto& known) { return known.first == word; });
+      if (word == "always") always = text + ";";
+      if (word != "always") words.emplace_back(word, text);
+    } else {
+      line = replaced(line, words);
+      EXPECT_TRUE(std::regex_match(line, parts, form)) << "a row without => : " << line;
+      for (const std::string& subject : alternatives_of(parts[2]))
+        result.push_back({always + parts.str(1), subject, parts[3], parts[4]});
+    }
+  }
+  return result;
+}
+
+/// A part of a message's payload.
+struct Field {
+  int command;
+  std::size_t offset;
+  const char* name;
+  std::size_t text_size = 0;  // 0: a number
+};
+const Field kFields[] = {{1, 12, "source"},       {2, 16, "master"},    {6, 12, "mode"},
+                         {6, 16, "server", 128},  {6, 144, "interval"}, {6, 148, "year"},
+                         {6, 152, "month"},       {6, 156, "day"},      {6, 160, "hour"},
+                         {6, 164, "minute"},      {6, 168, "second"},   {7, 12, "zone", 256},
+                         {33, 12, "servers", 256}};
+
 }  // namespace
 
 std::string base64(const std::string& text) {
@@ -52,14 +156,75 @@ std::string base64(const std::string& text) {
 }
 
 fastcgi::Request to_request(const Call& call) {
-  fastcgi::Request request{{{"REQUEST_URI", call.uri}, {"REQUEST_METHOD", call.method}}, call.body};
+  fastcgi::Request request{
+      {{"REQUEST_URI", call.uri}, {"REQUEST_METHOD", call.method}}, call.body, call.finished, call.keep};
   if (!call.user.empty()) request.variables["HTTP_AUTHORIZATION"] = "Basic " + base64(call.user);
   if (!call.body.empty() || call.method != "GET") {
     request.variables["CONTENT_LENGTH"] = std::to_string(call.body.size());
   }
-  for (const auto& [name, value] : call.variables)
-    request.variables[name] = value;
+  for (const auto& [name, value] : call.variables) {
+    request.variables.erase(name);
+    if (value) request.variables[name] = *value;
+  }
   return request;
+}
+
+std::string xml(const std::string& brief) {
+  if (brief.starts_with('"')) return brief.substr(1, brief.size() - 2);
+  const std::regex token(R"(([^ \n!'{(=<)]+)(!|'|\{([^}]*)\})?(\(|=`([^`]*)`|=([^ \n)]*))|\)|<[^>]*>)");
+  std::string text;
+  std::vector<std::string> open;  // elements
+  for (std::sregex_iterator at(brief.begin(), brief.end(), token); at != std::sregex_iterator(); ++at) {
+    const std::smatch& match = *at;
+    if (match[0] == ")") {
+      text += "</" + open.back() + ">";
+      open.pop_back();
+    } else if (match.length(1) == 0) {
+      text += match[0];
+    } else {
+      const std::string attributes = match[2] == "!"   ? R"( version="1.0" xmlns="urn:psialliance-org")"
+                                     : match[2] == "'" ? R"( version="1.0")"
+                                                       : (match.length(3) > 0 ? " " : "") + match.str(3);
+      text += "<" + match.str(1) + attributes + ">" + match.str(5) + match.str(6);
+      if (match[4] == "(") open.push_back(match[1]);
+      if (match[4] != "(") text += "</" + match.str(1) + ">";
+    }
+  }
+  return text;
+}
+
+std::string element(const std::string& name, const std::string& content) {
+  return "<" + name + ">" + content + "</" + name + ">";
+}
+
+std::string repeated(int count, const std::string& text) {
+  std::string result;
+  for (int i = 0; i < count; ++i)
+    result += text;
+  return result;
+}
+
+std::string replaced(std::string text, const Pairs& pairs) {
+  for (const auto& [from, to] : pairs) {
+    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+      text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
+std::string for_each(const std::string& rows, const std::string& pattern) {
+  std::string text;
+  for (const std::string& row : lines_in(rows)) {
+    std::string filled = pattern;
+    std::string rest = row + " | ";
+    for (int column = 1; !rest.empty(); ++column) {
+      const std::size_t end = rest.find(" | ");
+      filled = replaced(filled, {{"$" + std::to_string(column), rest.substr(0, end)}});
+      rest = rest.substr(end + 3);
+    }
+    text += filled;
+  }
+  return text;
 }
 
 std::string document(const std::string& body, const std::string& content_type) {
@@ -79,17 +244,12 @@ std::string status(int code, const std::string& uri) {
                                                  "Invalid XML Format",
                                                  "Invalid XML Content",
                                                  "Reboot Required"};
-  return document(
-      "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
-      "<ResponseStatus version=\"1.0\" xmlns=\"urn:psialliance-org\">\n"
-      "<requestURL>" +
-      uri + "</requestURL>\n<statusCode>" + std::to_string(code) +
-      "</statusCode>\n"
-      "<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, 6-Invalid XML "
-      "content; "
-      "7-Reboot Required -->\n"
-      "<statusString>" +
-      words.at(static_cast<std::size_t>(code) - 1) + "</statusString>\n<id>1</id>\n</ResponseStatus>\n");
+  return document(kLineXml + "<ResponseStatus version=\"1.0\" xmlns=\"urn:psialliance-org\">\n<requestURL>" +
+                  uri + "</requestURL>\n<statusCode>" + std::to_string(code) +
+                  "</statusCode>\n<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, "
+                  "5-Invalid XML Format, 6-Invalid XML content; 7-Reboot Required -->\n<statusString>" +
+                  words.at(static_cast<std::size_t>(code) - 1) +
+                  "</statusString>\n<id>1</id>\n</ResponseStatus>\n");
 }
 
 std::string unauthorized() {
@@ -102,6 +262,40 @@ std::string unauthorized() {
 std::string body_of(const std::string& answer) {
   const std::size_t end = answer.find("\r\n\r\n");
   return end == std::string::npos ? "" : answer.substr(end + 4);
+}
+
+std::string with_now(std::string answer, std::time_t since, int offset) {
+  for (std::time_t time = since + offset; time <= std::time(nullptr) + offset; ++time) {
+    char text[20];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", std::gmtime(&time));
+    if (const auto at = answer.find(text); at != std::string::npos) return answer.replace(at, 19, kNow);
+  }
+  return answer;
+}
+
+testing::AssertionResult same(const std::string& actual, const std::string& expected) {
+  if (actual == expected) return testing::AssertionSuccess();
+  const std::vector<std::string> got = lines_of(actual);
+  const std::vector<std::string> wanted = lines_of(expected);
+  // The length, in the first line, tells less than what makes it differ.
+  auto first = static_cast<std::size_t>(
+      std::mismatch(got.begin() + 1, got.end(), wanted.begin() + 1, wanted.end()).first - got.begin());
+  if (first >= std::max(got.size(), wanted.size())) first = 0;
+  testing::AssertionResult result = testing::AssertionFailure();
+  result << "line " << first + 1 << " is the first that differs\n";
+  const auto tell = [&](const char* who, const std::vector<std::string>& lines, std::size_t from,
+                        std::size_t to) {
+    for (std::size_t i = from; i < to; ++i)
+      result << who
+             << (i < lines.size()    ? lines[i].substr(0, 200)
+                 : i == lines.size() ? "(the end)"
+                                     : "")
+             << "\n";
+  };
+  tell("           ", got, first - std::min<std::size_t>(first, 2), first);
+  tell("  expected ", wanted, first, first + 3);
+  tell("  but got  ", got, first, first + 3);
+  return result;
 }
 
 std::string rows(const std::string& select, const char* database) {
@@ -126,6 +320,39 @@ std::string read_file(const std::string& path) {
 
 void write_file(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
+}
+
+Settings all_settings() {
+  std::string selects;
+  for (const auto& table : camera::query("select name from sqlite_master where type='table'"))
+    selects += "select '" + table[0] + "/' || rowid, * from " + table[0] + ";";
+  Settings settings;
+  for (const auto& row : camera::query(selects))
+    settings[row[0]] = {row.begin() + 1, row.end()};
+  return settings;
+}
+
+std::string differences(const Settings& before, const Settings& after) {
+  std::string text;
+  for (const auto& [key, row] : after) {
+    const auto old = before.find(key);
+    if (old == before.end()) {
+      text += "; +" + table_of(key) + " " +
+              rows("select * from " + table_of(key) + " where rowid=" + key.substr(key.find('/') + 1));
+    } else if (old->second != row) {
+      const auto same_table = [&](const auto& other) { return table_of(other.first) == table_of(key); };
+      text += "; " + table_of(key);
+      if (std::count_if(before.begin(), before.end(), same_table) > 1) text += "/" + old->second[0];
+      const auto names = camera::query("select name from pragma_table_info('" + table_of(key) + "')");
+      for (std::size_t i = 0; i < row.size(); ++i) {
+        if (row[i] != old->second[i]) text += " " + names[i][0] + "=" + row[i];
+      }
+    }
+  }
+  for (const auto& [key, row] : before) {
+    if (!after.contains(key)) text += "; -" + table_of(key) + "/" + row[0];
+  }
+  return text;
 }
 
 void ServiceTest::SetUp() {
@@ -160,7 +387,8 @@ void ServiceTest::start_service(const Start& start) {
     }
     for (const auto& [name, value] : start.environment)
       setenv(name.c_str(), value.c_str(), 1);
-    execl(PSIA_BINARY, "psia.fcgi", nullptr);
+    const char* const other = std::getenv("PSIA_BINARY");
+    execl(other != nullptr ? other : PSIA_BINARY, "psia.fcgi", nullptr);
     _exit(127);
   }
   for (const int descriptor : {input, output, errors})
@@ -187,47 +415,141 @@ fastcgi::Connection ServiceTest::begin(const Call& call) const {
   return connection;
 }
 
-std::string ServiceTest::call(const Call& call) {
-  const fastcgi::Answer answer = begin(call).receive();
+fastcgi::Answer ServiceTest::exchange(const Call& call) {
+  fastcgi::Answer answer = begin(call).receive();
   EXPECT_TRUE(answer.ended) << call.method << " " << call.uri
                             << " was cut off; standard error: " << reported();
-  return answer.out;
+  return answer;
 }
 
 std::string ServiceTest::get(const std::string& uri, const std::string& user) {
   return call({.uri = uri, .user = user});
 }
 
-std::string ServiceTest::put(const std::string& uri, const std::string& body) {
-  return call_with_daemon({.method = "PUT", .uri = uri, .body = body}, {});
-}
-
-std::string ServiceTest::post(const std::string& uri, const std::string& body) {
-  return call_with_daemon({.method = "POST", .uri = uri, .body = body}, {});
-}
-
-std::string ServiceTest::del(const std::string& uri) {
-  return call_with_daemon({.method = "DELETE", .uri = uri}, {});
-}
-
-std::string ServiceTest::call_with_daemon(const Call& call, const std::vector<int>& results) {
-  const fastcgi::Connection connection = begin(call);
-  messages.clear();
-  for (const int result : results) {
-    messages.push_back(expect_message());
-    if (HasFailure()) return "";
-    EXPECT_TRUE(camera::send_reply(camera::reply_to(messages.back(), result)));
+std::string ServiceTest::in_words(camera::Message message) const {
+  std::string text = "message " + std::to_string(camera::command_of(message));
+  if (message.type != service_pid) text += " of type " + std::to_string(message.type);
+  const auto tell = [&text](const std::string& name, const std::string& value) {
+    text += " " + name + "=" + value;
+  };
+  for (const Field& field : kFields) {
+    if (field.command != camera::command_of(message)) continue;
+    const std::string value = field.text_size != 0
+                                  ? camera::text_at(message, field.offset, field.text_size)
+                                  : std::to_string(camera::integer_at(message, field.offset));
+    if (!value.empty() && value != "0") tell(field.name, value);
+    std::fill_n(message.body.begin() + static_cast<long>(field.offset) - 4,
+                field.text_size != 0 ? value.size() : 4, 0);
   }
+  for (std::size_t offset = 8; offset <= 4112; offset += 4) {
+    if (camera::integer_at(message, offset) != 0)
+      tell(std::to_string(offset), std::to_string(camera::integer_at(message, offset)));
+  }
+  return text;
+}
+
+std::string ServiceTest::effect(const Call& call, const std::vector<int>& replies) {
+  const std::string upload = std::string(camera::kExchangeDirectory) + "/psia_config.dat";
+  std::error_code no_file;
+  const auto long_ago = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  std::filesystem::last_write_time(upload, long_ago, no_file);
+  Settings settings = all_settings();
+  const std::size_t printed_before = printed().size();
+  std::string text;
+  const auto tell_changes = [&] {
+    const Settings now = all_settings();
+    text += differences(settings, now);
+    settings = now;
+  };
+  messages.clear();
+  const auto answer_message = [&] {
+    const std::optional<camera::Message> message = camera::receive_message();
+    if (!message) return false;
+    tell_changes();
+    text += "; " + in_words(*message);
+    camera::Message reply =
+        camera::reply_to(*message, messages.size() < replies.size() ? replies[messages.size()] : 0);
+    std::copy(reply_text.begin(), reply_text.end(), reply.body.begin() + 8);
+    EXPECT_TRUE(camera::send_reply(reply));
+    messages.push_back(*message);
+    return true;
+  };
+  const fastcgi::Connection connection = begin(call);
+  for (int quiet = 0; !connection.answers_within(2) && quiet < 10000; ++quiet) {
+    if (answer_message()) quiet = 0;
+  }
+  EXPECT_TRUE(connection.answers_within(0)) << call.method << " " << call.uri << " has no end" << text;
   const fastcgi::Answer answer = connection.receive();
   EXPECT_TRUE(answer.ended) << call.method << " " << call.uri
                             << " was cut off; standard error: " << reported();
-  expect_no_message();
-  return answer.out;
+  while (answer_message()) {
+  }
+  tell_changes();
+  if (const auto written = std::filesystem::last_write_time(upload, no_file); !no_file && written != long_ago)
+    text += "; file of " + std::to_string(read_file(upload).size());
+  if (printed().size() > printed_before)
+    text += "; printed " + kind_of(printed().substr(printed_before), call.uri);
+  if (!answer.errors.empty()) text += "; error " + answer.errors;
+  if (!answer.out.empty()) text += "; " + kind_of(answer.out, call.uri);
+  return text.empty() ? "nothing" : text.substr(2);
 }
 
-std::string ServiceTest::put_with_daemon(const std::string& uri, const std::string& body,
-                                         const std::vector<int>& results) {
-  return call_with_daemon({.method = "PUT", .uri = uri, .body = body}, results);
+void ServiceTest::expect_effects(const std::string& table) {
+  Call call;
+  for (const TableRow& row : rows_of(table)) {
+    std::smatch request;
+    const bool named = std::regex_match(row.subject, request, std::regex(R"(([A-Za-z]+) (\S+) *([^]*))"));
+    if (named) call = {.method = request[1], .uri = request[2]};
+    call.body = xml(named ? request.str(3) : row.subject);
+    std::vector<int> replies;
+    std::istringstream numbers(row.replies);
+    for (int reply = 0; numbers >> reply;)
+      replies.push_back(reply);
+    restore_settings();
+    run_sql(row.before);
+    EXPECT_EQ(effect(call, replies), row.expected) << call.method << " " << call.uri.substr(0, 300) << "\n"
+                                                   << call.body.substr(0, 3000) << "\nafter " << row.before;
+  }
+}
+
+void ServiceTest::expect_documents(const std::string& table) {
+  for (const TableRow& row : rows_of(table)) {
+    restore_settings();
+    run_sql(row.before);
+    std::istringstream uris(row.subject);
+    const bool is_status = row.expected.starts_with("status");
+    for (std::string uri; uris >> uri;) {
+      SCOPED_TRACE("after " + row.before);
+      const std::string declaration = uri.starts_with("/PSIA/Custom/Event") ? kBareXml : kXml;
+      expect_shown(uri, is_status ? row.expected : declaration + xml(row.expected));
+    }
+  }
+}
+
+void ServiceTest::expect_shown(const std::string& uri, const std::string& body) {
+  const std::size_t printed_before = printed().size();
+  const std::string answer = get(uri);
+  if (body.starts_with("status")) {
+    EXPECT_TRUE(same(answer, status(body.back() - '0', uri))) << uri;
+  } else if (uri.starts_with("/PSIA/Custom/Event")) {
+    EXPECT_EQ(answer, "") << uri;
+    EXPECT_TRUE(same(printed().substr(printed_before), printed_document(body))) << uri;
+  } else {
+    EXPECT_TRUE(same(answer, document(body))) << uri;
+  }
+}
+
+void ServiceTest::restore_settings() {
+  sqlite3* from = nullptr;
+  sqlite3* to = nullptr;
+  EXPECT_EQ(sqlite3_open(camera::kDefaultsDatabase, &from), SQLITE_OK);
+  EXPECT_EQ(sqlite3_open(camera::kDatabase, &to), SQLITE_OK);
+  sqlite3_busy_timeout(to, 5000);
+  sqlite3_backup* const copy = sqlite3_backup_init(to, "main", from, "main");
+  EXPECT_EQ(sqlite3_backup_step(copy, -1), SQLITE_DONE);
+  sqlite3_backup_finish(copy);
+  sqlite3_close(to);
+  sqlite3_close(from);
 }
 
 camera::Message ServiceTest::expect_message() {
@@ -269,6 +591,12 @@ std::size_t ServiceTest::resident_bytes() const {
   std::size_t resident = 0;
   statistics >> total >> resident;
   return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+void RunningServiceTest::SetUp() {
+  ServiceTest::SetUp();
+  start_service();
+  ASSERT_NE(get("/PSIA"), "");
 }
 
 }  // namespace psia_tests

@@ -1,12 +1,15 @@
 // The real service binary behind a FastCGI socket in a fresh simulated camera, seen from all sides: what a
-// client receives, what the daemons find in the database and on the queues, what the process prints.
+// client receives, what the daemons find in the database and on the queues, what the process prints. A failed
+// check ends its test at once, so that the first thing that went wrong is the only one told.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,15 +26,40 @@ struct Call {
   std::string uri;
   std::string body = {};
   std::string user = "admin:admin";  ///< "" sends no credentials
-  std::map<std::string, std::string> variables =
-      {};  ///< further variables; they replace those made from the above
+  /// Further variables; they replace those made from the above, and nothing takes one of them away.
+  std::map<std::string, std::optional<std::string>> variables = {};
+  bool finished = true;  ///< false: the connection stays open behind the body
+  bool keep = false;     ///< see fastcgi::Request
 };
+
+/// The request a web server would make of `call`.
+[[nodiscard]] fastcgi::Request to_request(const Call& call);
 
 /// `text` in base 64.
 [[nodiscard]] std::string base64(const std::string& text);
 
-/// The request a web server would make of `call`.
-[[nodiscard]] fastcgi::Request to_request(const Call& call);
+/// XML in brief, one way in which documents are written in all tests:
+///
+///     User(userName=bob password=`with blanks` <x/>)  is  <User><userName>bob</userName>...<x/></User>
+///     name!(...)  name!=value      has the attributes version and xmlns
+///     name'(...)  name{a="1"}=1    has the attribute version; has these attributes
+///
+/// Tags may be written out; a text in double quotes as a whole stays as it is.
+[[nodiscard]] std::string xml(const std::string& brief);
+
+[[nodiscard]] std::string element(const std::string& name, const std::string& content);
+[[nodiscard]] std::string repeated(int count, const std::string& text);
+/// `text` with each pair's first replaced by its second wherever it occurs.
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+[[nodiscard]] std::string replaced(std::string text, const Pairs& pairs);
+
+/// The pattern once for each row, with the row's columns, which " | " separates, for $1, $2 and so on.
+[[nodiscard]] std::string for_each(const std::string& rows, const std::string& pattern);
+
+/// The declaration of most documents; of the Event documents and some lists; of the interface documents.
+inline const std::string kBareXml = R"(<?xml version="1.0" encoding="UTF-8" ?>)";
+inline const std::string kXml = kBareXml + "\r\n";
+inline const std::string kLineXml = kBareXml + "\n";
 
 /// The bytes of a document's whole answer, `content_type` being the header line without its end.
 [[nodiscard]] std::string document(const std::string& body,
@@ -44,11 +72,25 @@ struct Call {
 [[nodiscard]] std::string unauthorized();
 /// The bytes behind the first empty line.
 [[nodiscard]] std::string body_of(const std::string& answer);
+/// `answer` with its first time text from `since` to now, `offset` seconds east of Greenwich, replaced by
+/// kNow, which is as long.
+inline const std::string kNow = "YYYY-MM-DDThh:mm:ss";
+[[nodiscard]] std::string with_now(std::string answer, std::time_t since, int offset = 0);
+
+/// Whether two documents are the same; if not, tells the first lines that differ, lines being broken before
+/// each '<' as well.
+[[nodiscard]] testing::AssertionResult same(const std::string& actual, const std::string& expected);
 
 /// The rows a select gives, values joined by "|", rows by ";".
 [[nodiscard]] std::string rows(const std::string& select, const char* database = camera::kDatabase);
 /// Changes the database as a daemon would; a failure fails the test.
 void run_sql(const std::string& statement, const char* database = camera::kDatabase);
+
+/// The rows of all tables by "table/number of the row"; and what is different, each change behind a "; ", as
+/// ServiceTest::effect tells it.
+using Settings = std::map<std::string, std::vector<std::string>>;
+[[nodiscard]] Settings all_settings();
+[[nodiscard]] std::string differences(const Settings& before, const Settings& after);
 
 [[nodiscard]] std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& content);
@@ -66,6 +108,8 @@ class ServiceTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
 
+  /// Starts the built service, or what the environment variable PSIA_BINARY names: another build, or a script
+  /// that replaces itself by one (exec).
   void start_service(const Start& start);
   void start_service() { start_service(Start{}); }
   /// Ends the service with `signal` and waits for its end; returns the exit status, or 128 plus the signal
@@ -74,21 +118,40 @@ class ServiceTest : public ::testing::Test {
   /// Waits for the end of a service that ends by itself.
   int wait_for_exit();
 
-  /// One request without a daemon: the control message it may send stays unanswered.
-  std::string call(const Call& call);
-  std::string get(const std::string& uri, const std::string& user = "admin:admin");
-  /// A change by the administrator for which no control message is expected.
-  std::string put(const std::string& uri, const std::string& body);
-  std::string post(const std::string& uri, const std::string& body);
-  std::string del(const std::string& uri);
-
   /// Sends a request and leaves the answer to be received.
   fastcgi::Connection begin(const Call& call) const;
-  /// A request during which a daemon receives as many messages as there are results and answers each; the
-  /// messages are kept in `messages`. Any further message fails the test.
-  std::string call_with_daemon(const Call& call, const std::vector<int>& results = {0});
-  std::string put_with_daemon(const std::string& uri, const std::string& body,
-                              const std::vector<int>& results = {0});
+  /// One request without a daemon, so that a control message stays unanswered; and its answer's bytes.
+  fastcgi::Answer exchange(const Call& call);
+  std::string call(const Call& call) { return exchange(call).out; }
+  std::string get(const std::string& uri, const std::string& user = "admin:admin");
+
+  /// One request during which a daemon answers each control message, in words, in the order in which things
+  /// came about: "Audio Enable=0; message 3; status 1". Of the database all that was changed is told (rows of
+  /// a table that has several by their first column, "VideoEncoder/1 Codec=0"), added ("+User x|y|2") or
+  /// removed ("-User/x"); of a message all that is not zero. Then comes the file that was written, what was
+  /// printed, what went to the error stream, and the answer: the status codes, or the document's root
+  /// element.
+  std::string effect(const Call& call, const std::vector<int>& replies = {});
+
+  /// Tables of requests. A row begins at the start of a line, which a blank continues on the next:
+  ///
+  ///     STATEMENT :: METHOD URI BODY <- RESULT... => EFFECT      with what is told; see effect()
+  ///     STATEMENT :: URI => DOCUMENT                             with what is shown; see expect_shown()
+  ///     WORD := TEXT        the word stands for the text in the rows below
+  ///     always := STATEMENT is run before each
+  ///
+  /// Statements are run in the factory state. Method and URI, when left out, are those of the row above; the
+  /// results are those of the daemon's replies. Bodies and documents are xml() in brief. {a|b} in front of
+  /// the arrow makes a row of each alternative.
+  void expect_effects(const std::string& table);
+  void expect_documents(const std::string& table);
+
+  /// A GET answers with the document `body`, or prints it when it is one of the Event resources; or answers
+  /// with "status 4" or another.
+  void expect_shown(const std::string& uri, const std::string& body);
+
+  /// Puts the settings back into the factory state, tables and triggers included.
+  static void restore_settings();
 
   /// The next message on queue 1, waited for; none within 10 s fails the test.
   camera::Message expect_message();
@@ -113,10 +176,13 @@ class ServiceTest : public ::testing::Test {
   [[nodiscard]] std::size_t open_descriptors() const;
   [[nodiscard]] std::size_t resident_bytes() const;
 
-  std::vector<camera::Message> messages;
+  std::vector<camera::Message> messages;  ///< of the last effect()
+  std::string reply_text;                 ///< what the daemon's replies carry behind their result
   pid_t service_pid = -1;
 
  private:
+  [[nodiscard]] std::string in_words(camera::Message message) const;
+
   std::string socket_path_ = "/usr/local/orvid/psia.sock";
   std::string output_path_ = "/usr/local/orvid/stdout";
   std::string error_path_ = "/usr/local/orvid/stderr";
@@ -125,11 +191,7 @@ class ServiceTest : public ::testing::Test {
 /// A service that was started in the camera's factory state and has answered once.
 class RunningServiceTest : public ServiceTest {
  protected:
-  void SetUp() override {
-    ServiceTest::SetUp();
-    start_service();
-    ASSERT_NE(get("/PSIA"), "");
-  }
+  void SetUp() override;
 };
 
 }  // namespace psia_tests

@@ -1,25 +1,28 @@
-// The interface utilities against the real kernel, on the veth named eth0 of a private network.
-#include <gtest/gtest.h>
+// The network interface: the live state in all documents, what a change stores, sends and answers; and the
+// utilities against the real kernel, on the veth named eth0 of a private network.
 #include <linux/capability.h>
 #include <stdio_ext.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
+#include <regex>
 
 #include "network/interface_address.h"
+#include "simulator/daemons.h"
+#include "tests/support/service_fixture.h"
 
-namespace psia {
+namespace psia_tests {
 namespace {
 
-const HardwareAddress kHardwareAddress = {0x02, 0x00, 0x00, 0x00, 0x00, 0x10};
+const std::string kListUri = "/PSIA/System/Network/interfaces";
+const std::string kInterfaceUri = kListUri + "/eth0";
+const std::string kAddressUri = kInterfaceUri + "/ipAddress";
+const std::string kDiscoveryUri = kInterfaceUri + "/discovery";
 
 /// What ip(8) prints for the commands, one per line; a failing command fails the test.
 std::string ip(const std::string& commands) {
@@ -30,6 +33,141 @@ std::string ip(const std::string& commands) {
   EXPECT_EQ(pclose(output), 0) << commands;
   return {text.data(), size};
 }
+
+/// The list of interfaces; words in capitals stand for the values that a test expects.
+const std::string kList = kLineXml + R"(<NetworkInterfaceList version="1.0" xmlns="urn:psialliance-org">
+    <NetworkInterface version="1.0">
+        <id>eth0</id>
+        <IPAddress version="1.0">
+            <ipVersion>v4</ipVersion>
+            <addressingType>TYPE</addressingType>
+            <ipAddress>ADDRESS</ipAddress>
+            <subnetMask>MASK</subnetMask>
+            <DefaultGateway>
+                <ipAddress>GATEWAY</ipAddress>
+            </DefaultGateway>
+            <PrimaryDNS>
+                <ipAddress>PRIMARY</ipAddress>
+            </PrimaryDNS>
+            <SecondaryDNS>
+                <ipAddress>SECONDARY</ipAddress>
+            </SecondaryDNS>
+        </IPAddress>
+        <Discovery version="1.0">
+            <Zeroconf>
+                <enabled>true</enabled>
+            </Zeroconf>
+        </Discovery>
+    </NetworkInterface>
+</NetworkInterfaceList>
+)";
+
+/// The document of an element which stands in `list` behind the spaces `margin`.
+std::string element_document(const std::string& list, const std::string& margin, const std::string& name) {
+  const std::string opening = margin + "<" + name + " version=\"1.0\">";
+  const std::size_t start = list.find(opening) + opening.size();
+  const std::string content = list.substr(start, list.find(margin + "</" + name + ">") - start);
+  return kLineXml + xml(name + "!(") + replaced(content, {{"\n" + margin, "\n"}}) + "</" + name + ">\n";
+}
+
+class InterfacesTest : public RunningServiceTest {
+ protected:
+  /// All documents must show these values: type, address, mask, gateway and both name servers.
+  void expect_shown_everywhere(const std::array<std::string, 6>& values) {
+    const std::string list = replaced(kList, {{"TYPE", values[0]},
+                                              {"ADDRESS", values[1]},
+                                              {"MASK", values[2]},
+                                              {"GATEWAY", values[3]},
+                                              {"PRIMARY", values[4]},
+                                              {"SECONDARY", values[5]}});
+    expect_shown(kListUri, list);
+    expect_shown(kInterfaceUri, element_document(list, "    ", "NetworkInterface"));
+    expect_shown(kAddressUri, element_document(list, "        ", "IPAddress"));
+  }
+};
+
+TEST_F(InterfacesTest, DocumentsShowTheLiveState) {
+  // The name servers keep the line feed of the resolver file.
+  expect_shown_everywhere(
+      {"static", "192.168.1.10", "255.255.255.0", "192.168.1.1", "192.168.1.2\n", "192.168.1.3\n"});
+  write_file(camera::kResolverFile, "search example\nnameserver 10.0.0.2");
+  expect_shown_everywhere({"static", "192.168.1.10", "255.255.255.0", "192.168.1.1", "10.0.0.2", ""});
+  std::filesystem::remove(camera::kResolverFile);
+  ip("address flush dev eth0\naddress add 10.1.2.3/9 dev eth0\nroute add default via 10.20.30.40 dev eth0\n");
+  expect_shown_everywhere({"static", "10.1.2.3", "255.128.0.0", "10.20.30.40", "", ""});
+  ip("address flush dev eth0\naddress add 10.1.2.3/32 dev eth0\n");
+  expect_shown_everywhere({"static", "10.1.2.3", "255.255.255.255", "0.0.0.0", "", ""});
+  ip("address flush dev eth0\n");
+  run_sql("update Network set ConnectionType=1");
+  expect_shown_everywhere({"dynamic", "0.0.0.0", "0.0.0.0", "0.0.0.0", "", ""});
+  run_sql("update Network set ConnectionType=2");
+  expect_shown_everywhere({"static", "0.0.0.0", "0.0.0.0", "0.0.0.0", "", ""});
+  run_sql("delete from Network");
+  expect_shown_everywhere({"dynamic", "0.0.0.0", "0.0.0.0", "0.0.0.0", "", ""});
+
+  EXPECT_EQ(effect({.method = "PUT", .uri = kDiscoveryUri, .body = "no XML"}),
+            "status 1");  // it cannot be changed
+  expect_shown(kDiscoveryUri, element_document(kList, "        ", "Discovery"));
+}
+
+TEST_F(InterfacesTest, AChangeIsShownOnceTheDaemonHasAppliedIt) {
+  const auto change = [this](const std::string& settings) {
+    const std::string body = xml("IPAddress(" + settings + ")");
+    EXPECT_TRUE(effect({.method = "PUT", .uri = kAddressUri, .body = body}).ends_with("status 1"));
+    for (const camera::Message& message : messages)
+      EXPECT_EQ(camera::integer_at(camera::perform(message), 8), 0);
+  };
+  change(
+      "addressingType=static ipAddress=10.0.0.5 subnetMask=255.0.0.0 DefaultGateway(ipAddress=10.0.0.1) "
+      "PrimaryDNS(ipAddress=10.0.0.2) SecondaryDNS(ipAddress=10.0.0.3)");
+  expect_shown_everywhere({"static", "10.0.0.5", "255.0.0.0", "10.0.0.1", "10.0.0.2\n", "10.0.0.3\n"});
+  change("addressingType=dhcp");
+  expect_shown_everywhere(
+      {"dynamic", "192.168.1.20", "255.255.255.0", "192.168.1.1", "10.0.0.2\n", "10.0.0.3\n"});
+}
+
+TEST_F(InterfacesTest, ChangesAreStoredAndSent) {
+  // The last occurrence wins; a name server's element clears what came before, the gateway's does not. Every
+  // other type than static is dynamic: the type alone is stored and no name servers are sent. The last
+  // message sent decides the answer. Failures before the message change nothing.
+  expect_effects("S31 := " + std::string(31, '7') + R"(
+always := update Network set ConnectionType=3, IPAddress='-', SubnetMask='-', Gateway='-'
+FULL := ipVersion=v4 addressingType=static ipAddress=a subnetMask=m DefaultGateway(ipAddress=g) PrimaryDNS(ipAddress=p)
+ SecondaryDNS(ipAddress=s)
+STORED := Network ConnectionType=0 IPAddress=
+PUT /PSIA/System/Network/interfaces/eth0 networkINTERFACE(ID=ETH0 ipaddress(IPVERSION=V4 ADDRESSINGTYPE=STATIC
+ IPADDRESS=a SUBNETMASK=m DEFAULTGATEWAY(IPADDRESS=g) PRIMARYDNS(IPADDRESS=p) SECONDARYDNS(IPADDRESS=s)) IPAddress()) =>
+ STOREDa SubnetMask=m Gateway=g; message 31; message 33 servers=p-s; status 1
+NetworkInterface(IPAddress(addressingType=static)) =>
+ STORED SubnetMask= Gateway=; message 31; message 33 servers=-; status 1
+NetworkInterface(IPAddress(addressingType=dhcp FULL ipAddress=b subnetMask= DefaultGateway(ipAddress=c ipAddress=d)
+ DefaultGateway() PrimaryDNS() SecondaryDNS())) =>
+ STOREDb SubnetMask= Gateway=d; message 31; message 33 servers=-; status 1
+NetworkInterface(IPAddress(addressingType=static ipAddress=S31x subnetMask=S31x DefaultGateway(ipAddress=S31x)
+ PrimaryDNS(ipAddress=S31x) SecondaryDNS(ipAddress=S31x))) =>
+ STOREDS31 SubnetMask=S31 Gateway=S31; message 31; message 33 servers=S31-S31; status 1
+NetworkInterface(IPAddress(addressingType=static ipAddress=&lt;%s&gt; DefaultGateway(x=1) PrimaryDNS(ipAddress=%s'%%n))) =>
+ STORED<%s> SubnetMask= Gateway=; message 31; message 33 servers=%s'%%n-; status 1
+{NetworkInterface(FULL)|NetworkInterface(id=eth1 IPAddress(FULL))|NetworkInterface(IPAddress(FULL) id=)} => status 3
+NetworkInterface(IPAddress(FULL ipVersion=`v4 `)) => status 3
+IPAddress(FULL) => status 5
+PUT /PSIA/System/Network/interfaces/eth0/ipAddress IPAddress(FULL) <- 0 1 =>
+ STOREDa SubnetMask=m Gateway=g; message 31; message 33 servers=p-s; status 2
+IPAddress(FULL) <- 2 => STOREDa SubnetMask=m Gateway=g; message 31; status 3
+IPAddress(FULL addressingType=static1) <- 1 => Network ConnectionType=1; message 31; status 2
+IPAddress({|ipAddress=1.2.3.4|ipVersion=v6 FULL|FULL ipVersion=|FULL ipAddress='or'1'='1}) => status 3
+create trigger refuse before update on Network begin select raise(abort, 'no'); end ::
+ IPAddress({FULL|addressingType=dhcp}) => status 3
+"no XML" => status 3
+NetworkInterface(IPAddress(FULL)) => status 5
+)");
+}
+
+// The utilities.
+
+using namespace psia;  // NOLINT(google-build-using-namespace): nothing else is tested below
+
+const HardwareAddress kHardwareAddress = {0x02, 0x00, 0x00, 0x00, 0x00, 0x10};
 
 std::uint32_t address_of(const char* text) {
   return parse_dotted_quad(text, OctetOrder::kFirstLowest).value_or(kNoAddress);
@@ -76,7 +214,11 @@ class LiveInterface : public testing::Test {
   }
 
   /// Success and failure must leave no descriptor open.
-  void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_); }
+  void TearDown() override {
+    allow_descriptors(true);
+    allow_changes(true);
+    EXPECT_EQ(open_descriptors(), descriptors_);
+  }
 
   std::ptrdiff_t descriptors_ = 0;
 };
@@ -91,7 +233,7 @@ TEST_F(LiveInterface, ReadsWhatWasSet) {
   EXPECT_EQ(set_hardware_address("eth0", changed), changed);
   EXPECT_EQ(read_hardware_address("eth0"), changed);
 
-  std::ofstream("/etc/resolv.conf") << "search example.com\nnameserver 10.0.0.2\n\nnameserver 10.0.0.3\n";
+  write_file("/etc/resolv.conf", "search example.com\nnameserver 10.0.0.2\n\nnameserver 10.0.0.3\n");
   const DnsServers servers = read_dns_servers().value_or(DnsServers{});
   EXPECT_STREQ(servers.primary.data(), "10.0.0.2\n");
   EXPECT_STREQ(servers.secondary.data(), "10.0.0.3\n");
@@ -127,7 +269,7 @@ TEST_F(LiveInterface, ReplacesTheDefaultGateway) {
 }
 
 TEST_F(LiveInterface, TriesTheRouteCommandWhenTheKernelRefusesAGateway) {
-  std::ofstream("/usr/local/orvid/route") << "#!/bin/sh\necho \"route $*\"\n";
+  write_file("/usr/local/orvid/route", "#!/bin/sh\necho \"route $*\"\n");
   chmod("/usr/local/orvid/route", 0755);
   const char* const path_before = std::getenv("PATH");
   const std::string path = path_before == nullptr ? "/usr/bin:/bin" : path_before;
@@ -233,4 +375,4 @@ TEST_F(LiveInterface, ChoosesTheIpv6Address) {
 }
 
 }  // namespace
-}  // namespace psia
+}  // namespace psia_tests

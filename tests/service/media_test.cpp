@@ -1,0 +1,352 @@
+// Audio, video input and streaming: what the documents show, what a change stores and tells the daemons, and
+// who is watching.
+#include "tests/support/service_fixture.h"
+
+namespace psia_tests {
+namespace {
+
+const std::string kStreams = "/PSIA/Streaming/channels/";
+
+/// Stands for what is often said in the tables below.
+const std::string kWords = "BLANKS := " + std::string(126, ' ') + R"(
+AUDIO := /PSIA/System/Audio/channels
+INPUTS := /PSIA/System/Video/inputs
+STREAMS := /PSIA/Streaming/channels
+LIST := StreamingChannelList
+CHANNEL := StreamingChannel
+TYPE := videoQualityControlType
+LEVELS := brightnessLevel=21 contrastLevel=22 hueLevel=23
+REFUSE := create trigger refuse before update on
+ABORT := begin select raise(abort, 'no'); end
+)";
+
+class MediaTest : public RunningServiceTest {
+ protected:
+  /// What the documents of both streams show after a statement, as changes of those in the factory state.
+  void expect_streams(const std::string& sql, const Pairs& changes, const std::string& failing = "");
+};
+
+TEST_F(MediaTest, AudioShowsTheStoredFlag) {
+  expect_documents(kWords + for_each(R"(
+update Audio set Enable=2 | true
+update Audio set Enable=0 | false
+delete from Audio | false
+)",
+                                     R"(
+$1 :: AUDIO/1 => AudioChannel!(id=1 enabled=$2 audioMode=listenonly)
+$1 :: AUDIO => AudioChannelList!(AudioChannel!(id=1 enabled=$2 audioMode=listenonly))
+)"));
+}
+
+TEST_F(MediaTest, SwitchingAudioStoresTheFlagAndSendsCommand3) {
+  expect_effects(kWords + R"(
+always := update Audio set Enable=7, Codec=2
+PUT AUDIO/1 AudioChannel(enabled=false) => Audio Enable=0; message 3; status 1
+audiochannel(ENABLED=True) => Audio Enable=1; message 3; status 1
+AudioChannel(enabled=true enabled=false) <- 1 => Audio Enable=0; message 3; status 2
+AudioChannel(id=7) <- 2 => Audio Enable=0; message 3; status 3
+AudioChannel(enabled=` true`) <- 7 => Audio Enable=0; message 3; status 3
+AudioChannel() <- -1 => Audio Enable=0; message 3; status 3
+delete from Audio :: AudioChannel() => message 3; status 1
+drop table Audio :: AudioChannel() => status 3
+Audio(enabled=false) => status 3
+"" => status 3
+)");
+}
+
+TEST_F(MediaTest, VideoInputsShowRow0) {
+  expect_documents(kWords + for_each(R"(
+insert into VideoSource values (1, 11, 12, 13, 1, 0) | 60hz | 60 | 55 | 50
+update VideoSource set PowerLineFrequency=1, Brightness=-3, Contrast=0 | 50hz | -3 | 0 | 50
+update VideoSource set PowerLineFrequency=0, Hue=51 | 60hz | 60 | 55 | 51
+update VideoSource set PowerLineFrequency=3 | 60hz | 60 | 55 | 50
+delete from VideoSource | 50hz | 50 | 50 | 50
+)",
+                                     R"(
+ELEMENTS := id=1 inputPort=1 powerLineFrequencyMode=$2 brightnessLevel=$3 contrastLevel=$4 hueLevel=$5
+$1 :: INPUTS/channels/1 => VideoInputChannel!(ELEMENTS)
+$1 :: INPUTS/channels => VideoInputChannelList!(VideoInputChannel'(ELEMENTS))
+$1 :: INPUTS => VideoInput!(VideoInputChannelList'(VideoInputChannel'(ELEMENTS)))
+)"));
+}
+
+TEST_F(MediaTest, VideoInputChangesGoToTheRowOfTheBodysIdAndSendCommand1) {
+  // Of a text 127 characters count.
+  expect_effects(kWords + R"(
+always := insert into VideoSource values (1, 11, 12, 13, 1, 0)
+PUT INPUTS/channels/1 videoInputChannel(id=1 inputPort=7 powerLineFrequencyMode=60hz LEVELS) <- 1 =>
+ VideoSource/1 Brightness=21 Contrast=22 Hue=23; message 1 source=1; status 2
+VideoInputChannel(ID=`BLANKS03` hueLevel=9 HUELEVEL=`BLANKS41`) =>
+ VideoSource/0 Brightness=0 Contrast=0 Hue=4; message 1; status 1
+VideoInputChannel(LEVELS) => message 1 source=-1; status 1
+VideoInput(id=1) => status 3
+REFUSE VideoSource ABORT :: VideoInputChannel(id=1) => status 3
+)");
+}
+
+// The streaming documents: which of the stored values each shows, and how.
+
+/// The resolution elements; with the sizes that a client may set in the capabilities.
+std::string size(const std::string& width, const std::string& height, const std::string& widths = "",
+                 const std::string& heights = "") {
+  const auto opt = [](const std::string& sizes) { return sizes.empty() ? "" : "{opt=\"" + sizes + "\"}"; };
+  return xml("videoResolutionWidth" + opt(widths) + "=" + width + " videoResolutionHeight" + opt(heights) +
+             "=" + height);
+}
+
+const std::string kSize = size("1920", "1080");
+const std::string kSlaveSize = size("1280", "720");
+const std::string kListedSlaveSize = size("352", "240");
+const std::string kCapabilitiesSize = size("1920", "1080", "1280,1920", "720,1080");
+const std::string kSlaveCapabilitiesSize = size("352", "240", "352,704", "240,480");
+
+/// The Master stream's elements in the factory state; with what a client may set.
+const std::string kElements = xml(R"(
+id=1 channelName=`Master stream` enabled=true Transport(rtspPortNo=554 maxPacketSize=1448
+ ControlProtocolList(ControlProtocol(streamingTransport=RTSP)) Unicast(enabled=true rtpTransportType=RTP/TCP))
+Video(enabled=true videoInputChannelID=1 videoCodecType=H.264 videoScanType=progressive videoResolutionWidth=1920
+ videoResolutionHeight=1080 videoQualityControlType=CBR constantBitRate=4096 maxFrameRate=3000 keyFrameInterval=1000)
+Audio(enabled=true audioInputChannelID=1 audioCompressionType=G.711ulaw audioBitRate=64 audioSamplingRate=8
+ audioResolution=8))");
+const std::string kCapabilities = xml(R"(
+id{opt="1,2"}=1 channelName{min="1" max="128"}=`Master stream` enabled{opt="true,false"}=true
+Transport(rtspPortNo{min="0" max="65535" def="554"}=554
+ ControlProtocolList(ControlProtocol(streamingTransport{opt="RTSP/RTP,HTTP"}=RTSP))
+ Unicast(<enabled opt="true,false" def="true"/> <rtpTransportType opt="RTP/UDP,RTP/TCP" />))
+Video(enabled{opt="true,false"}=true videoInputChannelID{opt="1"}=1 videoCodecType{opt="MJPEG,H.264"}=H.264
+ videoResolutionWidth{opt="1280,1920"}=1920 videoResolutionHeight{opt="720,1080"}=1080
+ videoQualityControlType{opt="CBR,VBR"}=CBR constantBitRate{min="64" max="10240" dynamic="true"}=4096
+ maxFrameRate{min="100" max="3000" default="1500"}=3000 keyFrameInterval{min="0" max="10000"}=1000)
+Audio(enabled{opt="true,false"}=true audioInputChannelID{min="1" max="1"}=1
+ audioCompressionType{opt="G.711ulaw,G.711alaw,G.726" default="G.711ulaw"}=G.711ulaw
+ audioBitRate{opt="24,32,64"}=64 audioSamplingRate{opt="8"}=8 audioResolution{opt="8"}=8))");
+
+/// From the factory values to those shown without a row. The Slave stream has most of them, too.
+const std::string kScanType = "</videoCodecType><videoScanType>progressive</videoScanType>";
+const Pairs kDefaults = {
+    {">CBR<", ">VBR<"},
+    {xml("constantBitRate=4096"), xml("fixedQuality=50 vbrUpperCap=10240 vbrLowerCap=1024")},
+    {xml(R"(constantBitRate{min="64" max="10240" dynamic="true"}=4096)"),
+     xml(R"(fixedQuality{min="0" max="100" default="50"}=50 vbrUpperCap=10240 vbrLowerCap=1024)")},
+    {kSize, kSlaveSize},
+    {">MJPEG<", ">H.264<"},
+    {"H.264" + kScanType + kListedSlaveSize, "MJPEG" + kScanType + size("704", "480")},
+    {">3000<", ">1500<"}};
+const Pairs kSlave = {{">1</id>", ">2</id>"},
+                      {"Master", "Slave"},
+                      {">H.264<", ">MJPEG<"},
+                      {kCapabilitiesSize, kSlaveCapabilitiesSize}};
+
+/// The documents in the factory state by what stands behind the URL of the list, which shows the Slave's own
+/// size, and its codec by the opposite sense.
+std::map<std::string, std::string> factory_documents() {
+  const std::string slave = replaced(replaced(kElements, kDefaults), kSlave);
+  const std::string entry = R"(<StreamingChannel version="1.0">)";
+  const std::string end = "</StreamingChannel>";
+  const std::string listed = replaced(slave, {{kSlaveSize, kListedSlaveSize}, {">MJPEG<", ">H.264<"}});
+  const auto one = [](const std::string& elements) {
+    return kXml + xml("StreamingChannel!(") + elements + "</StreamingChannel>";
+  };
+  return {{"/1", one(kElements)},
+          {"/2", one(slave)},
+          {"/1/capabilities", one(kCapabilities)},
+          {"/2/capabilities", one(replaced(replaced(kCapabilities, kDefaults), kSlave))},
+          {"", kXml + xml("StreamingChannelList!(") + entry + kElements + end + entry + listed + end +
+                   "</StreamingChannelList>"}};
+}
+
+/// `failing` are the documents that give a device error instead.
+void MediaTest::expect_streams(const std::string& sql, const Pairs& changes, const std::string& failing) {
+  restore_settings();
+  run_sql(sql);
+  for (const auto& [end, text] : factory_documents()) {
+    SCOPED_TRACE("after " + sql);
+    expect_shown("/PSIA/Streaming/channels" + end,
+                 failing.find("'" + end + "'") != std::string::npos ? "status 3" : replaced(text, changes));
+  }
+}
+
+TEST_F(MediaTest, TheIdentifierChoosesTheStreamAndNoneIsRefused) {
+  for (const char* id : {"1", "10", "1/x", "MASTER-0", "master-01"})
+    expect_shown(kStreams + id, factory_documents().at("/1"));
+  for (const char* id : {"2", "7", "0", "Slave-0", "Master-", "Master_0", "%31", "/1"})
+    expect_shown(kStreams + id, factory_documents().at("/2"));
+}
+
+TEST_F(MediaTest, SizesFollowResolutionCodeAndCaptureMode) {
+  // Spec.VideoResolution: 0x20 offers larger sizes, 0x200000 is the smaller class of sensors.
+  const auto expect_sizes = [this](int offered, int capture_mode, int code, const std::string& plain,
+                                   const std::string& capabilities) {
+    expect_streams("update Spec set VideoResolution=" + std::to_string(offered) +
+                       ";update VideoSource set CaptureMode=" + std::to_string(capture_mode) +
+                       ";update VideoEncoder set Resolution=" + std::to_string(code),
+                   {{kSize, plain},
+                    {kSlaveSize, plain},
+                    {kCapabilitiesSize, capabilities},
+                    {kSlaveCapabilitiesSize, capabilities},
+                    {kListedSlaveSize, code == 2 ? kListedSlaveSize : size("704", "480")}});
+  };
+  const std::string basic = size("1280", "720");
+  const std::string wide = size("1280", "1024");
+  expect_sizes(0x20, 0, 0, basic, size("704", "480", "352,704", "240,480"));
+  expect_sizes(0x20, 0, 1, basic, size("704", "240", "352,704", "240,480"));
+  expect_sizes(0x20, 0, 2, basic, kSlaveCapabilitiesSize);
+  expect_sizes(0x20, 0, 3, basic, size("144", "112"));
+  for (const int code : {-1, 4, 6}) {
+    expect_sizes(0x20, 0, code, basic, size("1280", "720", "1280,1920", "720,1080"));
+    expect_sizes(0x1f, 2, code, basic, size("1280", "720", "1280", "720"));
+    expect_sizes(0x20, 1, code, wide, size("1280", "1024", "1280,2040", "1024,1536"));
+    expect_sizes(0x200000, 1, code, wide, size("1280", "1024", "1280", "1024"));
+  }
+  expect_sizes(0x1f, 0, 5, kSize, kCapabilitiesSize);
+  expect_sizes(0x20, 1, 5, size("2040", "1536"), size("2040", "1536", "1280,2040", "1024,1536"));
+  expect_sizes(0x200020, 1, 5, kSize, kCapabilitiesSize);  // of the smaller class
+}
+
+TEST_F(MediaTest, StreamsShowStoredValuesAndWhatMissingRowsStandFor) {
+  expect_streams("update VideoEncoder set Codec=-2", {{">MJPEG<", ">H.264<"}});
+  expect_streams("update VideoEncoder set Enable=2",
+                 {{"true</enabled><Transport>", "false</enabled><Transport>"},
+                  {"true</enabled><videoInput", "false</enabled><videoInput"}});
+  expect_streams("update VideoEncoder set QualityType=-1 where VideoEncoderID=1", {});
+  int level = -1;
+  for (const std::string percentage : {"50", "100", "75", "50", "25", "0", "50"})
+    expect_streams("update VideoEncoder set Quality=" + std::to_string(level++),
+                   {{">50<", ">" + percentage + "<"}});
+  // In double precision the first interval would be 700.
+  for (const auto& [sql, rate, interval] :
+       std::vector<std::array<std::string, 3>>{{"GOPSize=7, Framerate=10", ">1000<", ">699<"},
+                                               {"GOPSize=15, Framerate=0", ">0<", ">2147483647<"},
+                                               {"GOPSize=-15, Framerate=0", ">0<", ">-2147483648<"},
+                                               {"GOPSize=0, Framerate=0", ">0<", ">0<"}})
+    expect_streams("update VideoEncoder set " + sql,
+                   {{">1000<", interval}, {">3000<", rate}, {">1500<", rate}});
+  expect_streams("update Network set RTSPPort=8554", {{">554<", ">8554<"}});
+  expect_streams("delete from Network", {});
+
+  expect_streams("update Audio set Codec=1", {{">G.711ulaw<", ">G.711alaw<"}});
+  expect_streams("update Audio set Codec=2", {{">G.711ulaw<", ">G.726<"}, {">64<", ">24<"}});
+  expect_streams("update Audio set Codec=3", {{">G.711ulaw<", ">G.726<"}, {">64<", ">32<"}});
+  expect_streams("update Audio set Codec=4", {{">G.711ulaw<", ">G.711<"}});
+  // The capabilities look for the row by its id, the others by its type. The list takes any number for on,
+  // the others 1 alone.
+  const std::string on = "true</enabled><audioInputChannelID";
+  const std::string off = "false</enabled><audioInputChannelID";
+  expect_streams("update Audio set Type=1", {{on + ">", off + ">"}});
+  expect_streams("update Audio set AudioID=3", {{on + " min", off + " min"}});
+  run_sql("update Audio set AudioID=0, Enable=2");
+  for (const auto& [end, text] : factory_documents())
+    expect_shown("/PSIA/Streaming/channels" + end, end.empty() ? text : replaced(text, {{on, off}}));
+
+  expect_streams("delete from VideoEncoder", kDefaults, "'/1/capabilities' '/2/capabilities'");
+  expect_streams("update VideoEncoder set Enable=-1 where VideoEncoderID=0", {}, "'/1' '/1/capabilities' ''");
+  expect_streams("update VideoEncoder set Enable=-1 where VideoEncoderID=1", {}, "'/2' '/2/capabilities' ''");
+  // Without a Spec row the sensor is of the smaller class: no 2040 x 1536 in any mode. Without a System row
+  // the capture mode is not known and counts as 1920 x 1080.
+  expect_streams("delete from Spec;update VideoSource set CaptureMode=1",
+                 {{kSlaveSize, size("1280", "1024")}}, "'/1/capabilities' '/2/capabilities'");
+  expect_streams("delete from System;update VideoSource set CaptureMode=1", {});
+}
+
+TEST_F(MediaTest, ViewersOfTheStreamChosenByTheLengthOfTheUri) {
+  const auto expect_viewers = [this](const std::string& end, const std::string& addresses) {
+    // With header lines of its own, and percent signs as they are stored.
+    std::string list = R"(<StreamingSessionStatusList version="1.0" xmlns="urn:psialliance-org">)";
+    list += for_each(addresses, xml("StreamingSessionStatus(clientAddress(ipAddress=$1))"));
+    const std::string header = "Content-Type: application/xml; charset=\"UTF-8\"\n\n" + kXml;
+    EXPECT_TRUE(same(get(kStreams + end), header + list + "</StreamingSessionStatusList>")) << end;
+  };
+  for (const char* end : {"Slave-0/status", "slave-0/STATUS", "1234567/status"})
+    expect_viewers(end, "192.168.1.60");
+  for (const char* end : {"2/status", "Slave-0//status", "slave/status"})
+    expect_viewers(end, "192.168.1.50\n192.168.1.51");
+  run_sql("update ClientList set Address='%%%%d%s<&%%' where StreamName='Slave-0'");
+  expect_viewers("Slave-0/status", "%%%%d%s<&%%");
+  expect_documents(R"(
+OF := StreamingSessionStatus'(clientAddress(ipAddress
+update ClientList set Address='%%%%d%s<&%%' where StreamName='Slave-0' :: /PSIA/Streaming/status => StreamingStatus!(
+ totalStreamingSessions=3 StreamingSessionStatusList'(OF=192.168.1.50)) OF=192.168.1.51)) OF=%d%s<&%))))
+delete from ClientList ::
+ /PSIA/Streaming/status => StreamingStatus!(totalStreamingSessions=0 StreamingSessionStatusList'())
+drop table ClientList :: /PSIA/Streaming/status => status 3
+update ClientList set StreamName='slave-0' :: /PSIA/Streaming/channels/{Slave-0/status|1/status} => status 3
+)");
+}
+
+// Changing the streaming channels: what is stored, and what the daemons are told at which moment.
+
+TEST_F(MediaTest, EachPartOfAStreamingUpdateTakesEffectAsItIsMet) {
+  // The daemons' replies change nothing. The body's id counts, not the URL's; of the ports the last, and no
+  // port is refused. When the port is the stored one already nothing is done; id and enabled behind the Video
+  // element come too late for it. A list is one request with values carried on. MJPEG forces the type of
+  // quality control and the quality where the type stands. A failing statement ends the request and keeps
+  // what was done. Bodies that are no update put the default port back.
+  expect_effects(kWords + R"(
+PUT STREAMS/2 CHANNEL(id=1 enabled=false Transport(rtspPortNo=1 rtspPortNo=70000) Video(TYPE=CBR videoCodecType=MJPEG)
+ Audio(enabled=true audioCompressionType=G.711alaw audioBitRate=32)) <- 2 1 2 =>
+ VideoEncoder/0 Enable=0 Codec=0 Resolution=4 Bitrate=2048 Quality=2; message 2 master=1; Audio Codec=1; message 3;
+ Network RTSPPort=70000; message 37; status 1
+update Network set RTSPPort=70000 :: CHANNEL(Transport(rtspPortNo=70000x) VIDEO() id=2 ENABLED=no) =>
+ VideoEncoder/0 Resolution=0 QualityType=1 Bitrate=2048 Quality=2; message 2 master=1; status 1
+PUT STREAMS LIST(id=1 CHANNEL() Other(Video()) CHANNEL(id=Slave-0 Video(videoCodecType=mjpeg fixedQuality=100 TYPE=CBR
+ videoResolutionWidth=176 maxFrameRate=1000)) StreamingCHANNEl(TRANSPORT(rtspPortNo=-1) enabled=no
+ Video(videoResolutionHeight=240 constantBitRate=300) Audio(enabled=yes audioCompressionType=G.726 audioBitRate=64))
+ CHANNEL(id=MASTER-0 Video() Audio(audioBitRate=32) Audio(audioCompressionType=MP3))) =>
+ VideoEncoder/1 Resolution=3 Bitrate=2048 Framerate=10; message 2;
+ VideoEncoder/1 Enable=0 Resolution=2 Bitrate=300; message 2; Audio Enable=0 Codec=2; message 3;
+ VideoEncoder/0 Enable=0 Codec=0 Resolution=4 QualityType=1 Bitrate=300 Quality=2 Framerate=10; message 2 master=1;
+ Audio Codec=3; message 3; Audio Codec=0; message 3; Network RTSPPort=-1; message 37; status 1
+PORT := Transport(rtspPortNo=7)
+REFUSE VideoEncoder when new.VideoEncoderID=1 ABORT :: LIST(CHANNEL(id=1 PORT Video()) CHANNEL(id=2 Video() Audio())) =>
+ VideoEncoder/0 Resolution=4 QualityType=1 Bitrate=2048 Quality=2; message 2 master=1; status 3
+REFUSE Audio ABORT :: PUT STREAMS/1 CHANNEL(id=2 PORT Video() Audio() Video()) =>
+ VideoEncoder/1 Codec=1 Resolution=0 Bitrate=2048 Framerate=30; message 2; status 3
+REFUSE Network ABORT :: CHANNEL(PORT Audio()) => Audio Enable=0; message 3; status 3
+always := update Network set RTSPPort=8554
+PUT STREAMS/1 {LIST(CHANNEL(Video()))|CHANNEL()} => Network RTSPPort=554; message 37; status 1
+PUT STREAMS CHANNEL(Video()) => Network RTSPPort=554; message 37; status 1
+{PUT STREAMS|PUT STREAMS/1} "no XML" => status 3
+)");
+}
+
+TEST_F(MediaTest, VideoConversions) {
+  // What each element's text makes of its column, where the others have what an update without them stores.
+  expect_effects(kWords + R"(
+always := update VideoEncoder set Enable=1, Codec=1, Resolution=4-4*VideoEncoderID, QualityType=1, Bitrate=2048, Quality=2,
+ Framerate=30
+)" +
+                 for_each(R"(
+Resolution | videoResolutionWidth={1920|2040px} | 5
+Resolution | videoResolutionWidth={1919|704} | 4
+Resolution | videoResolutionHeight={1080|1536} | 5
+Resolution | videoResolutionHeight=1200 | 4
+Codec | videoCodecType=MJPEG2 | 1
+QualityType | TYPE=vbr | 1
+QualityType | TYPE=X | 0
+Quality | fixedQuality={0|0x} | 4
+Quality | fixedQuality={-5|25} | 3
+Quality | fixedQuality={26|50|76|99|101} | 2
+Quality | fixedQuality={51|75} | 1
+Quality | fixedQuality=100 | 0
+Framerate | maxFrameRate=1599 | 15
+Framerate | maxFrameRate=-199 | -1
+)",
+                          R"(
+update VideoEncoder set $1=9 :: PUT STREAMS/2 CHANNEL(id=1 Video($2)) => VideoEncoder/0 $1=$3; message 2 master=1; status 1)") +
+                 for_each(R"(
+videoResolutionWidth=176 | 3
+videoResolutionWidth=352 | 2
+videoResolutionWidth=704 videoResolutionHeight={240|288} | 1
+videoResolutionWidth=704 | 0
+videoResolutionHeight={112|144} | 3
+videoResolutionHeight={240|288} | 1
+videoResolutionWidth=352 videoResolutionHeight=240 | 2
+videoResolutionHeight=480 | 0
+)",
+                          R"(
+update VideoEncoder set Resolution=9 :: PUT STREAMS/1 CHANNEL(id=2 Video($1)) =>
+ VideoEncoder/1 Resolution=$2; message 2; status 1)"));
+}
+
+}  // namespace
+}  // namespace psia_tests
