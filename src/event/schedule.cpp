@@ -55,7 +55,7 @@ std::int32_t parse_end_hour(const char* time) {
 void take_time_range(XmlElement range, Day& day) {
   for (const XmlElement child : range) {
     if (child.is("beginTime")) day.begin_hour = child.number();
-    if (child.is("endTime")) day.end_hour = parse_end_hour(child.text().c_str());
+    if (child.is("endTime")) day.end_hour = parse_end_hour(child.text());
   }
 }
 

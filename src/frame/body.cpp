@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "frame/memory.h"
 #include "frame/numbers.h"
 
 namespace psia {
@@ -26,9 +27,9 @@ Body Body::read(const Request& request) {
   Body body;
   const long long length = announced_length(request, kMaxBodyInMemory);
   if (length <= 0) return body;
-  const auto size = static_cast<std::size_t>(length);
-  body.text_ = static_cast<char*>(std::calloc(size + 1, 1));
-  if (body.text_ != nullptr && FCGI_fread(body.text_, size, 1, FCGI_stdin) != 1) {
+  body.size_ = static_cast<std::size_t>(length);
+  body.text_ = static_cast<char*>(std::calloc(body.size_ + 1, 1));
+  if (body.text_ != nullptr && FCGI_fread(body.text_, body.size_, 1, FCGI_stdin) != 1) {
     std::free(std::exchange(body.text_, nullptr));
   }
   return body;
@@ -36,9 +37,11 @@ Body Body::read(const Request& request) {
 
 Body::~Body() {
   std::free(text_);
+  give_back_memory(size_);
 }
 
-Body::Body(Body&& other) noexcept : text_(std::exchange(other.text_, nullptr)) {}
+Body::Body(Body&& other) noexcept
+    : text_(std::exchange(other.text_, nullptr)), size_(std::exchange(other.size_, 0)) {}
 
 int save_body(const Request& request, const char* path) {
   long long left = announced_length(request, kMaxBodyInFile);

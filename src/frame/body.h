@@ -32,6 +32,7 @@ class Body {
 
  private:
   char* text_ = nullptr;
+  std::size_t size_ = 0;
 };
 
 /// Stores the body in the file `path`, replacing it. Returns 0, also when fewer bytes come than announced:

@@ -130,7 +130,7 @@ TEST(Xml, FindsElementsInAnyCaseAndTheirTexts) {
   std::vector<std::string> texts;
   std::vector<std::int32_t> numbers;
   for (const XmlElement child : document.root()) {
-    texts.emplace_back(child.text().c_str());
+    texts.emplace_back(child.text());
     numbers.push_back(child.number());
   }
   EXPECT_EQ(texts, (std::vector<std::string>{"TRUE", "", " 80x", "a<b&c", "text"}));
@@ -142,7 +142,7 @@ TEST(Xml, FindsElementsInAnyCaseAndTheirTexts) {
   FixedText<3> cut;
   (*child).copy_text(cut);
   EXPECT_STREQ(cut.c_str(), "TR");
-  EXPECT_STREQ((*++child).text().c_str(), "");
+  EXPECT_STREQ((*++child).text(), "");
 }
 
 TEST(ControlMessage, KeepsItsFieldsAtTheirPlaces) {
