@@ -1,6 +1,7 @@
 #include "frame/body.h"
 
 #include <fcgi_stdio.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -9,6 +10,7 @@
 
 #include "frame/memory.h"
 #include "frame/numbers.h"
+#include "frame/stop.h"
 
 namespace psia {
 
@@ -21,6 +23,32 @@ long long announced_length(const Request& request, long long limit) {
   return length < 0 || length > limit ? -1 : length;
 }
 
+/// Takes what has come of the body, at most `size` bytes, and waits only for the first one. 0 when none will
+/// come any more.
+std::size_t take(char* to, std::size_t size) {
+  BodyAwaited::waits_again();
+  FCGX_Stream* const stream = FCGI_stdin->fcgx_stream;
+  if (stream == nullptr) {  // a plain CGI program; nobody else reads its standard input
+    return static_cast<std::size_t>(std::max<ssize_t>(::read(STDIN_FILENO, to, size), 0));
+  }
+  const int first = FCGX_GetChar(stream);
+  if (first == EOF) return 0;
+  *to = static_cast<char>(static_cast<unsigned char>(first));
+  const auto more = std::min(size - 1, static_cast<std::size_t>(stream->stop - stream->rdNext));
+  return 1 + static_cast<std::size_t>(FCGX_GetStr(to + 1, static_cast<int>(more), stream));
+}
+
+/// Waits for exactly `size` bytes, with a BodyAwaited in place; false when fewer come.
+bool receive(char* to, std::size_t size) {
+  while (size > 0) {
+    const std::size_t count = take(to, size);
+    if (count == 0) return false;
+    to += count;
+    size -= count;
+  }
+  return true;
+}
+
 }  // namespace
 
 Body Body::read(const Request& request) {
@@ -29,7 +57,8 @@ Body Body::read(const Request& request) {
   if (length <= 0) return body;
   body.size_ = static_cast<std::size_t>(length);
   body.text_ = static_cast<char*>(std::calloc(body.size_ + 1, 1));
-  if (body.text_ != nullptr && FCGI_fread(body.text_, body.size_, 1, FCGI_stdin) != 1) {
+  const BodyAwaited awaited;
+  if (body.text_ != nullptr && !receive(body.text_, body.size_)) {
     std::free(std::exchange(body.text_, nullptr));
   }
   return body;
@@ -49,9 +78,10 @@ int save_body(const Request& request, const char* path) {
   FCGI_FILE* file = FCGI_fopen(path, "wb");
   if (file == nullptr) return -1;
   std::array<char, 1024> piece{};
+  const BodyAwaited awaited;
   while (left > 0) {
     const auto size = static_cast<std::size_t>(std::min<long long>(left, piece.size()));
-    if (FCGI_fread(piece.data(), size, 1, FCGI_stdin) != 1) break;
+    if (!receive(piece.data(), size)) break;
     if (FCGI_fwrite(piece.data(), size, 1, file) != 1) {
       FCGI_fclose(file);
       return -2;

@@ -1,4 +1,5 @@
-// The body of a request: into memory for parsing, or straight into a file.
+// The body of a request: into memory for parsing, or straight into a file. A peer that stays silent for too
+// long, or while the service is told to stop, ends the body where it is; see stop.h for the limits.
 #pragma once
 
 #include <cstddef>
