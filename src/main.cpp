@@ -61,7 +61,7 @@ int main() {
     std::fputs("PSIA: DB Open Failed\n", stderr);  // libfcgi's error stream does not exist before an accept
     return -1;
   }
-  const std::optional<psia::ControlQueues> queues = psia::ControlQueues::open();
+  std::optional<psia::ControlQueues> queues = psia::ControlQueues::open();
   if (!queues) return EXIT_SUCCESS;
   const psia::TzPairListOwner time_zones(psia::tz_pair_list_create());
   if (!time_zones || !psia::tz_table_fill(*time_zones)) return EXIT_FAILURE;
@@ -69,6 +69,7 @@ int main() {
   psia::Service service{environment, database, *queues, *time_zones};
   while (accept_request()) {
     environment.restore_tz();
+    queues->begin_request();
     handle_request(service);
     FCGI_Finish();
   }

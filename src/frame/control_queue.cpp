@@ -48,9 +48,15 @@ void drain(int queue) {
 
 }  // namespace
 
+bool ControlQueues::may_send() const {
+  return sent_ == 0 || (sent_ < kMaxMessagesPerRequest && !stop_waiting());
+}
+
 /// Puts the message into the queue. A full queue holds the service up until the daemons make room, but not
 /// against a request to stop.
 bool ControlQueues::send_request(const ControlMessage& message) const {
+  if (msgsnd(requests_, &message, ControlMessage::kTextSize, IPC_NOWAIT) == 0) return true;
+  if (errno != EAGAIN) return false;
   const StopSignalsAllowed allowed;
   while (msgsnd(requests_, &message, ControlMessage::kTextSize, 0) == -1) {
     if (errno != EINTR || stop_requested()) return false;
@@ -114,6 +120,10 @@ std::optional<ControlQueues> ControlQueues::open() {
 
 int ControlQueues::send_and_wait(ControlMessage& message) const {
   const long type = message.type_;
+  if (++sent_ > kMaxMessagesPerRequest) {
+    message.put_int(kResultOffset, kFailed);
+    return kFailed;
+  }
   if (!send_request(message)) {
     FCGI_perror("Send Message using Message Queue 1 Failed\n");
     message.put_int(kResultOffset, kBusy);

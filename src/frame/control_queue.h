@@ -67,6 +67,10 @@ class ControlMessage {
 
 static_assert(sizeof(long) != 4 || sizeof(ControlMessage) == ControlMessage::kRecordSize);
 
+/// Messages that one request may send. Few need more than two; each can take seconds while nobody else is
+/// served.
+inline constexpr int kMaxMessagesPerRequest = 32;
+
 class ControlQueues {
  public:
   /// Looks both queues up and discards what waits in them: replies left from an earlier run would be taken
@@ -74,8 +78,16 @@ class ControlQueues {
   /// nothing only when the service is told to stop meanwhile.
   [[nodiscard]] static std::optional<ControlQueues> open();
 
+  /// Call before each request: it may send kMaxMessagesPerRequest messages.
+  void begin_request() { sent_ = 0; }
+
+  /// Whether a change that ends in a message may be begun: false when this request has sent all it may, and
+  /// behind its first message also when the service is told to stop.
+  [[nodiscard]] bool may_send() const;
+
   /// Sends `message` and waits for the reply, which replaces it. Returns the reply's result: 0 done, 1 busy
-  /// (also when the message could not be sent or no reply came in time), 2 failed. Blocks for up to 5.1 s,
+  /// (also when the message could not be sent or no reply came in time), 2 failed (also when this request has
+  /// sent all it may). Blocks for up to 5.1 s,
   /// for the commands that take long up to 30.1 s or 180.1 s.
   [[nodiscard]] int send_and_wait(ControlMessage& message) const;
 
@@ -85,6 +97,7 @@ class ControlQueues {
 
   int requests_;
   int replies_;
+  mutable int sent_ = 0;  // by this request
 };
 
 /// How often the reply queue is looked at again, 100 ms apart, after a first look that found nothing.

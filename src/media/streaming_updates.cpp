@@ -93,9 +93,11 @@ void announce(Service& service, ControlMessage message) {
   (void)service.queues.send_and_wait(message);
 }
 
-/// Stores the encoder settings and announces them; false when the statement failed.
+/// Stores the encoder settings and announces them; false when the statement failed or the request has sent
+/// all the messages it may.
 bool apply_video(Service& service, const Settings& settings) {
-  if (!service.database.execute(
+  if (!service.queues.may_send() ||
+      !service.database.execute(
           "update VideoEncoder set Enable=%d, Codec=%d, Resolution=%d, QualityType=%d, Bitrate=%d, Quality=%d, Framerate=%d where VideoEncoderID=%d",
           settings.enable, settings.codec, settings.resolution, settings.quality_type, settings.bit_rate,
           settings.quality, settings.frame_rate, static_cast<int>(settings.stream))) {
@@ -109,7 +111,8 @@ bool apply_video(Service& service, const Settings& settings) {
 
 /// The same for the audio encoder.
 bool apply_audio(Service& service, const Settings& settings) {
-  if (!service.database.execute("update Audio set Enable=%d, Codec=%d where AudioID=0", settings.audio_enable,
+  if (!service.queues.may_send() ||
+      !service.database.execute("update Audio set Enable=%d, Codec=%d where AudioID=0", settings.audio_enable,
                                 settings.audio_codec)) {
     return false;
   }
@@ -120,7 +123,8 @@ bool apply_audio(Service& service, const Settings& settings) {
 /// The same for the RTSP port, when it is not the stored one.
 bool apply_rtsp_port(Service& service, std::int32_t port) {
   if (read_rtsp_port(service.database) == port) return true;
-  if (!service.database.execute("update Network set RTSPPort=%d", port)) return false;
+  if (!service.queues.may_send() || !service.database.execute("update Network set RTSPPort=%d", port))
+    return false;
   announce(service, ControlMessage(Command::kRtspPort));
   return true;
 }
