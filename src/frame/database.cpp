@@ -47,6 +47,11 @@ bool run(sqlite3* connection, const char* statement) {
          sqlite3_exec(connection, statement, nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
+/// Whether that is why the last statement failed. SQLite has no code of its own for it.
+bool table_is_missing(sqlite3* connection) {
+  return std::strncmp(sqlite3_errmsg(connection), "no such table", std::strlen("no such table")) == 0;
+}
+
 }  // namespace
 
 Rows::~Rows() {
@@ -57,7 +62,8 @@ Rows::Rows(Rows&& other) noexcept
     : table_(std::exchange(other.table_, nullptr)),
       count_(std::exchange(other.count_, 0)),
       columns_(std::exchange(other.columns_, 0)),
-      succeeded_(std::exchange(other.succeeded_, false)) {}
+      succeeded_(std::exchange(other.succeeded_, false)),
+      certain_(std::exchange(other.certain_, false)) {}
 
 const char* Rows::cell(int row, int column) const {
   if (row < 0 || row >= count_ || column < 0 || column >= columns_) return nullptr;
@@ -102,8 +108,10 @@ Rows Database::query(const char* format, ...) {
   va_end(arguments);
   Rows rows;
   if (connection_ != nullptr && statement != nullptr) {
-    rows.succeeded_ = sqlite3_get_table(connection_, statement, &rows.table_, &rows.count_, &rows.columns_,
-                                        nullptr) == SQLITE_OK;
+    const int result =
+        sqlite3_get_table(connection_, statement, &rows.table_, &rows.count_, &rows.columns_, nullptr);
+    rows.succeeded_ = result == SQLITE_OK;
+    rows.certain_ = rows.succeeded_ || (result == SQLITE_ERROR && table_is_missing(connection_));
   }
   sqlite3_free(statement);
   return rows;

@@ -24,6 +24,10 @@ class Rows {
 
   /// True when the statement ran, even when it gave no row.
   [[nodiscard]] bool succeeded() const { return succeeded_; }
+  /// True when the rows tell what is stored: the statement ran, or the table is not there. False when the
+  /// database could not be asked: it is locked or closed, memory or the medium fails. Then nothing is known,
+  /// and nothing may be concluded from finding no row.
+  [[nodiscard]] bool certain() const { return certain_; }
   /// True when the statement ran and gave at least one row.
   [[nodiscard]] bool found() const { return count_ > 0; }
   [[nodiscard]] int count() const { return count_; }
@@ -42,6 +46,7 @@ class Rows {
   int count_ = 0;
   int columns_ = 0;
   bool succeeded_ = false;
+  bool certain_ = false;
 };
 
 /// The service's connections. A lock held by a daemon is waited for up to 1.05 s per statement, then the

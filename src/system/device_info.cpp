@@ -50,12 +50,14 @@ Identifier new_identifier() {
   return Identifier(text.data());
 }
 
-/// The stored identifier, or a new one that is stored first.
+/// The stored identifier, or a new one that is stored first. While the database cannot be asked, the text
+/// that stands for none: a device must not change its identifier because a daemon holds a lock.
 Identifier device_identifier(Database& database) {
-  Identifier identifier;
+  Identifier identifier(kNoIdentifier);
   {
     const Rows stored = database.query("select uuid from System");
-    identifier.assign(stored.found() ? stored.text(0, 0) : kNoIdentifier);
+    if (!stored.certain()) return identifier;
+    if (stored.found()) identifier.assign(stored.text(0, 0));
   }
   if (std::strncmp(identifier.c_str(), kNoIdentifier, std::strlen(kNoIdentifier)) == 0) {
     identifier = new_identifier();
