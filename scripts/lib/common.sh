@@ -12,6 +12,8 @@ run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml
   libgtest-dev lighttpd iproute2 net-tools tzdata curl)
 # and what the tests and checks need besides:
 test_packages=(clang-format clang-tidy shellcheck)
+# and what scripts/fuzz needs besides:
+fuzz_packages=(clang libclang-rt-14-dev)
 
 # What the script is doing now. A script that sets `steps`, their number, also has them counted and timed.
 steps=0
