@@ -40,15 +40,16 @@ fail() {
 
 # Everything is built in build/: says so in words when that cannot be.
 check_build_directory() {
-  local home
+  local foreign home
   if [ ! -w . ]; then
     fail "$PWD cannot be written to, and everything is built in its build/.
 Copy the project to a place of your own and start there: cp -r '$PWD' ~/psia"
   fi
   if [ ! -e build ]; then return; fi
-  if [ -n "$(find build -maxdepth 2 ! -type l ! -writable -print -quit)" ]; then
-    fail "$PWD/build was made by another user, $(stat -c %U build), or as root, and cannot be written to.
-Remove it, it is made anew: sudo rm -rf '$PWD/build'    (as root without sudo)"
+  foreign=$(find build -maxdepth 2 ! -type l ! -writable -printf '%p, which belongs to %u' -quit)
+  if [ -n "$foreign" ]; then
+    fail "This user cannot write to $PWD/$foreign.
+Remove the build directory, it is made anew: sudo rm -rf '$PWD/build'    (as root without sudo)"
   fi
   home=$(sed -n 's/^CMAKE_HOME_DIRECTORY:INTERNAL=//p' build/CMakeCache.txt 2>/dev/null || true)
   if [ -n "$home" ] && ! [ "$home" -ef . ]; then

@@ -143,7 +143,7 @@ std::optional<Octets> scan_octets(const char* text) {
     const long number = std::strtol(text, &end, 10);
     if (end == text) return std::nullopt;
     using Limits = std::numeric_limits<int>;
-    octets.at(i) = static_cast<int>(std::clamp<long>(number, Limits::min(), Limits::max()));
+    octets[i] = static_cast<int>(std::clamp<long>(number, Limits::min(), Limits::max()));
     text = end;
   }
   return octets;
@@ -153,10 +153,10 @@ std::optional<Octets> scan_octets(const char* text) {
 /// one behind it when that is 255. Nothing when an octet before that place is not 255.
 std::optional<std::size_t> boundary_octet(const Octets& mask) {
   std::size_t boundary = 3;
-  while (boundary > 1 && mask.at(boundary) == 0 && mask.at(boundary - 1) != 255)
+  while (boundary > 1 && mask[boundary] == 0 && mask[boundary - 1] != 255)
     --boundary;
   for (std::size_t i = 0; i < boundary; ++i) {
-    if (mask.at(i) != 255) return std::nullopt;
+    if (mask[i] != 255) return std::nullopt;
   }
   return boundary;
 }
@@ -414,7 +414,7 @@ int ip_check(const char* address, const char* mask, const char* gateway) {
   }
 
   const auto is_edge = [&](const Octets& octets, int first) {
-    const int value = octets.at(*boundary);
+    const int value = octets[*boundary];
     return (value == first && rest_is(octets, *boundary, 0)) ||
            (value == first + block_size - 1 && rest_is(octets, *boundary, 255));
   };
@@ -466,7 +466,7 @@ AddressText link_local_text(const char* hardware_address) {
     id[4] = 0xfe;
   }
   id[0] ^= 2U;
-  const auto group = [&](std::size_t i) { return (id.at(i) & 0xFF) << 8 | (id.at(i + 1) & 0xFF); };
+  const auto group = [&](std::size_t i) { return (id[i] & 0xFF) << 8 | (id[i + 1] & 0xFF); };
   AddressText text{};
   std::snprintf(text.data(), text.size(), "fe80:0000:0000:0000:%04x:%04x:%04x:%04x", group(0), group(2),
                 group(4), group(6));

@@ -1,0 +1,70 @@
+# shellcheck shell=bash
+# The device's libraries on this machine: a sysroot below build/ from Debian's packages. To be sourced after common.sh.
+
+# To compile and link the service and its unit tests, and for qemu to run them with. libgtest-dev's own libraries are
+# linked into the tests.
+sysroot_packages=(libfcgi-dev libsqlite3-dev libxml2-dev uuid-dev libgtest-dev libstdc++6 libgcc-s1)
+
+# apt-get with everything it keeps in build/sysroot/ARCH.apt: the machine's package lists, its cache and its
+# architectures stay as they are. Whence packages come and whose signatures are good is the machine's.
+target_apt() {
+  apt-get -c "build/sysroot/$1.apt/apt.conf" "${@:2}"
+}
+
+prepare_target_apt() {
+  local state="$PWD/build/sysroot/$1.apt"
+  mkdir -p "$state/lists/partial" "$state/cache/archives/partial"
+  : >"$state/status"
+  cat >"$state/apt.conf" <<END
+#clear APT::Architectures;
+#clear APT::Update;
+#clear DPkg;
+APT::Architecture "$1";
+APT::Architectures { "$1"; };
+APT::Install-Recommends "false";
+APT::Sandbox::User "root";
+Acquire::Languages "none";
+Debug::NoLocking "true";
+Dir::State "$state";
+Dir::State::status "$state/status";
+Dir::Cache "$state/cache";
+END
+}
+
+# make_sysroot ARCH: leaves build/sysroot/ARCH as it is when it was made for the same packages.
+make_sysroot() {
+  local sysroot="build/sysroot/$1" contents archive archives count=0
+  contents="${sysroot_packages[*]}"
+  if [ "$(cat "$sysroot.contents" 2>/dev/null)" = "$contents" ]; then
+    echo "build/sysroot/$1 is there; to have it made anew: rm -r build/sysroot"
+    return
+  fi
+  command -v apt-get >/dev/null ||
+    fail "The sysroot is made of Debian's packages, and there is no apt-get. docs/porting.md tells how to use another one."
+  rm -rf "$sysroot" "$sysroot.apt" "$sysroot.contents"
+  prepare_target_apt "$1"
+  # One list of several may fail to arrive; what matters is whether the packages do.
+  target_apt "$1" update || true
+  target_apt "$1" install --yes --download-only "${sysroot_packages[@]}" ||
+    fail "The packages for $1 could not be downloaded; look at the messages above. The machine's package sources must
+be Debian's and not be limited to other architectures (an [arch=...] in /etc/apt/sources.list)."
+  archives=("$sysroot.apt/cache/archives"/*.deb)
+  mkdir -p "$sysroot"
+  for archive in "${archives[@]}"; do
+    count=$((count + 1))
+    printf '[%d/%d] %s\n' "$count" "${#archives[@]}" "$(basename "$archive" .deb)"
+    dpkg -x "$archive" "$sysroot"
+  done
+  # qemu would show these to the service in place of the machine's own.
+  rm -rf "$sysroot/etc" "$sysroot.apt"
+  printf '%s\n' "$contents" >"$sysroot.contents"
+}
+
+# write_wrapper ARCH: build/ARCH/psia-under-qemu is to this machine what psia.fcgi is to the device.
+write_wrapper() {
+  cat >"build/$1/psia-under-qemu" <<END
+#!/bin/sh
+exec qemu-arm-static -L '$PWD/build/sysroot/$1' '$PWD/build/$1/psia.fcgi' "\$@"
+END
+  chmod +x "build/$1/psia-under-qemu"
+}
