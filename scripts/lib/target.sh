@@ -56,7 +56,7 @@ be Debian's and not be limited to other architectures (an [arch=...] in /etc/apt
     dpkg -x "$archive" "$sysroot"
   done
   # qemu would show these to the service in place of the machine's own.
-  rm -rf "$sysroot/etc" "$sysroot.apt"
+  rm -rf "${sysroot:?}/etc" "$sysroot.apt"
   printf '%s\n' "$contents" >"$sysroot.contents"
 }
 
@@ -67,4 +67,9 @@ write_wrapper() {
 exec qemu-arm-static -L '$PWD/build/sysroot/$1' '$PWD/build/$1/psia.fcgi' "\$@"
 END
   chmod +x "build/$1/psia-under-qemu"
+}
+
+# Whether the sysroot's SQLite asks the C library for times of 64 bits.
+target_sqlite_goes_beyond_2038() {
+  objdump -T "build/sysroot/$1"/usr/lib/*/libsqlite3.so.0 | grep -q time64
 }
