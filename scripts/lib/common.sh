@@ -14,6 +14,8 @@ run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml
 test_packages=(clang-format clang-tidy shellcheck)
 # and what scripts/fuzz needs besides:
 fuzz_packages=(clang libclang-rt-14-dev)
+# and what scripts/bench measures with.
+bench_packages=(python3 valgrind strace wrk)
 
 # What the script is doing now. A script that sets `steps`, their number, also has them counted and timed.
 steps=0
