@@ -1,5 +1,6 @@
 // bench-load: starts servers in a simulated camera of its own, sends them requests as a web server does, and
 // measures what they cost. See kHelp.
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -7,7 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -17,7 +17,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "simulator/device.h"
@@ -117,6 +117,7 @@ struct Options {
   long rounds = 1;
   long in_flight = 1;
   long starts = 0;
+  std::string body_file;
   std::string record;
   std::vector<std::vector<std::string>> servers;
 };
@@ -173,8 +174,7 @@ double median(std::vector<double> values) {
 
 /// What a web server sends: the variables that lighttpd sets for a client like curl.
 fastcgi::Request to_request(const Kind& kind, long number) {
-  fastcgi::Request request{{{"CONTENT_LENGTH", "0"},
-                            {"DOCUMENT_ROOT", "/usr/local/httpd/htdocs"},
+  fastcgi::Request request{{{"DOCUMENT_ROOT", "/usr/local/httpd/htdocs"},
                             {"GATEWAY_INTERFACE", "CGI/1.1"},
                             {"HTTP_ACCEPT", "*/*"},
                             {"HTTP_HOST", "192.168.1.10"},
@@ -257,8 +257,14 @@ void start(Server& server) {
     fail("cannot listen at " + server.socket);
   }
   std::vector<char*> arguments;
-  for (std::string& word : server.command)
+  for (std::string& word : server.command) {
     arguments.push_back(word.data());
+    // Pages of a program just built would count as dirty memory until they are on the disk.
+    const int file = open(word.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) continue;
+    fsync(file);
+    close(file);
+  }
   arguments.push_back(nullptr);
   std::fflush(stdout);  // or the child would print it, too
   server.process = fork();
@@ -280,6 +286,7 @@ void wait_until_idle(const Server& server) {
     const std::string state = read_file("/proc/" + std::to_string(server.process) + "/stat");
     const std::size_t at = state.rfind(") ");
     if (at == std::string::npos) fail("the server has ended");
+    if (state[at + 2] == 'Z') fail("the server has ended");
     calm = state[at + 2] == 'S' ? calm + 1 : 0;
   }
 }
@@ -369,7 +376,7 @@ void take_option(const std::string& option, const std::string& value, Options& o
     if (blank == std::string::npos) fail("--request needs a method, a blank and a URI");
     options.kinds = {{"request", value.substr(0, blank), value.substr(blank + 1), "Content-"}};
   } else if (option == "--body") {
-    options.kinds.front().body = read_file(value);
+    options.body_file = value;
   } else if (option == "--requests") {
     options.requests = to_number(option, value);
   } else if (option == "--rounds") {
@@ -398,6 +405,11 @@ Options read_options(const std::vector<std::string>& arguments) {
     } else {
       options.servers.back().push_back(arguments[i]);
     }
+  }
+  if (!options.body_file.empty()) {
+    if (options.kinds.front().name != "request") fail("--body needs --request");
+    options.kinds.front().body = read_file(options.body_file);
+    if (options.kinds.front().body.empty()) fail("nothing to read in " + options.body_file);
   }
   if (options.servers.empty()) fail("no server given; --help shows how");
   for (const std::vector<std::string>& command : options.servers) {
