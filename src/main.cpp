@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+#include "command_line.h"
 #include "frame/access_control.h"
 #include "frame/control_queue.h"
 #include "frame/database.h"
@@ -50,8 +51,9 @@ void handle_request(psia::Service& service) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
   open_standard_descriptors();
+  if (const std::optional<int> status = psia::answer_person(argc, argv)) return *status;
   psia::install_stop_signals();
   psia::prepare_xml();
   psia::Environment environment;

@@ -1,0 +1,67 @@
+// inside: runs a command inside the simulated camera, with the camera's daemons playing, and ends with its
+// status. Usage: inside [--answer RULE]... COMMAND [ARGUMENT]...
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string_view>
+#include <vector>
+
+#include "simulator/daemons.h"
+#include "simulator/device.h"
+
+namespace {
+
+// The messages in words, a line each, for the command to read.
+constexpr const char* kMessageLog = "/usr/local/messages";
+
+void serve(const camera::Message& message, const std::vector<camera::AnswerRule>& rules) {
+  std::ofstream(kMessageLog, std::ios::app) << camera::describe(message) << '\n';
+  for (const camera::AnswerRule& rule : rules) {
+    if (rule.command != camera::command_of(message)) continue;
+    if (rule.kind == camera::AnswerKind::kNever) return;
+    sleep(static_cast<unsigned int>(rule.delay.count()));
+  }
+  if (!camera::send_reply(camera::perform(message))) std::fputs("An answer was lost.\n", stderr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<camera::AnswerRule> rules;
+  int next = 1;
+  for (; next + 1 < argc && std::string_view(argv[next]) == "--answer"; next += 2) {
+    const auto rule = camera::parse_answer_rule(argv[next + 1]);
+    if (!rule) return 2;
+    rules.push_back(*rule);
+  }
+  const std::string fault = camera::enter_private_device();
+  if (!fault.empty()) {
+    std::fprintf(stderr, "%s\n", fault.c_str());
+    return 1;
+  }
+  // The command is the first of its own processes: when it ends, or this program does, none of them stays.
+  if (unshare(CLONE_NEWPID) != 0) {
+    std::perror("Private processes");
+    return 1;
+  }
+  const pid_t command = fork();
+  if (command == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (mount("proc", "/proc", "proc", 0, nullptr) != 0) _exit(1);
+    execvp(argv[next], argv + next);
+    std::perror(argv[next]);
+    _exit(127);
+  }
+  int status = 0;
+  while (command > 0 && waitpid(command, &status, WNOHANG) == 0) {
+    if (const auto message = camera::receive_message(std::chrono::milliseconds(20))) serve(*message, rules);
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}
