@@ -7,6 +7,7 @@ Usage, inside the camera: deploy_test.py BUILD-DIRECTORY lighttpd|systemd|busybo
 import base64
 import concurrent.futures
 import configparser
+import contextlib
 import http.client
 import os
 import pathlib
@@ -14,7 +15,6 @@ import re
 import shutil
 import signal
 import socket
-import sqlite3
 import ssl
 import subprocess
 import sys
@@ -45,50 +45,48 @@ def wait_for(what, condition, seconds=15):
 
 def request(method, url, body=None, credentials=ADMIN, tls=False):
     """Status and body."""
+    connection = http.client.HTTPConnection("127.0.0.1", timeout=60)
     if tls:
         connection = http.client.HTTPSConnection("127.0.0.1", timeout=60, context=ssl._create_unverified_context())
-    else:
-        connection = http.client.HTTPConnection("127.0.0.1", timeout=60)
-    try:
+    with contextlib.closing(connection):
         connection.request(method, url, body, {"Authorization": credentials} if credentials else {})
         answer = connection.getresponse()
         return answer.status, answer.read()
-    finally:
-        connection.close()
 
 
 def answers(tls=False):
-    try:
+    with contextlib.suppress(OSError):
         return request("GET", "/PSIA/index", tls=tls)[0] == 200
-    except OSError:
-        return False
 
 
 def services():
     """The service's processes."""
     found = []
     for process in pathlib.Path("/proc").glob("[0-9]*"):
-        try:
+        with contextlib.suppress(OSError):  # it has ended meanwhile
             if os.readlink(process / "exe") == str(PROGRAM):
                 found.append(int(process.name))
-        except OSError:
-            continue  # it has ended meanwhile
     return found
 
 
-class Lighttpd:
+class WebServer:
+    stop_service = lambda self: None
+
+    def stop(self):
+        self.server.terminate()
+        self.server.wait(15)
+        self.stop_service()
+
+
+class Lighttpd(WebServer):
     source, log = SHARE / "lighttpd.conf", "/var/log/lighttpd/access.log"
 
     def start(self):
         run(PREFIX / "libexec/psia/psia-rights", "www-data")
         self.server = subprocess.Popen(["lighttpd", "-D", "-f", CONFIGURATION])
 
-    def stop(self):
-        self.server.terminate()
-        self.server.wait(15)
 
-
-class Nginx:
+class Nginx(WebServer):
     source, log = SHARE / "nginx.conf", "/var/log/nginx/psia.log"
 
     def start(self):
@@ -97,14 +95,9 @@ class Nginx:
         main.write_text(f"user www-data; daemon off; events {{}} http {{ include {CONFIGURATION}; }}")
         self.server = subprocess.Popen(["nginx", "-c", main, "-e", "/var/log/nginx/error.log"])
 
-    def stop(self):
-        self.server.terminate()
-        self.server.wait(15)
-        self.stop_service()
-
 
 class NginxAndSystemd(Nginx):
-    """Does what systemd makes of the units, which it first checks them for itself."""
+    """Does what systemd makes of the units, after systemd's own check of them."""
 
     def start_service(self):
         units = {}
@@ -117,20 +110,18 @@ class NginxAndSystemd(Nginx):
             units[name].read(path)
         where, service = units["psia.socket"]["Socket"], units["psia.service"]["Service"]
         assert service["StandardInput"] == "socket" and service["StandardOutput"] == "null"
-        self.listener = socket.socket(socket.AF_UNIX)
         path = pathlib.Path(where["ListenStream"])
         path.parent.mkdir(mode=int(where["DirectoryMode"], 8), exist_ok=True)
         path.unlink(missing_ok=True)
+        self.listener = socket.socket(socket.AF_UNIX)
         self.listener.bind(str(path))
         shutil.chown(path, where["SocketUser"], where["SocketGroup"])
         path.chmod(int(where["SocketMode"], 8))
         self.listener.listen(int(where["Backlog"]))
-        self.ending, self.service = False, None
-        self.keeper = threading.Thread(target=self.keep, args=(service,))
-        self.keeper.start()
+        threading.Thread(target=self.keep, args=(service,)).start()
 
     def keep(self, service):
-        while not self.ending:
+        while True:
             run(*service["ExecStartPre"].lstrip("+").split())
             self.service = subprocess.Popen(
                 service["ExecStart"].split(), stdin=self.listener, stdout=subprocess.DEVNULL, user=service["User"],
@@ -139,57 +130,57 @@ class NginxAndSystemd(Nginx):
                 break
 
     def stop_service(self):
-        self.ending = True
         self.service.terminate()
         assert self.service.wait(15) == 0, "a stop is no failure"
-        self.keeper.join()
         self.listener.close()
 
 
 class NginxAndBusyBox(Nginx):
     def start_service(self):
-        script = (SHARE / "psia.init").read_text().replace("PATH=/usr/sbin", f"PATH={PREFIX}/busybox:/usr/sbin")
-        self.script = PREFIX / "S90psia"
-        self.script.write_text(script)
-        self.script.chmod(0o755)
-        # Only what BusyBox has, wherever it has it.
+        # With BusyBox's commands in place of the machine's.
         (PREFIX / "busybox").mkdir(exist_ok=True)
         run("busybox", "--install", "-s", PREFIX / "busybox")
-        run("busybox", "sh", self.script, "start")
-        run("busybox", "sh", self.script, "status")
+        script = SHARE / "psia.init"
+        script.write_text(script.read_text().replace("PATH=/usr/sbin", f"PATH={PREFIX}/busybox:/usr/sbin"))
+        run("busybox", "sh", script, "start")
 
     def stop_service(self):
-        run("busybox", "sh", self.script, "stop")
+        run("busybox", "sh", SHARE / "psia.init", "stop")
 
 
 def prepare(build):
     for directory in ("/run", "/var/log", "/var/tmp", "/var/lib/nginx"):
         run("mount", "-t", "tmpfs", "-o", "mode=1777", "tmpfs", directory)
-    for directory in ("lighttpd", "nginx"):
-        (pathlib.Path("/var/log") / directory).mkdir()
-        shutil.chown(pathlib.Path("/var/log") / directory, "www-data")
+    for directory in ("/var/log/lighttpd", "/var/log/nginx"):
+        os.mkdir(directory)
+        shutil.chown(directory, "www-data")
     for name, line in (("passwd", "psia:x:990:990::/nonexistent:/usr/sbin/nologin\n"), ("group", "psia:x:990:\n")):
         copy = PREFIX / name
         copy.write_text(pathlib.Path("/etc", name).read_text() + line)
         run("mount", "--bind", copy, f"/etc/{name}")
     run("cmake", "--install", build, "--prefix", PREFIX)
+    # What a service run by root left must not stand in the way, and rights must not be given through a link.
+    (EXCHANGE / "psia_config.dat").touch(0o600)
+    (PREFIX / "secret").touch(0o600)
+    (EXCHANGE / "link").symlink_to(PREFIX / "secret")
 
 
-def write_volume(enabled):
-    return request("PUT", "/PSIA/System/Audio/channels/1",
-                   f"<AudioChannel><enabled>{enabled}</enabled></AudioChannel>")[1]
+def switch_audio(enabled):
+    body = f"<AudioChannel><enabled>{enabled}</enabled></AudioChannel>"
+    return request("PUT", "/PSIA/System/Audio/channels/1", body)[1]
 
 
 def check_requests():
     assert request("GET", "/PSIA/System/deviceInfo", credentials=None)[0] == 401
     status, body = request("GET", "/psia/system/deviceinfo")
     assert status == 200 and b"<serialNumber>QC2040-0007-4242<" in body, "lower case, and the rights on factory data"
-    assert OK in write_volume("false")
+    assert OK in switch_audio("false")
     assert b"<enabled>false</enabled>" in request("GET", "/PSIA/System/Audio/channels/1")[1]
 
     upload = os.urandom(1_500_000)
     assert OK in request("PUT", "/PSIA/System/configurationData", upload)[1]
     assert (EXCHANGE / "psia_config.dat").read_bytes() == upload
+    assert (PREFIX / "secret").stat().st_mode & 0o777 == 0o600
     for directory in ("/Web/updownload/", "/web/UPDOWNLOAD/", "/Web//updownload/", "/Web/%75pdownload/"):
         assert request("GET", directory + "psia_config.dat")[0] in (403, 404), directory
 
@@ -198,7 +189,7 @@ def check_requests():
     assert status == 200 and export.startswith(b"SQLite format 3")
 
     with concurrent.futures.ThreadPoolExecutor(12) as pool:
-        assert all(OK in answer for answer in pool.map(write_volume, ["true", "false"] * 6))
+        assert all(OK in answer for answer in pool.map(switch_audio, ["true", "false"] * 6))
 
 
 def check_restart():
@@ -206,8 +197,7 @@ def check_restart():
     assert os.stat(f"/proc/{service}").st_uid != 0
     os.kill(service, signal.SIGKILL)
     wait_for("the service is started again", lambda: services() not in ([], [service]) and answers())
-    # What it leaves behind must not stand in the way of the next write either.
-    assert OK in write_volume("true") and len(services()) == 1
+    assert OK in switch_audio("true") and len(services()) == 1
 
 
 def main():
@@ -238,8 +228,7 @@ def main():
     CONFIGURATION.write_text(text)
     run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=camera", "-keyout",
         PREFIX / "camera.key", "-out", PREFIX / "camera.crt")
-    pair = (PREFIX / "camera.key").read_text() + (PREFIX / "camera.crt").read_text()
-    (PREFIX / "camera.pem").write_text(pair)
+    (PREFIX / "camera.pem").write_text("".join((PREFIX / f"camera.{part}").read_text() for part in ("key", "crt")))
     setup.start()
     wait_for("the first answer over TLS", lambda: answers(tls=True))
     assert request("GET", "/PSIA/index")[0] in (301, 307)

@@ -1,5 +1,5 @@
-// inside: runs a command inside the simulated camera, with the camera's daemons playing, and ends with its
-// status. Usage: inside [--answer RULE]... COMMAND [ARGUMENT]...
+// camera-inside: runs a command inside a simulated camera of its own, with the daemons playing, and ends with
+// its status. Usage: camera-inside [--answer RULE]... COMMAND [ARGUMENT]...
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
