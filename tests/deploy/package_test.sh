@@ -12,7 +12,7 @@ tar --strip-components=2 -C package-test/tgz -xf package-test/psia-*.tar.gz
 # Places that the documents name, and a program that was not left out.
 for file in libexec/psia/psia.fcgi libexec/psia/psia-rights share/psia/lighttpd.conf share/psia/nginx.conf \
   share/psia/psia.init lib/systemd/system/psia.socket lib/systemd/system/psia.service \
-  share/doc/psia/installation.md; do
+  share/doc/psia/docs/installation.md; do
   test -s "package-test/deb/usr/$file" || { echo "missing in the .deb: $file"; exit 1; }
   test -s "package-test/tgz/$file" || { echo "missing in the tarball: $file"; exit 1; }
 done
