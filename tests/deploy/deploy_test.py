@@ -122,7 +122,7 @@ class NginxAndSystemd(Nginx):
 
     def keep(self, service):
         while True:
-            run(*service["ExecStartPre"].lstrip("+").split())
+            run(*service["ExecStartPre"].lstrip("-+").split())
             self.service = subprocess.Popen(
                 service["ExecStart"].split(), stdin=self.listener, stdout=subprocess.DEVNULL, user=service["User"],
                 group=service["Group"], extra_groups=[], umask=int(service["UMask"], 8))
