@@ -1,14 +1,15 @@
 #include "simulator/daemons.h"
 
 #include <array>
-#include <charconv>
-#include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <string>
 #include <system_error>
 #include <utility>
 
+#include "simulator/clock.h"
 #include "simulator/device.h"
+#include "simulator/numbers.h"
 
 namespace camera {
 namespace {
@@ -33,12 +34,32 @@ std::string change_name_servers(const std::string& pair) {
   return write_resolver(pair.substr(0, hyphen), pair.substr(hyphen + 1));
 }
 
-std::string carry_out(const Message& message) {
+std::string set_time(const Message& message, const std::string& zone) {
+  const bool by_ntp = integer_at(message, 12) == 2;
+  std::string fault = execute("update Network set DateTimeSync=" + std::to_string(integer_at(message, 12)));
+  if (!fault.empty()) return fault;
+  if (by_ntp) return follow_machine_clock();
+  std::tm local{};
+  local.tm_year = integer_at(message, 148) - 1900;
+  local.tm_mon = integer_at(message, 152) - 1;
+  local.tm_mday = integer_at(message, 156);
+  local.tm_hour = integer_at(message, 160);
+  local.tm_min = integer_at(message, 164);
+  local.tm_sec = integer_at(message, 168);
+  return set_camera_clock(moment_of(local, zone));
+}
+
+std::string restore_factory_state() {
+  std::string fault = restore_factory_rows();
+  return fault.empty() ? write_resolver(kPrimaryDns, kSecondaryDns) : fault;
+}
+
+std::string carry_out(const Message& message, const std::string& zone) {
   switch (command_of(message)) {
     case 6:
-      return execute("update Network set DateTimeSync=" + std::to_string(integer_at(message, 12)));
+      return set_time(message, zone);
     case 10:
-      return restore_factory_rows();
+      return restore_factory_state();
     case 11:
       return export_settings();
     case 31:
@@ -50,23 +71,39 @@ std::string carry_out(const Message& message) {
   }
 }
 
-template <typename Number>
-std::optional<Number> whole_number(std::string_view text, Number least, Number most) {
-  Number number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, fault] = std::from_chars(text.data(), end, number);
-  if (fault != std::errc() || rest != end || number < least || number > most) return std::nullopt;
-  return number;
+// What a real camera would do and this one does not.
+const char* not_simulated(const Message& message) {
+  switch (command_of(message)) {
+    case 1:
+      return "there is no sensor; the page draws the picture";
+    case 2:
+      return "there is no encoder; no stream changes";
+    case 3:
+      return "there is no microphone; no sound changes";
+    case 6:
+      if (find_clock_library().empty()) return "libfaketime is missing; the clock stays the machine's";
+      return integer_at(message, 12) == 2 ? "no NTP server is asked; the clock is the machine's" : "";
+    case 7:
+      return "takes effect with the next boot";
+    case 37:
+      return "there is no RTSP server";
+    default:
+      return "";
+  }
 }
 
 }  // namespace
 
+Deed act_on(const Message& message, const std::string& zone) {
+  const std::string fault = carry_out(message, zone);
+  if (!fault.empty()) return {reply_to(message, kResultFailed), fault};
+  Deed deed{reply_to(message, kResultDone), not_simulated(message)};
+  if (command_of(message) == 11) put_text(deed.reply, 12, kExportName);
+  return deed;
+}
+
 Message perform(const Message& message) {
-  const std::string fault = carry_out(message);
-  if (!fault.empty()) std::fprintf(stderr, "daemons: %s\n", fault.c_str());
-  Message reply = reply_to(message, fault.empty() ? kResultDone : kResultFailed);
-  if (fault.empty() && command_of(message) == 11) put_text(reply, 12, kExportName);
-  return reply;
+  return act_on(message).reply;
 }
 
 std::optional<AnswerRule> parse_answer_rule(std::string_view text) {

@@ -4,19 +4,32 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "simulator/message.h"
 
 namespace camera {
 
-constexpr const char* kExportName = "settings.db";  ///< within the exchange directory
+constexpr const char* kExportName = "settings.db";      ///< within the exchange directory
+constexpr const char* kUploadName = "psia_config.dat";  ///< likewise, where the service stores an upload
+
+/// The reply to a message and, in words, what there is to say about it: why it failed, or what of it is not
+/// simulated.
+struct Deed {
+  Message reply;
+  std::string said;
+};
 
 /// Does what the message asks for, as far as it can be seen from outside, and gives the reply:
-/// 6 stores the time mode, 10 restores the factory rows, 11 exports the settings into the exchange directory
-/// and names the file at offset 12, 31 addresses eth0, 33 rewrites the resolver file. The others, 8 included,
-/// need nothing here. Gives kResultFailed as the result when it cannot be done; the cause goes to standard
-/// error.
+/// 6 stores the time mode and sets the camera's clock, 10 restores the factory rows and the resolver file, 11
+/// exports the settings into the exchange directory and names the file at offset 12, 31 addresses eth0, 33
+/// rewrites the resolver file. The others need nothing here; that a reboot follows 8 and 10 is the caller's
+/// part. Gives kResultFailed as the result when it cannot be done. A time set by hand is local time in
+/// `zone`, a TZ text, empty for the camera's own.
+[[nodiscard]] Deed act_on(const Message& message, const std::string& zone = "");
+
+/// The reply alone.
 [[nodiscard]] Message perform(const Message& message);
 
 enum class AnswerKind { kOk, kBusy, kFailed, kLate, kNever };

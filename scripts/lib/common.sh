@@ -9,10 +9,10 @@ export PATH="$PATH:/usr/sbin:/sbin"
 
 # The Debian packages, named here only. To build and run the service in the simulated camera:
 run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml2-dev uuid-dev
-  libgtest-dev lighttpd iproute2 net-tools tzdata curl)
+  libgtest-dev lighttpd iproute2 net-tools tzdata curl libfaketime sqlite3)
 # and what the tests and checks need besides:
-test_packages=(clang-format clang-tidy shellcheck
-  python3 nginx-light lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev)
+test_packages=(clang-format clang-tidy shellcheck python3 chromium chromium-driver
+  nginx-light lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev)
 # and what scripts/fuzz needs besides:
 fuzz_packages=(clang libclang-rt-14-dev)
 # and what scripts/bench measures with.

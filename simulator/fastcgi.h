@@ -1,0 +1,34 @@
+// The FastCGI protocol as far as one who stands between a web server and its responder needs it: records out
+// of a stream of bytes, the variables of a request, and an answer of one's own.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace camera::fastcgi {
+
+// Record types (fastcgi.h of the FastCGI 1.0 protocol, section 8).
+constexpr unsigned char kEndRequest = 3;
+constexpr unsigned char kParameters = 4;
+constexpr unsigned char kInput = 5;
+constexpr unsigned char kOutput = 6;
+
+struct Record {
+  unsigned char type = 0;
+  std::uint16_t request = 0;
+  std::string content;
+};
+
+/// Takes the complete records from the front of `bytes`; what is left there is the start of the next one.
+[[nodiscard]] std::vector<Record> take_records(std::string& bytes);
+
+/// The variables in the joined contents of the parameter records, as far as they are well formed.
+[[nodiscard]] std::map<std::string, std::string> read_parameters(std::string_view content);
+
+/// The records of a whole answer: `text` on the output, then the end of the request.
+[[nodiscard]] std::string answer_records(std::uint16_t request, std::string_view text);
+
+}  // namespace camera::fastcgi

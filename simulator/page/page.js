@@ -1,0 +1,277 @@
+"use strict";
+// The simulated camera's page: what it is set to, drawn; and every resource to read and change. What the camera
+// tells about itself comes from /camera/log, everything else through the interface that all clients use.
+
+const $ = (id) => document.getElementById(id);
+let authorization = "";  // of the account that is signed in
+let last = 0;            // number of the newest journal entry
+let journal = [];
+let tables = {};
+let resources = [];
+let levels_touched = 0;  // when a slider was moved last
+
+function element(tag, properties, ...children) {
+  const made = Object.assign(document.createElement(tag), properties);
+  made.append(...children);
+  return made;
+}
+
+const ask = (url, options) =>
+  fetch(url, {cache: "no-store", credentials: "omit", ...options, headers: {Authorization: authorization, ...options?.headers}});
+
+// Signing in and out.
+
+$("sign-in").onsubmit = async (event) => {
+  event.preventDefault();
+  const account = new TextEncoder().encode(`${$("user").value}:${$("password").value}`);
+  authorization = "Basic " + btoa(String.fromCharCode(...account));
+  const answer = await ask("/PSIA/System/deviceInfo").catch(() => null);
+  if (answer?.ok) {
+    $("user-name").textContent = $("user").value;
+    show_signed_in(true);
+    await load_resources();
+    await look();
+  } else {
+    sign_out(!answer ? "The camera does not answer." : answer.status === 401 ? "User or password is wrong."
+      : answer.status === 503 ? "The camera restarts; try again in a moment." : `The camera answers ${answer.status}.`);
+  }
+};
+
+function show_signed_in(signed_in) {
+  $("sign-in").hidden = signed_in;
+  for (const shown of [document.querySelector("main"), $("state"), $("who")]) shown.hidden = !signed_in;
+}
+
+function sign_out(note) {
+  authorization = "";
+  $("password").value = "";
+  $("sign-in-note").textContent = note;
+  show_signed_in(false);
+}
+$("sign-out").onclick = () => sign_out("");
+
+// What the camera tells, once a second.
+
+async function look() {
+  if (!authorization) return;
+  const answer = await ask(`/camera/log?since=${last}`).catch(() => null);
+  if (answer?.status === 401) return sign_out("The camera no longer takes this account.");
+  if (!answer?.ok) return show_state("no answer", false);
+  const told = await answer.json();
+  if (told.last < last) journal = [];  // another run of the camera
+  last = told.last;
+  journal = journal.concat(told.entries).slice(-200);
+  tables = told.now.tables;
+  show_state(told.now.up ? "running" : "restarting", told.now.up);
+  draw(told.now);
+  if (told.entries.length > 0) draw_journal();
+}
+setInterval(look, 1000);
+
+function show_state(words, good) {
+  $("state").textContent = words;
+  $("state").classList.toggle("bad", !good);
+  $("no-picture").hidden = good;
+}
+
+const row = (table, column, id) => (tables[table] ?? []).find((found) => !column || found[column] === id) ?? {};
+
+function fill_table(id, heads, rows, none) {
+  const cells = (kind, texts) => element("tr", {}, ...texts.map((text) => element(kind, {textContent: text})));
+  $(id).replaceChildren(...(rows.length === 0 ? [element("caption", {className: "hint", textContent: none})]
+    : [cells("th", heads), ...rows.map((texts) => cells("td", texts))]));
+}
+
+function fill_list(id, pairs) {
+  $(id).replaceChildren(...pairs.flatMap(([name, text]) =>
+    [element("dt", {textContent: name}), element("dd", {textContent: text})]));
+}
+
+const kBest = ["best", "good", "medium", "low", "lowest"];
+
+// The stored code; the larger sizes depend on whether pictures of 4:3 are taken.
+function stream_size(code) {
+  const small = {0: "704×480", 1: "704×240", 2: "352×240", 3: "144×112"}[code];
+  if (small) return small;
+  const large = code === "5";
+  if (row("VideoSource").CaptureMode === "1") return large ? "2040×1536" : "1280×1024";
+  return large ? "1920×1080" : "1280×720";
+}
+
+function draw(now) {
+  const network = row("Network"), source = row("VideoSource", "VideoSourceID", "0"), audio = row("Audio", "AudioID", "0");
+  $("name").textContent = $("osd-name").textContent = network.DDNSHostname || "Simulated camera";
+  $("model").textContent = `${row("System").ModelName ?? ""} · firmware ${row("System").ModelID}.${row("System").Version}`;
+  $("osd-clock").textContent = now.clock.replace("T", " ");
+  const gain = (level) => (0.4 + level * 0.012).toFixed(2);  // 50 leaves the picture as it is
+  $("scene").style.filter = `brightness(${gain(source.Brightness)}) contrast(${gain(source.Contrast)}) ` +
+    `hue-rotate(${(source.Hue - 50) * 3.6}deg)`;
+  if (Date.now() - levels_touched > 2000) {
+    for (const [name, value] of [["brightness", source.Brightness], ["contrast", source.Contrast], ["hue", source.Hue]]) {
+      const slider = $("levels").elements[name];
+      slider.value = slider.nextElementSibling.value = value;
+    }
+  }
+  fill_table("streams", ["", "Size", "Codec", "Rate", "Quality"], (tables.VideoEncoder ?? []).map((stream) => [
+    (stream.VideoEncoderID === "0" ? "Master" : "Slave") + (stream.Enable === "1" ? "" : " (off)"), stream_size(stream.Resolution),
+    stream.Codec === "0" ? "MJPEG" : "H.264", `${stream.Framerate}/s`,
+    stream.QualityType === "0" ? `${stream.Bitrate} kbit/s` : `variable, ${kBest[stream.Quality] ?? "medium"}`]), "No streams");
+  fill_list("audio", [["Audio", audio.Enable && audio.Enable !== "0" ? `on, ${["G.711 µ-law", "G.711 A-law", "G.726, 24 kbit/s",
+    "G.726, 32 kbit/s"][audio.Codec] ?? "G.711"}` : "off"], ["RTSP port", network.RTSPPort]]);
+  const [address, mask] = now.address.split(" ");
+  fill_list("network", [
+    ["Address", `${address || "none"}${mask ? " / " + mask : ""}, ${network.ConnectionType === "1" ? "dynamic" : "static"}`],
+    ["Gateway", network.ConnectionType === "1" ? "as leased" : network.Gateway], ["Name servers", now.nameServers.join(", ") || "none"],
+    ["Clock", `${now.clock.replace("T", " ")}, ${network.DateTimeSync === "2" ? "by NTP" : "set by hand"}`],
+    ["Zone", now.zone === network.TimeZone ? now.zone : `${now.zone}; ${network.TimeZone} from the next boot on`],
+    ["NTP server", `${network.NTPServer}, every ${network.NTPInterval} min`], ["Up for", `${now.uptime} s`]]);
+  draw_schedule(row("Event", "Trigger", "0"));
+  draw_alarm(row("Event", "Trigger", "0"));
+  fill_table("accounts", ["Name", "May"], (tables.User ?? []).map((user) => [user.UserID,
+    {0: "do everything", 1: "change media and events", 2: "read", 3: "read"}[user.Level] ?? "nothing"]), "No accounts");
+  fill_table("viewers", ["Stream", "Address"], (tables.ClientList ?? []).map((viewer) =>
+    [viewer.StreamName.replace("-0", ""), `${viewer.Address}:${viewer.Port}`]), "Nobody is watching");
+}
+
+function draw_schedule(event) {
+  const share = (time) => Math.min(100, (Math.floor(time / 100) + (time % 100) / 60) / 24 * 100);
+  const from = share(event.StartTime), to = share(event.EndTime);
+  const text = (time) => `${Math.floor(time / 100)}:${String(time % 100).padStart(2, "0")}`;
+  $("schedule").replaceChildren(...["Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"].map((day, bit) => {
+    const hours = element("span", {className: "hours", title: `${text(event.StartTime)} to ${text(event.EndTime)}`});
+    if (event.Week & 1 << bit && to > from) {
+      const armed = element("i");
+      armed.style.left = `${from}%`;
+      armed.style.width = `${to - from}%`;
+      hours.append(armed);
+    }
+    return element("div", {className: "day"}, day, hours);
+  }), element("div", {className: "scale"}, ...[0, 6, 12, 18, 24].map((hour) => element("span", {textContent: hour}))),
+  element("p", {className: "hint", textContent: `Armed from ${text(event.StartTime)} to ${text(event.EndTime)}` +
+    (to > from ? "." : ": never, as it ends before it starts.")}));
+}
+
+function draw_alarm(event) {
+  const relay = row("SensorRelay", "DeviceID", event.RelayID), ftp = row("FTPServer", "FTPServerID", event.FTPServerID);
+  const mail = row("SMTPServer", "SMTPServerID", event.SMTPServerID);
+  fill_list("alarm", [["Input", row("SensorRelay", "DeviceID", "0").Alias ?? "none"], ["At most every", `${event.IgnoreInterval} s`],
+    ["Relay", event.RelayID >= 0 && relay.Alias ? `${relay.Alias} for ${relay.Interval} s` : "–"],
+    ["Upload", ftp.Alias ? `${ftp.Alias}, ftp://${ftp.Address}:${ftp.Port}${ftp.Path}` : "–"],
+    ["Mail", mail.Alias ? `${mail.Alias}, ${mail.Address}:${mail.Port}` : "–"]]);
+}
+
+// What a request did, as the journal tells it.
+function effects(entry) {
+  const line = (kind, text) => element("div", {}, element("span", {className: "tag", textContent: kind}), text);
+  return [...entry.changes.map((text) => line(entry.method ? "row" : "", text)),
+    ...entry.messages.map((text) => line("message", text))];
+}
+
+function draw_journal() {
+  $("log").replaceChildren(...journal.slice(-60).reverse().map((entry) => {
+    const words = entry.method ? `${entry.user}  ${entry.method} ${entry.url} · ${entry.http}` +
+      (entry.status ? `, ${entry.status} ${entry.words}` : "") + ` · ${entry.milliseconds} ms` : entry.text;
+    const printed = entry.printed.length > 0 ? [element("details", {}, element("summary", {textContent: "printed document"}),
+      element("pre", {textContent: entry.printed.join("\n")}))] : [];
+    return element("li", {}, element("time", {textContent: entry.time}), words, ...effects(entry), ...printed);
+  }));
+}
+
+// Requests. The answer as text, the words about it, and the journal's entry.
+
+async function send(method, url, body, type) {
+  const before = last, start = performance.now();
+  const answer = await ask(url, {method, body, headers: body === undefined ? {} : {"Content-Type": type}});
+  const bytes = await answer.arrayBuffer();
+  const milliseconds = Math.round(performance.now() - start);
+  await look();
+  const asked = new URL(answer.url);
+  const entry = journal.findLast((found) => found.number > before && found.method === method &&
+    found.url === asked.pathname + asked.search);
+  const binary = answer.headers.get("Content-Type")?.includes("octet-stream") ?? false;
+  const text = binary ? "" : new TextDecoder().decode(bytes);
+  const code = /<statusCode>(\d+)<\/statusCode>\s*(?:<!--[^]*?-->)?\s*<statusString>([^<]*)/.exec(text);
+  const words = `${answer.status} ${answer.statusText}` + (code ? ` · status ${code[1]} ${code[2]}` : "") + ` · ${milliseconds} ms`;
+  return {answer, text, bytes, binary, entry, words, good: answer.ok && (!code || code[1] === "1")};
+}
+
+// Two spaces deeper with each element; one that holds only text stays on one line.
+function indent_xml(text) {
+  let depth = 0;
+  const lines = [];
+  for (const [line] of text.matchAll(/<([^\s/>?!]+)[^>]*>[^<]*<\/\1>|<[^>]*>|[^<]+/g)) {
+    if (line.trim() === "") continue;
+    if (line.startsWith("</")) depth--;
+    lines.push("  ".repeat(Math.max(0, depth)) + line.trim());
+    if (/^<[^/?!][^]*[^/]>$/.test(line) && !line.includes("</")) depth++;
+  }
+  return lines.join("\n");
+}
+
+$("levels").oninput = (event) => {
+  levels_touched = Date.now();
+  event.target.nextElementSibling.value = event.target.value;
+};
+
+// The picture's row is 0, which the document's 1 does not name.
+$("levels").onchange = async () => {
+  levels_touched = Date.now();
+  const level = $("levels").elements;
+  const result = await send("PUT", "/PSIA/System/Video/inputs/channels/1", "<VideoInputChannel><id>0</id>" +
+    `<brightnessLevel>${level.brightness.value}</brightnessLevel><contrastLevel>${level.contrast.value}</contrastLevel>` +
+    `<hueLevel>${level.hue.value}</hueLevel></VideoInputChannel>`, "application/xml");
+  $("levels-note").textContent = (result.good ? "Set: " : "Refused: ") + result.words;
+  $("levels-note").className = result.good ? "hint" : "hint bad";
+  levels_touched = result.good ? levels_touched : 0;
+};
+
+async function load_resources() {
+  if (resources.length > 0) return;
+  resources = await (await fetch("resources.json")).json();
+  const groups = new Map();
+  resources.forEach((resource, i) => {
+    const option = element("option", {value: i, textContent: resource.title || resource.url});
+    if (!groups.has(resource.group)) groups.set(resource.group, element("optgroup", {label: resource.group}));
+    groups.get(resource.group).append(option);
+  });
+  $("resource").replaceChildren(...groups.values());
+  choose_resource();
+}
+
+function choose_resource() {
+  const resource = resources[$("resource").value];
+  $("method").replaceChildren(...resource.methods.map((rule) => element("option", {textContent: rule.method})));
+  $("url").value = resource.url;
+  choose_method();
+}
+
+function choose_method() {
+  const rule = resources[$("resource").value].methods.find((found) => found.method === $("method").value);
+  const with_body = rule.method === "PUT" || rule.method === "POST";
+  $("body").hidden = $("file-row").hidden = !with_body;
+  $("body").value = rule.body ? indent_xml(rule.body) : "";
+  $("file").value = "";
+  $("may").textContent = ["Only administrators (level 0) may do this.", "Levels 0 and 1 may do this."][rule.level] ?? "Every account may do this.";
+}
+$("resource").onchange = choose_resource;
+$("method").onchange = choose_method;
+
+$("request").onsubmit = async (event) => {
+  event.preventDefault();
+  const rule = resources[$("resource").value].methods.find((found) => found.method === $("method").value);
+  const body = $("body").hidden ? undefined : $("file").files[0] ?? $("body").value;
+  $("verdict").textContent = "…";
+  const result = await send(rule.method, $("url").value, body, rule.type ?? "application/xml").catch((fault) => fault);
+  if (result instanceof Error) return void ($("verdict").textContent = result.message);
+  const printed = result.answer.status === 500 ? result.entry?.printed ?? [] : [];  // the web server's own page
+  $("verdict").textContent = result.words;
+  $("verdict").className = result.good ? "good" : "bad";
+  $("why").textContent = printed.length > 0 ? "The document below went to the service's standard output, not to the client: over FastCGI a " +
+    "client receives nothing here, and the web server makes an error of it. Started as a plain CGI program the service delivers it." : "";
+  $("answer").textContent = printed.length > 0 ? printed.slice(1).join("\n") : indent_xml(result.text);
+  $("effects").replaceChildren(...(result.entry ? effects(result.entry) : []).map((line) => element("li", {}, line)));
+  if (result.binary) {
+    $("answer").replaceChildren(element("a", {href: URL.createObjectURL(new Blob([result.bytes])), download: "psia_config.dat",
+      textContent: `${result.bytes.byteLength} bytes, to be saved`}));
+  }
+};

@@ -1,0 +1,68 @@
+// The camera's settings: the database that the service and the daemons share, the one with the factory
+// defaults, and what is to be seen of them: which rows changed, and whether a file is an export of them.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct sqlite3;
+
+namespace camera {
+
+constexpr const char* kDatabase = "/usr/local/orvid/morvid.db";
+constexpr const char* kDefaultsDatabase = "/usr/local/orvid/conf/default.db";
+
+/// Runs one or more statements. Returns an empty text, or what the database says.
+[[nodiscard]] std::string execute(const std::string& sql, const char* database = kDatabase);
+
+/// The rows that a select gives, each value as text (NULL as an empty one). No rows also when it fails.
+[[nodiscard]] std::vector<std::vector<std::string>> query(const std::string& sql,
+                                                          const char* database = kDatabase);
+
+/// Puts both databases into their factory state, whatever was there. Returns an empty text or the fault.
+[[nodiscard]] std::string create_settings();
+
+/// Replaces every row of the settings by those of the defaults database.
+[[nodiscard]] std::string restore_factory_rows();
+
+/// Whether the file is an export of these settings: an undamaged SQLite database with the same tables and
+/// columns. Returns an empty text or why it is none.
+[[nodiscard]] std::string check_export(const std::string& path);
+
+/// Replaces every row of the settings by those of an export. Returns an empty text or the fault; the settings
+/// are then what they were.
+[[nodiscard]] std::string import_settings(const std::string& path);
+
+/// Tells which rows have changed, in words: "Network.NTPServer: pool.ntp.org -> 10.0.0.1". Passwords are
+/// never shown, only that they changed.
+class SettingsWatch {
+ public:
+  /// Takes the settings as they are now; only after create_settings.
+  SettingsWatch();
+  SettingsWatch(const SettingsWatch&) = delete;
+  SettingsWatch(SettingsWatch&&) = delete;
+  SettingsWatch& operator=(const SettingsWatch&) = delete;
+  SettingsWatch& operator=(SettingsWatch&&) = delete;
+  ~SettingsWatch();
+
+  /// What changed since the last call.
+  [[nodiscard]] std::vector<std::string> changes();
+
+  /// All rows as JSON without the passwords: {"Network":[{"IPAddress":"...",...}],...}.
+  [[nodiscard]] std::string json() const;
+
+ private:
+  using Row = std::vector<std::pair<std::string, std::string>>;  // column and value
+  using Table = std::map<std::string, Row>;                      // by key
+  [[nodiscard]] std::map<std::string, Table> read() const;
+  static void compare(const std::string& table, const Table& before, const Table& after,
+                      std::vector<std::string>& changes);
+
+  sqlite3* database_ = nullptr;
+  std::string version_;
+  std::map<std::string, Table> tables_;
+};
+
+}  // namespace camera

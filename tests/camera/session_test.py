@@ -1,0 +1,110 @@
+#!/usr/bin/env python3
+"""A session with the simulated camera: session_test.py SIMULATOR SERVICE PAGE. Each change is to be seen in the
+next read, on the terminal and in what the page is told; a killed run leaves nothing behind."""
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import urllib.request
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)) + "/../support")
+from simulated_camera import Camera, eventually
+
+
+def expect(condition, what, camera):
+    if not condition:
+        sys.exit(f"{what}\n{camera.log()}")
+
+
+def told(camera):
+    """What the page is told."""
+    return json.loads(camera.ask("GET", "/camera/log?since=0")[1])
+
+
+def wait_for_boot(camera, boots):
+    """The outage is real, and ends."""
+    eventually(lambda: camera.ask("GET", "/PSIA/System/status")[0] == 503, "an outage")
+    eventually(lambda: camera.log().count("the camera boots") == boots and camera.get("/System/status"), "a boot")
+    seconds = int(re.search(r"<deviceUpTime>(\d+)", camera.get("/System/status")).group(1))
+    expect(seconds < 60 or "no time namespaces" in camera.log(), f"the time since start is {seconds} s", camera)
+
+
+def change(camera):
+    camera.put("/System/Network/interfaces/eth0/ipAddress",
+               "<IPAddress><addressingType>static</addressingType><ipAddress>10.0.0.5</ipAddress><subnetMask>255.0.0.0"
+               "</subnetMask><DefaultGateway><ipAddress>10.0.0.1</ipAddress></DefaultGateway><PrimaryDNS><ipAddress>"
+               "10.0.0.2</ipAddress></PrimaryDNS></IPAddress>")
+    address = camera.get("/System/Network/interfaces/eth0/ipAddress")
+    expect("10.0.0.5<" in address and "10.0.0.1<" in address and "10.0.0.2\n<" in address, address, camera)
+    camera.put("/System/time", "<Time><timeMode>manual</timeMode><localTime>2031-05-01T10:00:00</localTime>"
+                               "<timeZone>CET-1</timeZone></Time>")
+    expect("2031-05-01T10:0" in camera.get("/System/time"), "the clock is not set", camera)
+    camera.put("/System/time/timeZone", "CET-1")
+    camera.put("/Custom/Event/schedule", "<EventSchedule><TimeBlockList><TimeBlock><dayOfWeek>6</dayOfWeek></TimeBlock>"
+                                         "</TimeBlockList></EventSchedule>")
+    camera.put("/Security/AAA/users", "<User><userName>bob</userName><password>secret</password></User>", "POST")
+    expect("bob" in camera.get("/Security/AAA/users"), "bob is missing", camera)
+    camera.logs("Network.IPAddress: 192.168.1.10 -> 10.0.0.5", "command 31", "Event[0].Week: 62 -> 64",
+                "command 6: set the clock manually to 2031-05-01 10:00:00", "User[bob] added: Level 2")
+    expect("secret" not in camera.log(), "a password is shown", camera)
+    now = told(camera)["now"]
+    expect(now["address"] == "10.0.0.5 255.0.0.0" and now["clock"].startswith("2031-05-01T10:0"), str(now), camera)
+
+
+def check_session(camera):
+    change(camera)
+    exported = camera.ask("GET", "/PSIA/System/configurationData")[1]
+    camera.put("/System/configurationData", exported[:5000])
+    camera.logs("the uploaded settings are refused")
+    camera.put("/System/factoryReset?MODE=FULL")
+    wait_for_boot(camera, 2)
+    address = camera.get("/System/Network/interfaces/eth0/ipAddress")
+    expect("192.168.1.10<" in address and "192.168.1.2\n<" in address, address, camera)
+    expect("bob" not in camera.get("/Security/AAA/users"), "bob is still there", camera)
+    expect("EST5EDT" in camera.get("/System/time"), "the zone is not the factory's", camera)
+
+    camera.put("/System/configurationData", exported)
+    expect("bob" not in camera.get("/Security/AAA/users"), "an upload takes effect before the boot", camera)
+    camera.put("/System/reboot")
+    wait_for_boot(camera, 3)
+    expect("bob" in camera.get("/Security/AAA/users"), "the upload has no effect", camera)
+    expect("10.0.0.5<" in camera.get("/System/Network/interfaces/eth0/ipAddress"), "the address is not restored", camera)
+    # Set at 10:00 by CET-1; Africa/Algiers, which CET-1 names, is one hour ahead of UTC too.
+    expect("2031-05-01T10:0" in camera.get("/System/time/localTime"), "the zone is not that of message 7", camera)
+    texts = [entry.get("text", "") for entry in told(camera)["entries"]]
+    expect(any(text.startswith("the camera goes down") for text in texts), str(texts), camera)
+
+
+def check_served_files(camera):
+    for path in ("/lighttpd.conf", "/lighttpd.log", "/owner", "/Web/updownload/settings.db", "/../run/lock"):
+        expect(camera.ask("GET", path)[0] in (400, 404), path + " is served", camera)
+    with urllib.request.urlopen(f"http://127.0.0.1:{camera.port}/") as answer:
+        expect(b"<title>" in answer.read(), "the page is not served", camera)
+    try:
+        urllib.request.urlopen(f"http://127.0.0.1:{camera.port}/camera/log?since=0")
+        sys.exit("the page's feed is open to everybody")
+    except urllib.error.HTTPError as error:
+        expect(error.code == 401, f"the feed answers {error.code}", camera)
+
+
+with tempfile.TemporaryDirectory() as scratch:
+    simulated = Camera(*sys.argv[1:4], scratch)
+    try:
+        check_session(simulated)
+        check_served_files(simulated)
+        children = subprocess.run(["ps", "-o", "pid=", "--ppid", str(simulated.process.pid)], capture_output=True,
+                                  check=True, text=True).stdout.split()
+        expect(len(children) == 2, "not the web server and the service: " + str(children), simulated)
+        simulated.process.kill()
+        simulated.process.wait()
+        for child in children:
+            eventually(lambda: not os.path.exists("/proc/" + child) or
+                       ") Z" in open(f"/proc/{child}/stat", encoding="ascii").read(), "the end of a child")
+        simulated = Camera(*sys.argv[1:4], scratch, simulated.port)
+        expect(len(next(os.walk(scratch + "/run"))[1]) == 1, "the killed run's directory is still there", simulated)
+    finally:
+        simulated.process.terminate()
+        expect(simulated.process.wait() == 0, "the camera does not end well", simulated)
+    expect(next(os.walk(scratch + "/run"))[1] == [], "the run's directory is still there", simulated)

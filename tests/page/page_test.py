@@ -1,0 +1,140 @@
+#!/usr/bin/env python3
+"""The simulated camera's page in a headless browser: page_test.py SIMULATOR SERVICE PAGE [SCREENSHOT]."""
+import base64
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import urllib.request
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)) + "/../support")
+from simulated_camera import Camera, eventually, free_port
+
+
+class Browser:
+    """WebDriver's few requests (W3C WebDriver) to chromedriver."""
+
+    def __init__(self, directory):
+        self.base = f"http://127.0.0.1:{free_port()}"
+        self.driver = subprocess.Popen(["chromedriver", "--port=" + self.base.rsplit(":", 1)[1]],
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        flags = ["headless", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run", "disable-sync",
+                 "disable-background-networking", "disable-component-update", "disable-dev-shm-usage",
+                 "hide-scrollbars", "window-size=1280,1500", "user-data-dir=" + directory + "/profile"]
+        options = {"args": ["--" + flag for flag in flags]}
+        binary = shutil.which("chromium")
+        if binary:
+            options["binary"] = binary
+        wanted = {"capabilities": {"alwaysMatch": {"goog:chromeOptions": options}}}
+        eventually(self.ready, "chromedriver")
+        self.base += "/session/" + self.ask("POST", "/session", wanted)["sessionId"]
+
+    def ready(self):
+        try:
+            return self.ask("GET", "/status")["ready"]
+        except OSError:
+            return False
+
+    def ask(self, method, path, body=None):
+        data = None if body is None else json.dumps(body).encode()
+        request = urllib.request.Request(self.base + path, data, {"Content-Type": "application/json"}, method=method)
+        with urllib.request.urlopen(request, timeout=60) as answer:
+            return json.load(answer)["value"]
+
+    def run(self, script, *arguments):
+        return self.ask("POST", "/execute/sync", {"script": script, "args": arguments})
+
+    def text(self, element):
+        return self.run("const e = document.getElementById(arguments[0]); return e.checkVisibility() ? e.innerText : ''",
+                        element)
+
+    def sees(self, element, words):
+        eventually(lambda: words in self.text(element), f"'{words}' in {element}: {self.text(element)!r}")
+
+    def sign_in(self, user, password):
+        self.run("document.getElementById('user').value = arguments[0];"
+                 "document.getElementById('password').value = arguments[1];"
+                 "document.getElementById('sign-in').requestSubmit()", user, password)
+
+    def send(self, title, method, body=None):
+        """Chooses a resource of the list, and sends; the answer's words appear in place of the last ones."""
+        self.run("""const [title, method, body] = arguments, set = (id, value) => {
+            const field = document.getElementById(id); field.value = value; field.dispatchEvent(new Event('change')); };
+          const url = (found) => found.url === title;
+          set('resource', resources.findIndex(url)); set('method', method);
+          if (body !== null) document.getElementById('body').value = body;
+          document.getElementById('request').requestSubmit()""", title, method, body)
+        eventually(lambda: "ms" in self.text("verdict"), "an answer")
+
+    def close(self):
+        self.ask("DELETE", "")
+        self.driver.terminate()
+        self.driver.wait()
+
+
+def check_page(browser, camera, screenshot):
+    browser.ask("POST", "/url", {"url": f"http://127.0.0.1:{camera.port}/"})
+    browser.sign_in("admin", "wrong")
+    browser.sees("sign-in-note", "User or password is wrong.")
+    browser.sign_in("viewer", "viewer")
+    browser.sees("network", "192.168.1.10 / 255.255.255.0, static")
+    browser.sees("streams", "1920×1080")
+
+    # A change that this account may not make: it is refused, and the slider goes back.
+    move = """const slider = document.getElementById('levels').elements.brightness; slider.value = arguments[0];
+      for (const kind of ['input', 'change']) slider.dispatchEvent(new Event(kind, {bubbles: true}))"""
+    browser.run(move, 90)
+    browser.sees("levels-note", "Refused: 200 OK · status 4 Invalid Operation")
+    level = "return document.getElementById('levels').elements.brightness.value"
+    eventually(lambda: browser.run(level) == "60", "the slider back at 60")
+
+    browser.run("document.getElementById('sign-out').click()")
+    browser.sign_in("admin", "admin")
+    browser.sees("user-name", "admin")
+    browser.run(move, 85)
+    browser.sees("levels-note", "Set: 200 OK · status 1 OK")
+    shown = "return document.getElementById('scene').style.filter"
+    eventually(lambda: "brightness(1.42)" in browser.run(shown), "the brighter picture")
+    browser.sees("log", "VideoSource[0].Brightness: 60 -> 85")
+    browser.sees("log", "command 1: picture settings changed, video source 0")
+    if "VideoSource[0].Brightness: 60 -> 85" not in camera.log():
+        sys.exit("the terminal does not show the changed row:\n" + camera.log())
+
+    # A document that goes to standard output, its passwords not shown; a name that would be a terminal's command.
+    browser.send("/PSIA/Custom/Event", "GET")
+    browser.sees("verdict", "500 Internal Server Error")
+    browser.sees("why", "standard output")
+    browser.sees("answer", "<EventNotification version")
+    browser.sees("answer", "      <password>***</password>")
+    browser.send("/PSIA/System/deviceInfo", "PUT",
+                 "<DeviceInfo><deviceName>gate\u009b31m<b>&amp;&lt;b></deviceName></DeviceInfo>".replace("<b>", ""))
+    browser.sees("effects", "Network.DDNSHostname: camera-1 -> gate?31m&<b>")
+    browser.sees("name", "gate?31m&<b>")
+    if "gate?31m" not in camera.log() or "\u009b" in camera.log():
+        sys.exit("the terminal is sent control characters:\n" + camera.log())
+    browser.send("/PSIA/System/deviceInfo", "PUT", "<DeviceInfo><deviceName>camera-1</deviceName></DeviceInfo>")
+    browser.send("/PSIA/System/deviceInfo", "GET")
+    browser.sees("answer", "<serialNumber>QC2040-0007-4242</serialNumber>")
+    if screenshot:
+        with open(screenshot, "wb") as file:
+            file.write(base64.b64decode(browser.ask("GET", "/screenshot")))
+
+    browser.send("/PSIA/System/factoryReset?MODE=FULL", "PUT")
+    browser.sees("no-picture", "The camera restarts")
+    eventually(lambda: "brightness(1.12)" in browser.run(shown), "the factory picture")
+    eventually(lambda: browser.text("no-picture") == "", "the picture after the restart")
+
+
+with tempfile.TemporaryDirectory() as scratch:
+    simulated = Camera(*sys.argv[1:4], scratch)
+    try:
+        chromium = Browser(scratch)
+        try:
+            check_page(chromium, simulated, sys.argv[4] if len(sys.argv) > 4 else None)
+        finally:
+            chromium.close()
+    finally:
+        simulated.process.terminate()
+        simulated.process.wait()
