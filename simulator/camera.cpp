@@ -127,7 +127,7 @@ void Camera::serve_messages() {
   }
 }
 
-std::string Camera::boot() {
+void Camera::boot() {
   std::vector<std::string> details;
   const auto tell = [&details](const std::string& words) {
     if (!words.empty()) details.push_back(words);
@@ -144,11 +144,11 @@ std::string Camera::boot() {
     tell("the kernel has no time namespaces here: the time since start is the machine's");
   if (find_clock_library().empty()) tell("libfaketime is missing: the clock is always the machine's");
   booted_at_ = Clock::now();
+  booted_ = true;
   restart_at_.reset();
   for (const std::string& change : watch_.changes())
     tell(change);
   journal_.event("the camera boots; eth0 has " + live_address() + ", the zone is " + zone_, details);
-  return service_.start();
 }
 
 // Starts the service, after a boot or when it has ended by itself, and takes it down for a restart. A service
@@ -165,8 +165,8 @@ std::string Camera::tend_service() {
   }
   if (!booted_) {
     if (restart_at_ && now < *restart_at_ + options_.boot) return "";
-    booted_ = true;
-    return boot();
+    boot();
+    return service_.start();
   }
   return now < service_.ended_at() + std::chrono::seconds(1) ? "" : service_.start();
 }
@@ -200,6 +200,7 @@ int Camera::run(int signals, WebServer& web_server, pid_t shell) {
     }
     if (shell > 0 && waitpid(shell, nullptr, WNOHANG) == shell) return 0;
     if (ending_ && !service_.runs()) return 0;
+    if (!relay_ && restart_at_ && Clock::now() >= *restart_at_) boot();
     const std::string fault = relay_ ? tend_service() : "";
     if (!fault.empty()) {
       journal_.event(fault);

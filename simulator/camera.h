@@ -31,6 +31,10 @@ class Camera {
   /// shell has ended (-1: there is none). Gives the exit status.
   [[nodiscard]] int run(int signals, WebServer& web_server, pid_t shell);
 
+  /// Makes the stored settings those of the device, as at every boot; run() does it by itself where there is
+  /// a service to start.
+  void boot();
+
   static constexpr const char* kServiceSocket = "/dev/psia.socket";
 
  private:
@@ -50,7 +54,6 @@ class Camera {
   // Boots.
   [[nodiscard]] bool is_down() const { return restart_at_ && !booted_; }
   [[nodiscard]] std::string tend_service();
-  [[nodiscard]] std::string boot();
 
   // The page.
   [[nodiscard]] std::string answer_itself(const Exchange& exchange);

@@ -144,6 +144,7 @@ int run_camera(const Options& options, const std::string& prefix, int signals) {
     const camera::Descriptor service_socket(listen_at(camera::Camera::kServiceSocket));
     camera::Camera camera(options, prefix, web_socket.number, service_socket.number);
     if (options.port > 0) print_welcome(options.port);
+    if (daemons_only) camera.boot();
     const pid_t shell = daemons_only ? camera::start_shell(options.service) : -1;
     status = camera.run(signals, web_server, shell);
   }
