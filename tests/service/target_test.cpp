@@ -15,9 +15,9 @@ TEST_F(TargetTest, ADatabaseFileDated2040IsReadAndWritten) {
   const timespec times[] = {year_2040, year_2040};
   ASSERT_EQ(utimensat(AT_FDCWD, camera::kDatabase, times, 0), 0);
   start_service();
-  EXPECT_EQ(put("/PSIA/System/deviceInfo", "<DeviceInfo><deviceName>from 2040</deviceName></DeviceInfo>"),
-            status(1, "/PSIA/System/deviceInfo"));
-  EXPECT_NE(get("/PSIA/System/deviceInfo").find("from 2040"), std::string::npos);
+  expect_effects(R"(
+PUT /PSIA/System/deviceInfo DeviceInfo(deviceName=`from 2040`) => Network DDNSHostname=from 2040; status 1
+)");
 }
 
 }  // namespace
