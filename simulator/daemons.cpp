@@ -83,6 +83,11 @@ const char* not_simulated(const Message& message) {
     case 6:
       if (find_clock_library().empty()) return "libfaketime is missing; the clock stays the machine's";
       return integer_at(message, 12) == 2 ? "no NTP server is asked; the clock is the machine's" : "";
+    case 31:
+      return query("select 1 from Network where ConnectionType=1").empty()
+                 ? ""
+                 : "no DHCP server is asked; the lease is "
+                   "always the same";
     case 7:
       return "takes effect with the next boot";
     case 37:

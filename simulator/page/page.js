@@ -246,12 +246,14 @@ function choose_resource() {
 }
 
 function choose_method() {
-  const rule = resources[$("resource").value].methods.find((found) => found.method === $("method").value);
+  const resource = resources[$("resource").value];
+  const rule = resource.methods.find((found) => found.method === $("method").value);
   const with_body = rule.method === "PUT" || rule.method === "POST";
   $("body").hidden = $("file-row").hidden = !with_body;
   $("body").value = rule.body ? indent_xml(rule.body) : "";
   $("file").value = "";
-  $("may").textContent = ["Only administrators (level 0) may do this.", "Levels 0 and 1 may do this."][rule.level] ?? "Every account may do this.";
+  const printed = resource.printed && rule.method === "GET" ? " The answer goes to the service's standard output." : "";
+  $("may").textContent = (["Only administrators (level 0) may do this.", "Levels 0 and 1 may do this."][rule.level] ?? "Every account may do this.") + printed;
 }
 $("resource").onchange = choose_resource;
 $("method").onchange = choose_method;

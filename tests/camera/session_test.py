@@ -4,7 +4,6 @@ next read, on the terminal and in what the page is told; a killed run leaves not
 import json
 import os
 import re
-import subprocess
 import sys
 import tempfile
 import urllib.request
@@ -94,8 +93,9 @@ with tempfile.TemporaryDirectory() as scratch:
     try:
         check_session(simulated)
         check_served_files(simulated)
-        children = subprocess.run(["ps", "-o", "pid=", "--ppid", str(simulated.process.pid)], capture_output=True,
-                                  check=True, text=True).stdout.split()
+        pid = simulated.process.pid
+        with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
+            children = file.read().split()
         expect(len(children) == 2, "not the web server and the service: " + str(children), simulated)
         simulated.process.kill()
         simulated.process.wait()

@@ -10,7 +10,7 @@ import tempfile
 import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)) + "/../support")
-from simulated_camera import Camera, eventually, free_port
+from simulated_camera import Camera, end_with_test, eventually, free_port
 
 
 class Browser:
@@ -18,8 +18,13 @@ class Browser:
 
     def __init__(self, directory):
         self.base = f"http://127.0.0.1:{free_port()}"
-        self.driver = subprocess.Popen(["chromedriver", "--port=" + self.base.rsplit(":", 1)[1]],
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        # In a process namespace, with which all that the browser starts ends.
+        alone = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]
+        if os.geteuid() != 0:
+            alone.append("--map-root-user")
+        self.driver = subprocess.Popen(alone + ["chromedriver", "--port=" + self.base.rsplit(":", 1)[1]],
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                       preexec_fn=end_with_test)
         flags = ["headless", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run", "disable-sync",
                  "disable-background-networking", "disable-component-update", "disable-dev-shm-usage",
                  "hide-scrollbars", "window-size=1280,1500", "user-data-dir=" + directory + "/profile"]
@@ -70,7 +75,7 @@ class Browser:
 
     def close(self):
         self.ask("DELETE", "")
-        self.driver.terminate()
+        self.driver.kill()
         self.driver.wait()
 
 

@@ -1,6 +1,8 @@
 """A simulated camera for the tests that use it as a person does: over HTTP, and with an eye on the terminal."""
 import base64
+import ctypes
 import os
+import signal
 import socket
 import subprocess
 import sys
@@ -13,6 +15,12 @@ def free_port():
     with socket.socket() as probe:
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
+
+
+def end_with_test():
+    """What a process of the test does first, so that it is killed when the test ends, however that happens
+    (PR_SET_PDEATHSIG of prctl(2))."""
+    ctypes.CDLL(None).prctl(1, signal.SIGKILL)
 
 
 def eventually(condition, what):
@@ -33,7 +41,7 @@ class Camera:
         with open(self.log_path, "wb") as terminal:
             self.process = subprocess.Popen(
                 [os.path.abspath(simulator), "--port", str(self.port), "--page", page, "--boot", "1",
-                 "--run-directory", directory + "/run", "--", service], stdout=terminal)
+                 "--run-directory", directory + "/run", "--", service], stdout=terminal, preexec_fn=end_with_test)
         eventually(lambda: "service started" in self.log(), "the camera's start")
 
     def log(self):
