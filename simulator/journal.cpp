@@ -143,8 +143,6 @@ void Journal::printed(const std::string& text) {
   finish(std::move(entry));
 }
 
-// The second part of the number of a request's lines tells the parts from each other: what was printed stands
-// under a heading, rows and messages speak for themselves.
 void Journal::finish(Entry entry) {
   entry.number = ++last_;
   entry.time = time_of_day();

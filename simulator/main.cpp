@@ -76,11 +76,6 @@ void pin_own_zone() {
 }
 
 std::string enter_device(const Options& options) {
-  if (!options.keep.empty()) {
-    std::error_code fault;
-    std::filesystem::create_directories(options.keep, fault);
-    if (fault) return "Cannot create " + options.keep + ": " + fault.message();
-  }
   std::string fault = camera::enter_private_device(options.keep);
   for (const std::string& statement : options.statements) {
     if (fault.empty()) fault = camera::execute(statement);
@@ -123,11 +118,14 @@ int run_camera(const Options& options, const std::string& prefix, int signals) {
   }
   camera::Descriptor kept(-1);
   if (!options.keep.empty()) {
-    std::error_code ignored;
-    std::filesystem::create_directories(options.keep, ignored);
+    std::error_code fault;
+    std::filesystem::create_directories(options.keep, fault);
+    if (fault) return fail("Cannot create " + options.keep + ": " + fault.message());
     kept = camera::lock_file(options.keep + "/lock");
-    if (kept.number < 0)
-      return fail("Cannot use " + options.keep + ": another camera keeps its settings there.");
+    if (kept.number < 0) {
+      return fail("Cannot use " + options.keep +
+                  ": another camera keeps its settings there, or it is read-only.");
+    }
   }
   const bool daemons_only = options.shell;
   const camera::Descriptor web_socket(daemons_only ? -1 : listen_at(socket_path));
@@ -143,7 +141,9 @@ int run_camera(const Options& options, const std::string& prefix, int signals) {
   } else {
     const camera::Descriptor service_socket(listen_at(camera::Camera::kServiceSocket));
     camera::Camera camera(options, prefix, web_socket.number, service_socket.number);
-    if (options.port > 0) print_welcome(options.port);
+    if (prefix.empty() && options.port > 0) print_welcome(options.port);
+    if (!prefix.empty())
+      std::printf("%sthe camera's page is at http://127.0.0.1:%d/\n", prefix.c_str(), options.port);
     if (daemons_only) camera.boot();
     const pid_t shell = daemons_only ? camera::start_shell(options.service) : -1;
     status = camera.run(signals, web_server, shell);
