@@ -21,11 +21,12 @@ import sys
 import threading
 import time
 
-PREFIX = pathlib.Path("/usr/local")  # the camera's own, a file system in memory
+CAMERA = pathlib.Path("/usr/local")  # in memory, but what the machine has in it stays the machine's
+PREFIX = CAMERA / "psia"
 PROGRAM = PREFIX / "libexec/psia/psia.fcgi"
 SHARE = PREFIX / "share/psia"
-CONFIGURATION = PREFIX / "web.conf"
-EXCHANGE = PREFIX / "httpd/htdocs/Web/updownload"
+CONFIGURATION = CAMERA / "web.conf"
+EXCHANGE = CAMERA / "httpd/htdocs/Web/updownload"
 ADMIN = "Basic " + base64.b64encode(b"admin:admin").decode()
 OK = b"<statusCode>1</statusCode>"
 
@@ -91,7 +92,7 @@ class Nginx(WebServer):
 
     def start(self):
         self.start_service()
-        main = PREFIX / "nginx.conf"
+        main = CAMERA / "nginx.conf"
         main.write_text(f"user www-data; daemon off; events {{}} http {{ include {CONFIGURATION}; }}")
         self.server = subprocess.Popen(["nginx", "-c", main, "-e", "/var/log/nginx/error.log"])
 
@@ -138,10 +139,10 @@ class NginxAndSystemd(Nginx):
 class NginxAndBusyBox(Nginx):
     def start_service(self):
         # With BusyBox's commands in place of the machine's.
-        (PREFIX / "busybox").mkdir(exist_ok=True)
-        run("busybox", "--install", "-s", PREFIX / "busybox")
+        (CAMERA / "busybox").mkdir(exist_ok=True)
+        run("busybox", "--install", "-s", CAMERA / "busybox")
         script = SHARE / "psia.init"
-        script.write_text(script.read_text().replace("PATH=/usr/sbin", f"PATH={PREFIX}/busybox:/usr/sbin"))
+        script.write_text(script.read_text().replace("PATH=/usr/sbin", f"PATH={CAMERA}/busybox:/usr/sbin"))
         run("busybox", "sh", script, "start")
 
     def stop_service(self):
@@ -155,14 +156,14 @@ def prepare(build):
         os.mkdir(directory)
         shutil.chown(directory, "www-data")
     for name, line in (("passwd", "psia:x:990:990::/nonexistent:/usr/sbin/nologin\n"), ("group", "psia:x:990:\n")):
-        copy = PREFIX / name
+        copy = CAMERA / name
         copy.write_text(pathlib.Path("/etc", name).read_text() + line)
         run("mount", "--bind", copy, f"/etc/{name}")
     run("cmake", "--install", build, "--prefix", PREFIX)
     # What a service run by root left must not stand in the way, and rights must not be given through a link.
     (EXCHANGE / "psia_config.dat").touch(0o600)
-    (PREFIX / "secret").touch(0o600)
-    (EXCHANGE / "link").symlink_to(PREFIX / "secret")
+    (CAMERA / "secret").touch(0o600)
+    (EXCHANGE / "link").symlink_to(CAMERA / "secret")
 
 
 def switch_audio(enabled):
@@ -180,7 +181,7 @@ def check_requests():
     upload = os.urandom(1_500_000)
     assert OK in request("PUT", "/PSIA/System/configurationData", upload)[1]
     assert (EXCHANGE / "psia_config.dat").read_bytes() == upload
-    assert (PREFIX / "secret").stat().st_mode & 0o777 == 0o600
+    assert (CAMERA / "secret").stat().st_mode & 0o777 == 0o600
     for directory in ("/Web/updownload/", "/web/UPDOWNLOAD/", "/Web//updownload/", "/Web/%75pdownload/"):
         assert request("GET", directory + "psia_config.dat")[0] in (403, 404), directory
 
@@ -223,12 +224,10 @@ def main():
     limit = re.compile(r'("read-timeout" => |fastcgi_read_timeout )(\d+)')
     assert int(limit.search(text)[2]) > 180.1
     text = limit.sub(r"\g<1>1", text).replace("#tls ", "")
-    for suffix in ("pem", "crt", "key"):
-        text = re.sub(rf"/etc/\w+/camera\.{suffix}", f"{PREFIX}/camera.{suffix}", text)
-    CONFIGURATION.write_text(text)
+    CONFIGURATION.write_text(re.sub(r"/etc/\w+/(camera\.\w+)", rf"{CAMERA}/\1", text))
     run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=camera", "-keyout",
-        PREFIX / "camera.key", "-out", PREFIX / "camera.crt")
-    (PREFIX / "camera.pem").write_text("".join((PREFIX / f"camera.{part}").read_text() for part in ("key", "crt")))
+        CAMERA / "camera.key", "-out", CAMERA / "camera.crt")
+    (CAMERA / "camera.pem").write_text("".join((CAMERA / f"camera.{part}").read_text() for part in ("key", "crt")))
     setup.start()
     wait_for("the first answer over TLS", lambda: answers(tls=True))
     assert request("GET", "/PSIA/index")[0] in (301, 307)
@@ -239,4 +238,8 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        sys.exit(main())
+    except Exception:
+        subprocess.run("tail -n 20 /var/log/*/*; ps -ef; ls -lR /run", shell=True)
+        raise
