@@ -38,10 +38,11 @@ bool same_password(const FixedText<32>& supplied, const char* stored) {
 }
 
 int refuse(int result) {
-  write_text("Status: 401 Unauthorized\r\n");
-  write_text("WWW-Authenticate: Basic realm=\"Quellan Smart IP Device Authentication\"\r\n");
-  write_text("Content-Type: text/plain\r\n\r\n");
-  write_text("Unauthorized\r\n\r\n");
+  write_text(
+      "Status: 401 Unauthorized\r\n"
+      "WWW-Authenticate: Basic realm=\"Quellan Smart IP Device Authentication\"\r\n"
+      "Content-Type: text/plain\r\n\r\n"
+      "Unauthorized\r\n\r\n");
   return result;
 }
 

@@ -64,7 +64,7 @@ bool ControlQueues::send_request(const ControlMessage& message) const {
   return true;
 }
 
-ControlMessage::ControlMessage(Command command) : type_(getpid()) {
+ControlMessage::ControlMessage(Command command) {
   put_int(kCommandOffset, static_cast<std::int32_t>(command));
 }
 
@@ -93,6 +93,9 @@ std::string_view ControlMessage::text_at(std::size_t offset) const {
   return {start, strnlen(start, text_.size() - (offset - kTypeSize))};
 }
 
+ControlQueues::ControlQueues(int requests, int replies)
+    : requests_(requests), replies_(replies), process_(getpid()) {}
+
 int reply_poll_count(std::int32_t command) {
   switch (command) {  // 9, 12, 22 and 23 are sent by other programs of the camera
     case 9:
@@ -119,7 +122,7 @@ std::optional<ControlQueues> ControlQueues::open() {
 }
 
 int ControlQueues::send_and_wait(ControlMessage& message) const {
-  const long type = message.type_;
+  message.type_ = process_;
   if (++sent_ > kMaxMessagesPerRequest) {
     message.put_int(kResultOffset, kFailed);
     return kFailed;
@@ -131,9 +134,9 @@ int ControlQueues::send_and_wait(ControlMessage& message) const {
   }
   const int polls = reply_poll_count(message.int_at(kCommandOffset)) + 1;
   for (int poll = 0; poll < polls; ++poll) {
-    message.type_ = 0;
-    message.text_.fill('\0');
-    if (msgrcv(replies_, &message, ControlMessage::kTextSize, type, IPC_NOWAIT) != -1) {
+    const ssize_t size = msgrcv(replies_, &message, ControlMessage::kTextSize, process_, IPC_NOWAIT);
+    if (size != -1) {
+      std::fill(message.text_.begin() + size, message.text_.end(), '\0');  // behind a reply that is short
       const std::int32_t result = message.int_at(kResultOffset);
       return result == kDone || result == kBusy ? result : kFailed;
     }

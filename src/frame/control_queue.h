@@ -46,7 +46,7 @@ class ControlMessage {
   static constexpr std::size_t kRecordSize = 4116;
   static constexpr std::size_t kTextSize = kRecordSize - 4;  ///< the size given to msgsnd and msgrcv
 
-  /// A message from this process, all zero but for its type and `command`.
+  /// A message that is all zero but for `command`; its type is put in when it is sent.
   explicit ControlMessage(Command command);
 
   /// Stores a word or a text at `offset` of the record. A text takes at most `size` bytes with its
@@ -61,7 +61,7 @@ class ControlMessage {
  private:
   friend class ControlQueues;
 
-  long type_;
+  long type_ = 0;
   std::array<char, kTextSize> text_{};
 };
 
@@ -92,11 +92,12 @@ class ControlQueues {
   [[nodiscard]] int send_and_wait(ControlMessage& message) const;
 
  private:
-  ControlQueues(int requests, int replies) : requests_(requests), replies_(replies) {}
+  ControlQueues(int requests, int replies);
   [[nodiscard]] bool send_request(const ControlMessage& message) const;
 
   int requests_;
   int replies_;
+  long process_;
   mutable int sent_ = 0;  // by this request
 };
 

@@ -24,11 +24,16 @@ constexpr std::array kStatusStrings = {
 };
 
 void send(const char* content_type, std::string_view body) {
-  write_text("Content-Length: ");
-  write_text(DecimalText(static_cast<std::int32_t>(body.size())).c_str());
-  write_text("\r\n");
-  write_text(content_type);
-  FCGI_fwrite(const_cast<char*>(body.data()), 1, body.size(), FCGI_stdout);
+  std::array<char, 128> header;
+  const DecimalText length(static_cast<std::int32_t>(body.size()));
+  std::size_t size = 0;
+  for (const std::string_view text :
+       {std::string_view("Content-Length: "), std::string_view(length.c_str(), length.length()),
+        std::string_view("\r\n"), std::string_view(content_type)}) {
+    size += text.copy(header.data() + size, header.size() - size);
+  }
+  write_text({header.data(), size});
+  write_text(body);
 }
 
 /// The text as it goes out.
@@ -39,8 +44,8 @@ std::string_view finished(TextBuffer& document) {
 
 }  // namespace
 
-void write_text(const char* text) {
-  FCGI_fputs(text, FCGI_stdout);
+void write_text(std::string_view text) {
+  FCGI_fwrite(const_cast<char*>(text.data()), 1, text.size(), FCGI_stdout);
 }
 
 void answer_status(const Request& request, Status status) {

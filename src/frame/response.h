@@ -33,7 +33,7 @@ inline constexpr const char* kXmlDeclarationBare = "<?xml version=\"1.0\" encodi
 inline constexpr const char* kXmlDeclarationLine = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n";
 
 /// Writes a text to the client as it stands.
-void write_text(const char* text);
+void write_text(std::string_view text);
 
 /// Answers with a ResponseStatus document. Writes nothing when memory is short.
 void answer_status(const Request& request, Status status);

@@ -42,18 +42,12 @@ void set_timer(int milliseconds) {
   timer_runs = 1;
 }
 
-sigset_t all_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (const int signal : kSignals)
-    sigaddset(&signals, signal);
-  return signals;
-}
+sigset_t all_signals;  // made once: the mask is changed twice for every request
 
 void install(int signal, void (*handler)(int), int flags) {
   struct sigaction action {};
   action.sa_handler = handler;
-  action.sa_mask = all_signals();
+  action.sa_mask = all_signals;
   action.sa_flags = flags;
   sigaction(signal, &action, nullptr);
 }
@@ -90,13 +84,15 @@ void let_reads_go_on() {
 }
 
 void change_mask(int how) {
-  const sigset_t signals = all_signals();
-  sigprocmask(how, &signals, nullptr);
+  sigprocmask(how, &all_signals, nullptr);
 }
 
 }  // namespace
 
 void install_stop_signals() {
+  sigemptyset(&all_signals);
+  for (const int signal : kSignals)
+    sigaddset(&all_signals, signal);
   change_mask(SIG_BLOCK);
   install(SIGTERM, request_stop, SA_RESTART);
   install(SIGUSR1, request_stop, SA_RESTART);

@@ -26,33 +26,36 @@ TextBuffer::~TextBuffer() {
   std::free(data_);
 }
 
-void TextBuffer::append_bytes(const char* bytes, std::size_t count) {
-  if (count > capacity_ - length_) {
-    const std::size_t capacity = (length_ + count + kStep - 1) / kStep * kStep;
-    auto* const data = static_cast<char*>(std::realloc(data_, capacity));
-    if (data == nullptr) {
-      std::free(std::exchange(data_, nullptr));
-      return;
-    }
-    data_ = data;
-    capacity_ = capacity;
+bool TextBuffer::grow_to_fit(std::size_t more) {
+  const std::size_t capacity = (length_ + more + kStep - 1) / kStep * kStep;
+  auto* const data = static_cast<char*>(std::realloc(data_, capacity));
+  if (data == nullptr) {
+    std::free(std::exchange(data_, nullptr));
+    return false;
   }
-  std::memcpy(data_ + length_, bytes, count);
-  length_ += count;
+  data_ = data;
+  capacity_ = capacity;
+  return true;
 }
 
 void TextBuffer::append_all(const Piece* pieces, std::size_t count) {
+  if (!valid()) return;
   const std::size_t start = length_;
+  const auto append_bytes = [this](const char* bytes, std::size_t size) {
+    if (size > capacity_ - length_ && !grow_to_fit(size)) return false;
+    std::memcpy(data_ + length_, bytes, size);
+    length_ += size;
+    return true;
+  };
   for (const Piece* piece = pieces; piece != pieces + count; ++piece) {
-    if (!valid()) return;
     if (piece->text_ != nullptr) {
-      append_bytes(piece->text_, piece->value_);
+      if (!append_bytes(piece->text_, piece->value_)) return;
     } else {
       const DecimalText digits(static_cast<std::int32_t>(piece->value_), piece->width_, piece->padding_);
-      append_bytes(digits.c_str(), digits.length());
+      if (!append_bytes(digits.c_str(), digits.length())) return;
     }
   }
-  if (!valid() || std::memchr(data_ + start, '%', length_ - start) == nullptr) return;
+  if (std::memchr(data_ + start, '%', length_ - start) == nullptr) return;
   has_percent_ = true;
   length_ = start + fold_percent_signs(data_ + start, length_ - start);
 }

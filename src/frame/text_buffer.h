@@ -70,7 +70,7 @@ class TextBuffer {
 
  private:
   void append_all(const Piece* pieces, std::size_t count);
-  void append_bytes(const char* bytes, std::size_t count);
+  [[nodiscard]] bool grow_to_fit(std::size_t more);
 
   std::size_t length_ = 0;
   std::size_t capacity_;
