@@ -231,7 +231,7 @@ bool begins_with(std::string_view uri, std::string_view prefix) {
 
 bool matches(const Route& route, std::string_view uri) {
   if (!begins_with(uri, route.prefix)) return false;
-  const std::string_view tail = uri.substr(route.prefix.size());
+  const std::string_view tail(uri.data() + route.prefix.size(), uri.size() - route.prefix.size());
   switch (route.match) {
     case kPrefix:
       return true;

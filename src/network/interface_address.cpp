@@ -108,7 +108,7 @@ HardwareAddress taken_hardware_address(const ifreq& request) {
 std::string_view take_column(std::string_view& line) {
   const std::size_t tab = line.find('\t');
   line.remove_prefix(tab == std::string_view::npos ? line.size() : tab + 1);
-  return line.substr(0, kMaxColumn);
+  return {line.data(), std::min(line.size(), kMaxColumn)};
 }
 
 /// The hexadecimal number that `text` begins with: 0 without one, all bits set when it exceeds 32 bits.
@@ -125,9 +125,14 @@ bool next_line(std::FILE* resolver_file, ResolverLine& line) {
   return std::fgets(line.data(), static_cast<int>(line.size()), resolver_file) != nullptr;
 }
 
+/// Spelt out: std::string_view's own needs the C++ library on the device for a check that cannot fail here.
+bool begins_with(std::string_view text, std::string_view beginning) {
+  return text.size() >= beginning.size() && std::memcmp(text.data(), beginning.data(), beginning.size()) == 0;
+}
+
 /// What follows `keyword` and one separator when `line` begins with it; empty behind a bare keyword.
 std::optional<ResolverText> resolver_value(std::string_view line, std::string_view keyword) {
-  if (!line.starts_with(keyword)) return std::nullopt;
+  if (!begins_with(line, keyword)) return std::nullopt;
   line.remove_prefix(std::min(line.size(), keyword.size() + 1));
   ResolverText value{};
   line.copy(value.data(), value.size() - 1);
@@ -293,7 +298,7 @@ std::uint32_t find_gateway(std::FILE* route_table, const char* interface_name) {
   std::array<char, 256> line{};
   while (std::fgets(line.data(), line.size(), route_table) != nullptr) {
     std::string_view rest(line.data());
-    if (!rest.starts_with(interface_name)) continue;
+    if (!begins_with(rest, interface_name)) continue;
     const std::uint32_t destination = hexadecimal(take_column(rest));
     const std::uint32_t gateway = hexadecimal(take_column(rest));
     if (destination == kNoAddress || gateway == kNoAddress) {

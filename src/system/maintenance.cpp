@@ -63,7 +63,8 @@ void request_reboot(Service& service, const Request& request) {
 
 void reset_to_factory(Service& service, const Request& request) {
   const char* const mark = std::strchr(request.uri, '?');
-  const std::string_view query = mark == nullptr ? "" : std::string_view(mark + 1).substr(0, 255);
+  const char* const behind_mark = mark == nullptr ? "" : mark + 1;
+  const std::string_view query(behind_mark, strnlen(behind_mark, 255));
   if (query.empty()) return answer_status(request, Status::kInvalidXmlFormat);
   const QueryPair pair = split_query(query);
   const auto value_is = [&pair](const char* word) { return strcasecmp(pair.value.data(), word) == 0; };
