@@ -7,6 +7,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import urllib.error
 import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)) + "/../support")
@@ -25,9 +26,10 @@ class Browser:
         self.driver = subprocess.Popen(alone + ["chromedriver", "--port=" + self.base.rsplit(":", 1)[1]],
                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                        preexec_fn=end_with_test)
-        flags = ["headless", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run", "disable-sync",
-                 "disable-background-networking", "disable-component-update", "disable-dev-shm-usage",
-                 "hide-scrollbars", "window-size=1280,1500", "user-data-dir=" + directory + "/profile"]
+        # The pipe needs no name localhost.
+        flags = ["headless", "no-sandbox", "remote-debugging-pipe", "disable-gpu", "disable-quic", "no-first-run",
+                 "disable-sync", "disable-background-networking", "disable-component-update",
+                 "disable-dev-shm-usage", "hide-scrollbars", "window-size=1280,1500", "user-data-dir=" + directory + "/profile"]
         options = {"args": ["--" + flag for flag in flags]}
         binary = shutil.which("chromium")
         if binary:
@@ -45,8 +47,11 @@ class Browser:
     def ask(self, method, path, body=None):
         data = None if body is None else json.dumps(body).encode()
         request = urllib.request.Request(self.base + path, data, {"Content-Type": "application/json"}, method=method)
-        with urllib.request.urlopen(request, timeout=60) as answer:
-            return json.load(answer)["value"]
+        try:
+            with urllib.request.urlopen(request, timeout=60) as answer:
+                return json.load(answer)["value"]
+        except urllib.error.HTTPError as error:
+            sys.exit(f"{method} {path}: {error.read().decode()}")
 
     def run(self, script, *arguments):
         return self.ask("POST", "/execute/sync", {"script": script, "args": arguments})
