@@ -52,10 +52,10 @@ class Camera:
         for line in lines:
             eventually(lambda: line in self.log(), f"'{line}' on the terminal:\n{self.log()}")
 
-    def ask(self, method, path, body=None):
+    def ask(self, method, path, body=None, user="admin:admin"):
         """Status and body of the answer; a status of 0 when there is none."""
         request = urllib.request.Request(f"http://127.0.0.1:{self.port}{path}", body, method=method)
-        request.add_header("Authorization", "Basic " + base64.b64encode(b"admin:admin").decode())
+        request.add_header("Authorization", "Basic " + base64.b64encode(user.encode()).decode())
         try:
             with urllib.request.urlopen(request, timeout=20) as answer:
                 return answer.status, answer.read()

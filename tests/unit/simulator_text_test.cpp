@@ -1,11 +1,10 @@
 // What the simulated camera shows and reads of other people's bytes: texts for a terminal, FastCGI records.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 
 #include "simulator/fastcgi.h"
-#include "simulator/journal.h"
-#include "simulator/relay.h"
 #include "simulator/text.h"
 
 namespace {
@@ -26,14 +25,6 @@ TEST(SimulatedCameraTexts, ReachNoTerminalAsCommands) {
   EXPECT_EQ(camera::json_text("a\"\\\n\t\x1b\x9b"), "\"a\\\"\\\\\\n\\t??\"");
 }
 
-TEST(SimulatedCameraTexts, IndentDocuments) {
-  using Lines = std::vector<std::string>;
-  EXPECT_EQ(camera::indent_xml("<?xml?>\r\n<a x=\"1\"><b>t</b><c/><d></d></a>"),
-            (Lines{"<?xml?>", "<a x=\"1\">", "  <b>t</b>", "  <c/>", "  <d></d>", "</a>"}));
-  EXPECT_EQ(camera::indent_xml("</a></a><b"), (Lines{"</a>", "</a>", "<b"}));
-  EXPECT_EQ(camera::indent_xml("no\r\nxml"), (Lines{"no", "xml"}));
-}
-
 TEST(SimulatedCameraRelay, TakesWholeRecordsOnly) {
   const std::string answer = "Status: 401 Unauthorized\r\n\r\n" + std::string(70000, 'x');
   std::string bytes = camera::fastcgi::answer_records(7, answer) + "\x01\x06";
@@ -49,20 +40,6 @@ TEST(SimulatedCameraRelay, TakesWholeRecordsOnly) {
   EXPECT_EQ(camera::fastcgi::read_parameters(std::string("\1\2abc\x80\0\0\1\0d\3\1xy", 15)),
             (Variables{{"a", "bc"}, {"d", ""}}));
   EXPECT_TRUE(camera::fastcgi::read_parameters("\xff\xff\xff\xff\xff\xff\xff\xff").empty());
-}
-
-TEST(SimulatedCameraRelay, ReadsAnswersAndCredentials) {
-  camera::Exchange exchange;
-  camera::read_answer("Content-Type: x\n\n<ResponseStatus v><statusCode>4</statusCode>", exchange);
-  EXPECT_TRUE(exchange.http_status == 200 && exchange.status_code == 4);
-  exchange = {};
-  camera::read_answer("Status: 401 Unauthorized\r\n\r\nno", exchange);
-  EXPECT_TRUE(exchange.http_status == 401 && exchange.status_code == 0);
-  exchange = {};
-  camera::read_answer("", exchange);
-  EXPECT_EQ(exchange.http_status, 500);
-  EXPECT_EQ(camera::basic_credentials("basic YWRtaW46YTpi"), "admin:a:b");
-  EXPECT_EQ(camera::basic_credentials("Digest YWRt"), "");
 }
 
 }  // namespace
