@@ -1,4 +1,5 @@
 // From start to stop: what the service waits for, what it does without, how it is told to end.
+#include <sched.h>
 #include <sqlite3.h>
 #include <sys/msg.h>
 #include <sys/syscall.h>
@@ -57,13 +58,14 @@ TEST_F(LifecycleTest, WaitsForBothQueuesAndCanBeStoppedMeanwhile) {
       EXPECT_EQ(stop_service(signal), 0) << key;
     }
   }
-  remove_queue(1111);
+  ASSERT_EQ(unshare(CLONE_NEWIPC), 0);  // where the first queue gets the number 0
   start_service();
   const fastcgi::Connection early = begin({.uri = "/PSIA/x"});
   wait_until_idle();
   ASSERT_GE(msgget(1111, 0666 | IPC_CREAT), 0);
   ASSERT_GE(msgget(2222, 0666 | IPC_CREAT), 0);
   EXPECT_EQ(early.receive().out, status(4, "/PSIA/x"));
+  EXPECT_EQ(effect(kSwitchOff), "Audio Enable=0; message 3; status 1");
 }
 
 TEST_F(LifecycleTest, MessagesLeftInTheQueuesAreDiscardedAtStart) {

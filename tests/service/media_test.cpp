@@ -1,5 +1,7 @@
 // Audio, video input and streaming: what the documents show, what a change stores and tells the daemons, and
 // who is watching.
+#include <regex>
+
 #include "tests/support/service_fixture.h"
 
 namespace psia_tests {
@@ -86,19 +88,19 @@ REFUSE VideoSource ABORT :: VideoInputChannel(id=1) => status 3
 
 // The streaming documents: which of the stored values each shows, and how.
 
-/// The resolution elements; with the sizes that a client may set in the capabilities.
-std::string size(const std::string& width, const std::string& height, const std::string& widths = "",
-                 const std::string& heights = "") {
-  const auto opt = [](const std::string& sizes) { return sizes.empty() ? "" : "{opt=\"" + sizes + "\"}"; };
-  return xml("videoResolutionWidth" + opt(widths) + "=" + width + " videoResolutionHeight" + opt(heights) +
-             "=" + height);
+/// The resolution elements of "1280x720", or in the capabilities of "1280{1280,1920}x720{720,1080}".
+std::string size(const std::string& sides) {
+  const std::string brief =
+      "videoResolutionWidth" + std::regex_replace(sides, std::regex(R"((\d+)(\{.*?\})?x?)"), "$2=$1 H");
+  return xml(replaced(brief.substr(0, brief.size() - 2),
+                      {{" H", " videoResolutionHeight"}, {"{", "{opt=\""}, {"}", "\"}"}}));
 }
 
-const std::string kSize = size("1920", "1080");
-const std::string kSlaveSize = size("1280", "720");
-const std::string kListedSlaveSize = size("352", "240");
-const std::string kCapabilitiesSize = size("1920", "1080", "1280,1920", "720,1080");
-const std::string kSlaveCapabilitiesSize = size("352", "240", "352,704", "240,480");
+const std::string kSize = size("1920x1080");
+const std::string kSlaveSize = size("1280x720");
+const std::string kListedSlaveSize = size("352x240");
+const std::string kCapabilitiesSize = size("1920{1280,1920}x1080{720,1080}");
+const std::string kSlaveCapabilitiesSize = size("352{352,704}x240{240,480}");
 
 /// The Master stream's elements in the factory state; with what a client may set.
 const std::string kElements = xml(R"(
@@ -130,7 +132,7 @@ const Pairs kDefaults = {
      xml(R"(fixedQuality{min="0" max="100" default="50"}=50 vbrUpperCap=10240 vbrLowerCap=1024)")},
     {kSize, kSlaveSize},
     {">MJPEG<", ">H.264<"},
-    {"H.264" + kScanType + kListedSlaveSize, "MJPEG" + kScanType + size("704", "480")},
+    {"H.264" + kScanType + kListedSlaveSize, "MJPEG" + kScanType + size("704x480")},
     {">3000<", ">1500<"}};
 const Pairs kSlave = {{">1</id>", ">2</id>"},
                       {"Master", "Slave"},
@@ -174,33 +176,28 @@ TEST_F(MediaTest, TheIdentifierChoosesTheStreamAndNoneIsRefused) {
 }
 
 TEST_F(MediaTest, SizesFollowResolutionCodeAndCaptureMode) {
-  // Spec.VideoResolution: 0x20 offers larger sizes, 0x200000 is the smaller class of sensors.
-  const auto expect_sizes = [this](int offered, int capture_mode, int code, const std::string& plain,
-                                   const std::string& capabilities) {
-    expect_streams("update Spec set VideoResolution=" + std::to_string(offered) +
-                       ";update VideoSource set CaptureMode=" + std::to_string(capture_mode) +
-                       ";update VideoEncoder set Resolution=" + std::to_string(code),
-                   {{kSize, plain},
-                    {kSlaveSize, plain},
-                    {kCapabilitiesSize, capabilities},
-                    {kSlaveCapabilitiesSize, capabilities},
-                    {kListedSlaveSize, code == 2 ? kListedSlaveSize : size("704", "480")}});
-  };
-  const std::string basic = size("1280", "720");
-  const std::string wide = size("1280", "1024");
-  expect_sizes(0x20, 0, 0, basic, size("704", "480", "352,704", "240,480"));
-  expect_sizes(0x20, 0, 1, basic, size("704", "240", "352,704", "240,480"));
-  expect_sizes(0x20, 0, 2, basic, kSlaveCapabilitiesSize);
-  expect_sizes(0x20, 0, 3, basic, size("144", "112"));
-  for (const int code : {-1, 4, 6}) {
-    expect_sizes(0x20, 0, code, basic, size("1280", "720", "1280,1920", "720,1080"));
-    expect_sizes(0x1f, 2, code, basic, size("1280", "720", "1280", "720"));
-    expect_sizes(0x20, 1, code, wide, size("1280", "1024", "1280,2040", "1024,1536"));
-    expect_sizes(0x200000, 1, code, wide, size("1280", "1024", "1280", "1024"));
+  // The sizes offered (Spec.VideoResolution: 0x20 larger ones, 0x200000 the smaller class of sensors), the
+  // capture mode, the resolution code, and the sizes then shown as the stream's and in its capabilities.
+  for (const auto& [offered, mode, code, plain, capabilities] : std::vector<std::array<std::string, 5>>{
+           {"0x20", "0", "0", "1280x720", "704{352,704}x480{240,480}"},
+           {"0x20", "0", "1", "1280x720", "704{352,704}x240{240,480}"},
+           {"0x20", "0", "2", "1280x720", "352{352,704}x240{240,480}"},
+           {"0x20", "0", "3", "1280x720", "144x112"},
+           {"0x20", "0", "4", "1280x720", "1280{1280,1920}x720{720,1080}"},
+           {"0x1f", "2", "-1", "1280x720", "1280{1280}x720{720}"},
+           {"0x20", "1", "6", "1280x1024", "1280{1280,2040}x1024{1024,1536}"},
+           {"0x200000", "1", "4", "1280x1024", "1280{1280}x1024{1024}"},
+           {"0x1f", "0", "5", "1920x1080", "1920{1280,1920}x1080{720,1080}"},
+           {"0x20", "1", "5", "2040x1536", "2040{1280,2040}x1536{1024,1536}"},
+           {"0x200020", "1", "5", "1920x1080", "1920{1280,1920}x1080{720,1080}"}}) {
+    expect_streams("update Spec set VideoResolution=" + offered + ";update VideoSource set CaptureMode=" +
+                       mode + ";update VideoEncoder set Resolution=" + code,
+                   {{kSize, size(plain)},
+                    {kSlaveSize, size(plain)},
+                    {kCapabilitiesSize, size(capabilities)},
+                    {kSlaveCapabilitiesSize, size(capabilities)},
+                    {kListedSlaveSize, code == "2" ? kListedSlaveSize : size("704x480")}});
   }
-  expect_sizes(0x1f, 0, 5, kSize, kCapabilitiesSize);
-  expect_sizes(0x20, 1, 5, size("2040", "1536"), size("2040", "1536", "1280,2040", "1024,1536"));
-  expect_sizes(0x200020, 1, 5, kSize, kCapabilitiesSize);  // of the smaller class
 }
 
 TEST_F(MediaTest, StreamsShowStoredValuesAndWhatMissingRowsStandFor) {
@@ -243,8 +240,8 @@ TEST_F(MediaTest, StreamsShowStoredValuesAndWhatMissingRowsStandFor) {
   expect_streams("update VideoEncoder set Enable=-1 where VideoEncoderID=1", {}, "'/2' '/2/capabilities' ''");
   // Without a Spec row the sensor is of the smaller class: no 2040 x 1536 in any mode. Without a System row
   // the capture mode is not known and counts as 1920 x 1080.
-  expect_streams("delete from Spec;update VideoSource set CaptureMode=1",
-                 {{kSlaveSize, size("1280", "1024")}}, "'/1/capabilities' '/2/capabilities'");
+  expect_streams("delete from Spec;update VideoSource set CaptureMode=1", {{kSlaveSize, size("1280x1024")}},
+                 "'/1/capabilities' '/2/capabilities'");
   expect_streams("delete from System;update VideoSource set CaptureMode=1", {});
 }
 

@@ -6,15 +6,16 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdint>
-#include <utility>
+
+#include "simulator/fastcgi.h"
 
 namespace fastcgi {
 
 namespace {
 
-// Record types of the FastCGI protocol, version 1.
-enum Type : std::uint8_t { kBeginRequest = 1, kEndRequest = 3, kParams, kStdin, kStdout, kStderr };
+// Further record types of the FastCGI protocol, version 1.
+constexpr unsigned char kBeginRequest = 1;
+constexpr unsigned char kErrors = 7;
 
 constexpr std::size_t kLargestRecord = 65535;
 
@@ -22,7 +23,7 @@ char low_byte(std::size_t number) {
   return static_cast<char>(static_cast<unsigned char>(number));
 }
 
-std::string record(Type type, const std::string& content) {
+std::string record(unsigned char type, const std::string& content) {
   return std::string{
              1, static_cast<char>(type), 0, 1, low_byte(content.size() >> 8U), low_byte(content.size()), 0,
              0} +
@@ -30,7 +31,7 @@ std::string record(Type type, const std::string& content) {
 }
 
 /// The content in as many records as it needs, with the empty record that ends the stream when asked for.
-std::string stream(Type type, const std::string& content, bool end = true) {
+std::string stream(unsigned char type, const std::string& content, bool end = true) {
   std::string bytes;
   for (std::size_t at = 0; at < content.size(); at += kLargestRecord)
     bytes += record(type, content.substr(at, kLargestRecord));
@@ -43,65 +44,46 @@ std::string length_of(const std::string& text) {
   return {low_byte(size >> 24U | 0x80U), low_byte(size >> 16U), low_byte(size >> 8U), low_byte(size)};
 }
 
-bool read_all(int descriptor, char* bytes, std::size_t size) {
-  for (std::size_t at = 0; at < size;) {
-    const ssize_t got = ::read(descriptor, bytes + at, size - at);
-    if (got <= 0) return false;
-    at += static_cast<std::size_t>(got);
-  }
-  return true;
-}
-
 }  // namespace
 
-Connection::Connection(const std::string& path)
-    : descriptor_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+Connection::Connection(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(std::begin(address.sun_path), sizeof address.sun_path - 1);
-  if (connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    close(std::exchange(descriptor_, -1));
-  }
+  if (connect(socket_.number, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    socket_.reset();
 }
-
-Connection::~Connection() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
-
-Connection::Connection(Connection&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
 
 void Connection::send(const Request& request) const {
   std::string variables;
   for (const auto& [name, value] : request.variables)
     variables += length_of(name) + length_of(value) + name + value;
   const std::string role = {0, 1, static_cast<char>(request.keep ? 1 : 0), 0, 0, 0, 0, 0};  // a responder
-  const std::string bytes = record(kBeginRequest, role) + stream(kParams, variables) +
-                            stream(kStdin, request.body, request.finished);
+  const std::string bytes = record(kBeginRequest, role) + stream(camera::fastcgi::kParameters, variables) +
+                            stream(camera::fastcgi::kInput, request.body, request.finished);
   for (std::size_t at = 0; at < bytes.size();) {
-    const ssize_t sent = ::send(descriptor_, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+    const ssize_t sent = ::send(socket_.number, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
     if (sent <= 0) return;  // the service need not read all of a request it refuses
     at += static_cast<std::size_t>(sent);
   }
 }
 
 bool Connection::answers_within(int milliseconds) const {
-  pollfd answer{descriptor_, POLLIN, 0};
+  pollfd answer{socket_.number, POLLIN, 0};
   return poll(&answer, 1, milliseconds) > 0;
 }
 
 Answer Connection::receive() const {
   Answer answer;
-  std::array<char, 8> header{};
-  while (!answer.ended && read_all(descriptor_, header.data(), header.size())) {
-    const auto byte = [&header](std::size_t i) {
-      return static_cast<std::size_t>(static_cast<unsigned char>(header.at(i)));
-    };
-    std::string content((byte(4) << 8U | byte(5)) + byte(6), '\0');
-    if (!read_all(descriptor_, content.data(), content.size())) break;
-    content.resize(content.size() - byte(6));  // less the padding
-    if (header[1] == kStdout) answer.out += content;
-    if (header[1] == kStderr) answer.errors += content;
-    answer.ended = header[1] == kEndRequest;
+  std::string bytes;
+  std::array<char, 65536> piece{};
+  for (ssize_t got = 0; !answer.ended && (got = read(socket_.number, piece.data(), piece.size())) > 0;) {
+    bytes.append(piece.data(), static_cast<std::size_t>(got));
+    for (const auto& record : camera::fastcgi::take_records(bytes)) {
+      if (record.type == camera::fastcgi::kOutput) answer.out += record.content;
+      if (record.type == kErrors) answer.errors += record.content;
+      answer.ended = record.type == camera::fastcgi::kEndRequest;
+    }
   }
   return answer;
 }

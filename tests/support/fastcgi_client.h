@@ -4,6 +4,8 @@
 #include <map>
 #include <string>
 
+#include "simulator/descriptor.h"
+
 namespace fastcgi {
 
 struct Request {
@@ -23,13 +25,7 @@ class Connection {
  public:
   /// Connects to the socket `path`; ok() tells whether that worked.
   explicit Connection(const std::string& path);
-  ~Connection();
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-  Connection(Connection&& other) noexcept;
-  Connection& operator=(Connection&&) = delete;
-
-  [[nodiscard]] bool ok() const { return descriptor_ >= 0; }
+  [[nodiscard]] bool ok() const { return socket_.number >= 0; }
 
   /// Sends a request; a further one only when the one before asked to keep the connection.
   void send(const Request& request) const;
@@ -41,7 +37,7 @@ class Connection {
   [[nodiscard]] Answer receive() const;
 
  private:
-  int descriptor_;
+  camera::Descriptor socket_;
 };
 
 }  // namespace fastcgi
