@@ -7,7 +7,6 @@
 
 #include "frame/access_control.h"
 #include "frame/control_queue.h"
-#include "frame/fixed_text.h"
 #include "frame/numbers.h"
 #include "frame/text_buffer.h"
 #include "frame/xml.h"
@@ -67,14 +66,6 @@ TEST(Numbers, ConvertLikeThe32BitTarget) {
   EXPECT_EQ(wrapping_multiply(2147483647, 100), -100);
 }
 
-TEST(FixedText, CutsAndKeepsTheRestOfALongerText) {
-  FixedText<8> text("01234567");
-  EXPECT_STREQ(text.c_str(), "0123456");
-  text.assign("ab");
-  EXPECT_STREQ(text.c_str(), "ab");
-  EXPECT_EQ(text.bytes()[3], '3');
-}
-
 TEST(Credentials, DecodeInAllTheirForms) {
   // 40 times 'u', a colon, 40 times 'p': "dXV1" is "uuu", "dTpw" "u:p", "cHBw" "ppp".
   const std::string too_long = "Basic " + repeated(13, "dXV1") + "dTpw" + repeated(13, "cHBw");
@@ -119,30 +110,6 @@ TEST(Xml, RefusesWhatIsNoDocumentOrDeclaresEntities) {
     EXPECT_FALSE(XmlDocument::parse(text.c_str())) << text;
   }
   EXPECT_TRUE(XmlDocument::parse("<!DOCTYPE a SYSTEM \"http://127.0.0.1:9/a.dtd\"><a/>"));
-}
-
-TEST(Xml, FindsElementsInAnyCaseAndTheirTexts) {
-  const XmlDocument document = XmlDocument::parse(
-      "<Root><!-- enabled --><ENABLED>TRUE</ENABLED> <empty/><port> 80x</port>"
-      "<name>a&lt;b<![CDATA[&c]]></name><outer><inner>1</inner>text</outer></Root>");
-  ASSERT_TRUE(document);
-  EXPECT_TRUE(document.root().is("rOOT"));
-  std::vector<std::string> texts;
-  std::vector<std::int32_t> numbers;
-  for (const XmlElement child : document.root()) {
-    texts.emplace_back(child.text());
-    numbers.push_back(child.number());
-  }
-  EXPECT_EQ(texts, (std::vector<std::string>{"TRUE", "", " 80x", "a<b&c", "text"}));
-  EXPECT_EQ(numbers, (std::vector<std::int32_t>{0, 0, 80, 0, 0}));
-  auto child = document.root().begin();
-  EXPECT_TRUE((*child).is("enabled"));
-  EXPECT_TRUE((*child).text_is("true"));
-  EXPECT_FALSE((*child).text_is("tru"));
-  FixedText<3> cut;
-  (*child).copy_text(cut);
-  EXPECT_STREQ(cut.c_str(), "TR");
-  EXPECT_STREQ((*++child).text(), "");
 }
 
 TEST(ControlMessage, KeepsItsFieldsAtTheirPlaces) {
