@@ -49,6 +49,15 @@ void handle_request(psia::Service& service) {
                            .tail = ""});
 }
 
+/// Ends the request. libfcgi then waits up to 2 s for the web server to close the connection; not when the
+/// service is to end.
+void finish_request() {
+  if (!psia::stop_requested()) return FCGI_Finish();
+  FCGI_fflush(FCGI_stdout);  // the answer goes out first, whole
+  const psia::StopSignalsAllowed allowed;
+  FCGI_Finish();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -73,7 +82,7 @@ int main(int argc, char** argv) {
     environment.restore_tz();
     queues->begin_request();
     handle_request(service);
-    FCGI_Finish();
+    finish_request();
   }
   return EXIT_SUCCESS;
 }

@@ -9,14 +9,15 @@
 
 namespace psia {
 
-/// Bytes from which on it is worth the while; ordinary requests use a few kilobytes and pay nothing.
-inline constexpr std::size_t kLargeUse = 64UL << 10;
+/// Bytes of a body from which on that is worth the while: parsed, each can take 25. Ordinary requests have
+/// fewer.
+inline constexpr std::size_t kLargeBody = 8UL << 10;
 
-/// Call after `used` bytes were freed. Freed memory otherwise stays with the process, in pieces
-/// between others that are still in use. Does nothing for the few kilobytes of an ordinary request.
-inline void give_back_memory([[maybe_unused]] std::size_t used) {
+/// Call when what a body of `size` bytes led to was freed. Freed memory otherwise stays with the process, in
+/// pieces between others that are still in use.
+inline void give_back_memory([[maybe_unused]] std::size_t size) {
 #ifdef __GLIBC__
-  if (used >= kLargeUse) malloc_trim(0);
+  if (size >= kLargeBody) malloc_trim(0);
 #endif
 }
 

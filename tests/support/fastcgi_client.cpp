@@ -73,6 +73,11 @@ bool Connection::answers_within(int milliseconds) const {
   return poll(&answer, 1, milliseconds) > 0;
 }
 
+void Connection::send_more(const std::string& body) const {
+  const std::string bytes = stream(kStdin, body, false);
+  (void)::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
+
 Answer Connection::receive() const {
   Answer answer;
   std::string bytes;

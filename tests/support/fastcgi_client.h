@@ -29,6 +29,8 @@ class Connection {
 
   /// Sends a request; a further one only when the one before asked to keep the connection.
   void send(const Request& request) const;
+  /// Sends a further part of the body of a request that is not finished.
+  void send_more(const std::string& body) const;
 
   /// Whether an answer begins, or the connection ends, within so many milliseconds.
   [[nodiscard]] bool answers_within(int milliseconds) const;

@@ -1,0 +1,281 @@
+// Requests that try to hold the camera up: documents made to grow, bodies that do not come, lists that send
+// messages without end. Each costs a known time and memory, and a stop ends it.
+#include <iconv.h>
+#include <sys/syscall.h>
+
+#include <chrono>
+#include <csignal>
+#include <regex>
+
+#include "tests/support/fault_test.h"
+
+namespace psia_tests {
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr const char* kInfo = "/PSIA/System/deviceInfo";
+constexpr const char* kChannels = "/PSIA/Streaming/channels/1";
+constexpr std::size_t kLargest = 1048576;
+
+/// The ASCII text in another encoding. UTF-7 can be written in many ways; here each E is.
+std::string encoded(const std::string& encoding, std::string text) {
+  if (encoding == "UTF-7") return std::regex_replace(text, std::regex("E"), "+AEU-");
+  std::string result(text.size(), '\0');
+  const iconv_t converter = iconv_open(encoding.c_str(), "ASCII");
+  char* from = text.data();
+  char* to = result.data();
+  std::size_t left = text.size();
+  std::size_t room = result.size();
+  EXPECT_EQ(iconv(converter, &from, &left, &to, &room), 0U) << encoding;
+  iconv_close(converter);
+  return result;
+}
+
+/// `count` pieces, each a different name between `before` and `after`.
+std::string names(int count, const std::string& before, const std::string& after) {
+  std::string text;
+  for (int i = 0; i < count; ++i) {
+    text += before;
+    for (int rest = i + 52; rest > 0; rest /= 52)
+      text += static_cast<char>((rest % 52 < 26 ? 'a' : 'A' - 26) + rest % 52);
+    text += after;
+  }
+  return text;
+}
+
+/// `document` made as long as a body may be, with text at the first "|".
+std::string filled(std::string document) {
+  const std::size_t at = document.find('|');
+  document.erase(at, 1);
+  return document.insert(at, std::string(kLargest - document.size(), 'x'));
+}
+
+std::string repeated(const std::string& text, int times) {
+  std::string result;
+  while (times-- > 0)
+    result += text;
+  return result;
+}
+
+class DocumentLimitsTest : public RunningServiceTest {
+ protected:
+  /// A line of a file of the service in /proc that begins with `name`, in bytes.
+  [[nodiscard]] std::size_t kilobytes(const char* file, const std::string& name) const {
+    wait_until_idle();
+    const std::string content = read_file("/proc/" + std::to_string(service_pid) + "/" + file);
+    const std::size_t at = content.find(name);
+    EXPECT_NE(at, std::string::npos) << file;
+    return std::stoul(content.substr(at + name.size())) * 1024;
+  }
+};
+
+TEST_F(DocumentLimitsTest, ADeclaredEntityIsRefusedBeforeItIsExpanded) {
+  std::string nested = "<!DOCTYPE DeviceInfo [<!ENTITY % a0 '" + repeated("<!--x-->", 50) + "'>";
+  for (int i = 1; i < 7; ++i) {
+    nested += "<!ENTITY % a" + std::to_string(i) + " '" +
+              repeated("&#37;a" + std::to_string(i - 1) + ";", 20) + "'>";
+  }
+  nested += "%a6;]><DeviceInfo/>";
+  const std::string flat = "<!DOCTYPE DeviceInfo [<!ENTITY % a '" + repeated("<!--x-->", 5000) + "'>" +
+                           repeated("%a;", 600) + "]><DeviceInfo/>";
+  const auto declaring = [](const std::string& declaration, const std::string& encoding) {
+    return "<?xml version='1.0' encoding='" + encoding + "'?><!DOCTYPE DeviceInfo [" + declaration +
+           "]><DeviceInfo><deviceName>changed</deviceName></DeviceInfo>";
+  };
+  std::vector<std::string> bodies = {nested, flat};
+  for (const char* declaration : {"<!ENTITY a 'b'>", "<!ENTITY % a 'b'>", "<!ENTITY a SYSTEM 'b'>",
+                                  "<!NOTATION n SYSTEM 'n'><!ENTITY a SYSTEM 'b' NDATA n>"}) {
+    for (const char* encoding : {"UTF-8", "ISO-8859-1", "UTF-7", "IBM037", "SHIFT_JIS"})
+      bodies.push_back(encoded(encoding, declaring(declaration, encoding)));
+  }
+  const std::size_t idle = kilobytes("status", "VmHWM:");
+  for (const std::string& body : bodies)
+    EXPECT_EQ(put(kInfo, body), status(3, kInfo)) << body.substr(0, 120);
+  EXPECT_NE(rows("select DDNSHostname from Network"), "changed");
+  EXPECT_LT(kilobytes("status", "VmHWM:"), idle + 6000000);
+  for (const char* encoding : {"UTF-7", "IBM037"}) {  // without the declaration they are read
+    run_sql("update Network set DDNSHostname=''");
+    EXPECT_EQ(put(kInfo, encoded(encoding, declaring("<!ELEMENT a ANY>", encoding))), status(1, kInfo));
+    EXPECT_EQ(rows("select DDNSHostname from Network"), "changed");
+  }
+}
+
+TEST_F(DocumentLimitsTest, WhatADocumentCostsIsBounded) {
+  const auto info = [](const std::string& inside) { return "<DeviceInfo>" + inside + "</DeviceInfo>"; };
+  const std::string own_defaults =
+      "<!DOCTYPE DeviceInfo [<!ATTLIST a " + names(1200, "", " CDATA \"\" ") + ">]>";
+  const std::string leaves = names(9990, "<", "/>");
+  const std::vector<std::tuple<const char*, int, std::string>> documents = {
+      {"text", 1, filled(info("<a>|</a>"))},
+      {"text in a section", 1, filled(info("y<a><![CDATA[|]]></a>"))},
+      {"elements", 1, filled(info(leaves + "<a>|</a>"))},
+      {"one element too many", 3, info(names(10000, "<", "/>"))},
+      {"elements to the end", 3, info(repeated("<a/>", 262000))},
+      {"attributes", 1, "<DeviceInfo " + names(5900, " ", "='&amp;'") + "/>"},
+      {"everything", 1,
+       filled(
+           info(leaves.substr(0, leaves.size() / 2) + "<a>|</a><a " + names(5900, " ", "='&amp;'") + "/>"))},
+      {"attributes of one element", 3, "<DeviceInfo " + names(100000, " ", "=''") + "/>"},
+      {"attributes of one element in EBCDIC", 3,
+       encoded("IBM037",
+               "<?xml version='1.0' encoding='IBM037'?><DeviceInfo " + names(60000, " ", "=''") + "/>")},
+      {"name spaces", 1,
+       "<DeviceInfo" + names(5900, " xmlns:", "='a'") + ">" + repeated("<none:a/>", 9000) + "</DeviceInfo>"},
+      {"defaults of its own", 3, own_defaults + info(repeated("<a/>", 3000))},
+      {"defaults behind an error", 3,
+       "<?xml version='1.0' bad?>" + own_defaults + info(repeated("<a/>", 3000))},
+      {"alternatives", 3,
+       "<!DOCTYPE DeviceInfo [<!ATTLIST a b (" + names(200000, "", "|") + "z) #IMPLIED>]><DeviceInfo/>"},
+      {"a model", 3, "<!DOCTYPE DeviceInfo [<!ELEMENT a (" + repeated("a|", 400000) + "a)>]><DeviceInfo/>"},
+      {"instructions", 3, info(names(100000, "<?", "?>"))},
+      {"references", 3, "<!DOCTYPE DeviceInfo SYSTEM 'x'>" + info(names(100000, "&", ";"))},
+      {"text sections", 1, info(repeated("<![CDATA[a]]>", 80000))},
+      {"characters by number", 1, info(repeated("&#65;", 200000))},
+      {"Latin text", 3, "<?xml version='1.0' encoding='ISO-8859-1'?>" + info(std::string(1000000, '\xe9'))},
+  };
+  EXPECT_EQ(put(kInfo, std::get<2>(documents[0])), status(1, kInfo));
+  const std::size_t idle = kilobytes("smaps_rollup", "Private_Dirty:");
+  for (const auto& [name, code, body] : documents) {
+    write_file("/proc/" + std::to_string(service_pid) + "/clear_refs", "5");  // the peak begins anew
+    const std::size_t before = kilobytes("status", "VmRSS:");
+    const auto start = steady_clock::now();
+    EXPECT_EQ(put(kInfo, body), status(code, kInfo)) << name;
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(8)) << name;
+#if !defined(__SANITIZE_ADDRESS__)
+    EXPECT_LT(kilobytes("status", "VmHWM:"), before + 6000000) << name;
+    EXPECT_LT(kilobytes("smaps_rollup", "Private_Dirty:"), idle + 300000) << name;
+#endif
+  }
+  (void)idle;
+}
+
+TEST_F(DocumentLimitsTest, AThousandUsersFitIntoOneDocument) {
+  std::string list = "<UserList version=\"1.0\" xmlns=\"urn:psialliance-org\">\n";
+  for (int i = 0; i < 1000; ++i) {
+    const std::string name = "u" + std::to_string(i);
+    run_sql("insert into User values('" + name + "', 'old', 2)");
+    list += "  <User version=\"1.0\">\n    <id>" + name + "</id>\n    <userName>" + name +
+            "</userName>\n    <password>new" + std::to_string(i) +
+            "==</password>\n    <userLevel>2</userLevel>\n"
+            "    <loginType>basic</loginType>\n  </User>\n";
+  }
+  EXPECT_EQ(put("/PSIA/Security/AAA/users", list + "</UserList>\n"), status(1, "/PSIA/Security/AAA/users"));
+  EXPECT_EQ(rows("select count(*) from User where Password='new' || substr(UserID, 2) || '=='"), "1000");
+}
+
+class BodyLimitsTest : public FaultTest {
+ protected:
+  const std::string body_ = "<DeviceInfo><deviceName>arrived</deviceName></DeviceInfo>";
+
+  /// A request whose body comes but for its last bytes, for which the service waits.
+  fastcgi::Connection begin_unfinished(std::size_t missing, const char* uri = kInfo) {
+    fastcgi::Request request = to_request({.method = "PUT", .uri = uri, .body = body_});
+    request.body.resize(request.body.size() - missing);
+    fastcgi::Connection connection("/usr/local/orvid/psia.sock");
+    connection.send_unfinished(request);
+    EXPECT_TRUE(eventually([this] {  // in the system call
+      return read_file("/proc/" + std::to_string(service_pid) + "/syscall")
+                 .rfind(std::to_string(SYS_read) + " ", 0) == 0;
+    }));
+    return connection;
+  }
+  static std::string stored() { return rows("select DDNSHostname from Network"); }
+};
+
+TEST_F(BodyLimitsTest, AStopEndsARequestThatWaitsForItsBody) {
+  for (const int signal : {SIGTERM, SIGUSR1}) {
+    const fastcgi::Connection connection = begin_unfinished(1);
+    const auto start = steady_clock::now();
+    for (int i = 0; i < 3; ++i) {
+      kill(service_pid, signal);
+      usleep(300000);
+    }
+    EXPECT_EQ(connection.receive().out, status(3, kInfo));
+    EXPECT_EQ(wait_for_exit(), 0);
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(3));
+    EXPECT_NE(stored(), "arrived");
+    start_with_plan();
+  }
+}
+
+TEST_F(BodyLimitsTest, NoSignalCutsABodyThatArrives) {
+  const fastcgi::Connection connection = begin_unfinished(8);
+  for (std::size_t left = 8; left > 0; --left) {
+    kill(service_pid, SIGALRM);
+    kill(service_pid, SIGTERM);
+    usleep(400000);
+    connection.send_more(body_.substr(body_.size() - left, 1));
+  }
+  EXPECT_EQ(connection.receive().out, status(1, kInfo));
+  EXPECT_EQ(wait_for_exit(), 0);
+  EXPECT_EQ(stored(), "arrived");
+}
+
+TEST_F(BodyLimitsTest, SilenceOf30SecondsEndsABodyAndABytePer20SecondsDoesNot) {
+  plan->speed = 20;
+  {
+    const fastcgi::Connection slow = begin_unfinished(3);
+    for (std::size_t left = 3; left > 0; --left) {
+      usleep(1000000);
+      slow.send_more(body_.substr(body_.size() - left, 1));
+    }
+    EXPECT_EQ(slow.receive().out, status(1, kInfo));
+  }
+  EXPECT_EQ(stored(), "arrived");
+  run_sql("update Network set DDNSHostname='before'");
+  const auto start = steady_clock::now();
+  EXPECT_EQ(begin_unfinished(1).receive().out, status(3, kInfo));
+  EXPECT_GT(steady_clock::now() - start, std::chrono::milliseconds(1300));
+  EXPECT_EQ(stored(), "before");
+  // A body that goes into a file ends where it is, like any that is shorter than announced.
+  const char* upload = "/PSIA/System/configurationData";
+  EXPECT_EQ(begin_unfinished(1, upload).receive().out, status(1, upload));
+  EXPECT_EQ(read_file(std::string(camera::kExchangeDirectory) + "/psia_config.dat"), "");
+  EXPECT_EQ(put(kInfo, body_), status(1, kInfo));  // and the next one comes as if nothing had been
+  EXPECT_EQ(stored(), "arrived");
+}
+
+TEST_F(BodyLimitsTest, AStopBeforeASystemCallIsNotLost) {
+  // The service sleeps where the daemons leave a message unanswered, then goes on to the next accept.
+  const fastcgi::Connection connection = begin({.method = "PUT", .uri = "/PSIA/System/reboot"});
+  (void)expect_message();
+  plan->speed = 100;
+  kill(service_pid, SIGTERM);
+  EXPECT_EQ(connection.receive().out, status(2, "/PSIA/System/reboot"));
+  EXPECT_EQ(wait_for_exit(), 0);
+}
+
+class MessageLimitsTest : public RunningServiceTest {
+ protected:
+  static std::string channel(int videos) {
+    std::string body;
+    for (int i = 1; i <= videos; ++i)
+      body += "<Video><constantBitRate>" + std::to_string(i) + "</constantBitRate></Video>";
+    return "<StreamingChannel>" + body + "</StreamingChannel>";
+  }
+  static std::string bit_rate() { return rows("select Bitrate from VideoEncoder where VideoEncoderID=0"); }
+};
+
+TEST_F(MessageLimitsTest, ARequestSends32AndTheNextFailsItsUpdate) {
+  for (int i = 0; i < 2; ++i) {  // each request anew
+    EXPECT_EQ(put_with_daemon(kChannels, channel(40), std::vector<int>(32, 0)), status(3, kChannels));
+    EXPECT_EQ(bit_rate(), "32");
+  }
+  EXPECT_EQ(put_with_daemon(kChannels, channel(32), std::vector<int>(32, 0)), status(1, kChannels));
+}
+
+TEST_F(MessageLimitsTest, AStopEndsTheListBetweenTwoMessages) {
+  const fastcgi::Connection connection = begin({.method = "PUT", .uri = kChannels, .body = channel(40)});
+  EXPECT_TRUE(camera::send_reply(camera::reply_to(expect_message(), 0)));
+  const camera::Message second = expect_message();
+  kill(service_pid, SIGTERM);
+  EXPECT_TRUE(camera::send_reply(camera::reply_to(second, 0)));
+  EXPECT_EQ(connection.receive().out, status(3, kChannels));
+  EXPECT_EQ(wait_for_exit(), 0);
+  EXPECT_EQ(bit_rate(), "2");
+  expect_no_message();
+}
+
+}  // namespace
+}  // namespace psia_tests
