@@ -8,14 +8,16 @@
 #include <sys/msg.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "frame/service.h"
 #include "frame/stop.h"
@@ -27,169 +29,49 @@
 
 namespace {
 
+/// Words that stand apart in a text.
+struct Words : std::vector<std::string> {
+  explicit Words(const char* text) {
+    std::istringstream words(text);
+    assign(std::istream_iterator<std::string>(words), {});
+  }
+};
+
 // Prefixes of the routes, and ends that choose among what they serve.
-constexpr auto kUris = std::to_array<const char*>({
-    "/PSIA/index",
-    "/PSIA/indexr",
-    "/PSIA/System/reboot",
-    "/PSIA/System/configurationData",
-    "/PSIA/System/factoryReset?MODE=FULL",
-    "/PSIA/System/factoryReset?",
-    "/PSIA/System/deviceInfo",
-    "/PSIA/System/status",
-    "/PSIA/System/time",
-    "/PSIA/System/time/localTime",
-    "/PSIA/System/time/timeZone",
-    "/PSIA/System/time/ntpServers",
-    "/PSIA/System/time/ntpServers/1",
-    "/PSIA/System/Network/interfaces",
-    "/PSIA/System/Network/interfaces/eth0",
-    "/PSIA/System/Network/interfaces/eth0/ipAddress",
-    "/PSIA/System/Network/interfaces/eth0/discovery",
-    "/PSIA/System/Audio/channels",
-    "/PSIA/System/Audio/channels/1",
-    "/PSIA/System/Video/inputs",
-    "/PSIA/System/Video/inputs/channels",
-    "/PSIA/System/Video/inputs/channels/1",
-    "/PSIA/Security/AAA/users",
-    "/PSIA/Security/AAA/users/",
-    "/PSIA/Security/AAA/users/oper",
-    "/PSIA/Streaming/status",
-    "/PSIA/Streaming/channels",
-    "/PSIA/Streaming/channels/Slave-0",
-    "/PSIA/Streaming/channels/1/status",
-    "/PSIA/Streaming/channels/1/capabilities",
-    "/PSIA/Custom/Event",
-    "/PSIA/Custom/Event/index",
-    "/PSIA/Custom/Event/description",
-    "/PSIA/Custom/Event/schedule",
-    "/PSIA/Custom/Event/notification",
-    "/PSIA/Custom/Event/notification/mailing",
-    "/PSIA/Custom/Event/notification/mailing/",
-    "/PSIA/Custom/Event/notification/ftp",
-    "/PSIA/Custom/Event/notification/ftp/",
-    "/PSIA/Custom/Event/triggers",
-    "/PSIA/Custom/Event/triggers/Sensor-0",
-    "/PSIA/Custom/Event/triggers/Sensor-0/notifications",
-});
+const Words kUris(R"(/PSIA/index /PSIA/indexr /PSIA/System/reboot /PSIA/System/configurationData
+/PSIA/System/factoryReset?MODE=FULL /PSIA/System/factoryReset? /PSIA/System/deviceInfo /PSIA/System/status
+/PSIA/System/time /PSIA/System/time/localTime /PSIA/System/time/timeZone /PSIA/System/time/ntpServers
+/PSIA/System/time/ntpServers/1 /PSIA/System/Network/interfaces /PSIA/System/Network/interfaces/eth0
+/PSIA/System/Network/interfaces/eth0/ipAddress /PSIA/System/Network/interfaces/eth0/discovery
+/PSIA/System/Audio/channels /PSIA/System/Audio/channels/1 /PSIA/System/Video/inputs
+/PSIA/System/Video/inputs/channels /PSIA/System/Video/inputs/channels/1 /PSIA/Security/AAA/users
+/PSIA/Security/AAA/users/ /PSIA/Security/AAA/users/oper /PSIA/Streaming/status /PSIA/Streaming/channels
+/PSIA/Streaming/channels/Slave-0 /PSIA/Streaming/channels/1/status /PSIA/Streaming/channels/1/capabilities
+/PSIA/Custom/Event /PSIA/Custom/Event/index /PSIA/Custom/Event/description /PSIA/Custom/Event/schedule
+/PSIA/Custom/Event/notification /PSIA/Custom/Event/notification/mailing
+/PSIA/Custom/Event/notification/mailing/ /PSIA/Custom/Event/notification/ftp
+/PSIA/Custom/Event/notification/ftp/ /PSIA/Custom/Event/triggers /PSIA/Custom/Event/triggers/Sensor-0
+/PSIA/Custom/Event/triggers/Sensor-0/notifications)");
 
-constexpr auto kMethods = std::to_array<const char*>({"PUT", "GET", "POST", "DELETE", "put", "TRACE"});
+const Words kMethods("PUT GET POST DELETE put TRACE");
 
-constexpr auto kNames = std::to_array<const char*>({
-    "DeviceInfo",
-    "Time",
-    "NTPServerList",
-    "NTPServer",
-    "NetworkInterface",
-    "IPAddress",
-    "User",
-    "UserList",
-    "AudioChannel",
-    "VideoInputChannel",
-    "Video",
-    "Audio",
-    "StreamingChannel",
-    "Transport",
-    "StreamingChannelList",
-    "EventSchedule",
-    "DayList",
-    "TimeBlock",
-    "TimeBlockList",
-    "Event",
-    "TimeRange",
-    "EventTrigger",
-    "EventTriggerList",
-    "EventTriggerNotification",
-    "EventTriggerNotificationList",
-    "EventNotificationMethods",
-    "MailingNotification",
-    "MailingNotificationList",
-    "FTPNotification",
-    "FTPNotificationList",
-    "DefaultGateway",
-    "PrimaryDNS",
-    "SecondaryDNS",
-    "deviceName",
-    "timeMode",
-    "localTime",
-    "timeZone",
-    "hostName",
-    "id",
-    "ipVersion",
-    "addressingType",
-    "ipAddress",
-    "subnetMask",
-    "userName",
-    "password",
-    "enabled",
-    "rtspPortNo",
-    "videoCodecType",
-    "videoResolutionWidth",
-    "videoResolutionHeight",
-    "fixedQuality",
-    "videoQualityControlType",
-    "constantBitRate",
-    "maxFrameRate",
-    "audioCompressionType",
-    "audioBitRate",
-    "brightnessLevel",
-    "contrastLevel",
-    "hueLevel",
-    "dayOfWeek",
-    "beginTime",
-    "endTime",
-    "intervalBetweenEvents",
-    "notificationMethod",
-    "notificationInterval",
-    "addressingFormatType",
-    "portNo",
-    "accountName",
-    "uploadPath",
-    "bitString",
-});
+const Words kNames(
+    R"(DeviceInfo Time NTPServerList NTPServer NetworkInterface IPAddress User UserList AudioChannel
+VideoInputChannel Video Audio StreamingChannel Transport StreamingChannelList EventSchedule DayList
+TimeBlock TimeBlockList Event TimeRange EventTrigger EventTriggerList EventTriggerNotification
+EventTriggerNotificationList EventNotificationMethods MailingNotification MailingNotificationList
+FTPNotification FTPNotificationList DefaultGateway PrimaryDNS SecondaryDNS deviceName timeMode localTime
+timeZone hostName id ipVersion addressingType ipAddress subnetMask userName password enabled rtspPortNo
+videoCodecType videoResolutionWidth videoResolutionHeight fixedQuality videoQualityControlType
+constantBitRate maxFrameRate audioCompressionType audioBitRate brightnessLevel contrastLevel hueLevel
+dayOfWeek beginTime endTime intervalBetweenEvents notificationMethod notificationInterval
+addressingFormatType portNo accountName uploadPath bitString)");
 
-constexpr auto kValues = std::to_array<const char*>({
-    "true",
-    "false",
-    "1",
-    "0",
-    "-1",
-    "2147483648",
-    "eth0",
-    "v4",
-    "static",
-    "dynamic",
-    "192.168.1.77",
-    "255.255.255.0",
-    "ipaddress",
-    "hostname",
-    "Master-0",
-    "Slave-0",
-    "MJPEG",
-    "VBR",
-    "G.726",
-    "1920",
-    "240",
-    "NTP",
-    "manual",
-    "2026-02-30T25:61:61",
-    "CST-8",
-    "GMT0BST,M3.5.0/1,M10.5.0",
-    "Asia/Taipei",
-    "Sensor-0",
-    "IO",
-    "FTP",
-    "SMTP",
-    "oper",
-    "anonymous",
-    "08:30:00",
-    "it's",
-    "%%s%n",
-    "&lt;&#x41;&amp;",
-    "<![CDATA[x]]>",
-    "<!--c-->",
-    "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx",
-});
+const Words kValues(
+    R"(true false 1 0 -1 2147483648 eth0 v4 static dynamic 192.168.1.77 255.255.255.0 ipaddress hostname Master-0
+Slave-0 MJPEG VBR G.726 1920 240 NTP manual 2026-02-30T25:61:61 CST-8 GMT0BST,M3.5.0/1,M10.5.0 Asia/Taipei
+Sensor-0 IO FTP SMTP oper anonymous 08:30:00 it's %%s%n &lt;&#x41;&amp; <![CDATA[x]]> <!--c-->
+xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx)");
 
 /// The input as a sequence of choices; zeros behind its end.
 class Choices {
@@ -197,11 +79,9 @@ class Choices {
   Choices(const std::uint8_t* data, std::size_t size) : at_(data), end_(data + size) {}
   unsigned int byte() { return at_ == end_ ? 0U : *at_++; }
   [[nodiscard]] bool left() const { return at_ != end_; }
-  template <std::size_t Size>
-  std::string one_of(const std::array<const char*, Size>& texts) {
+  std::string one_of(const Words& words) {
     const unsigned int choice = byte();
-    if (choice >= 0xF0) return raw();
-    return texts[choice % Size];
+    return choice >= 0xF0 ? raw() : words[choice % words.size()];
   }
   /// Bytes of the input as they are, without zeros.
   std::string raw() {

@@ -2,8 +2,8 @@
 
 #include <fcgiapp.h>
 #include <sys/time.h>
+#include <ucontext.h>
 
-#include <array>
 #include <csignal>
 #include <cstdint>
 #include <ctime>
@@ -12,7 +12,9 @@ namespace psia {
 
 namespace {
 
-constexpr std::array kSignals = {SIGTERM, SIGUSR1, SIGALRM};
+// Made once, at start: the mask is changed twice for every request.
+sigset_t stop_signals;  // SIGTERM and SIGUSR1
+sigset_t all_signals;   // those and SIGALRM
 
 /// How soon a stop first interrupts, and how often it does so again. A signal that arrives between a look at
 /// the flag and the system call that then blocks would be lost otherwise, in libfcgi's accept as in our own
@@ -42,18 +44,19 @@ void set_timer(int milliseconds) {
   timer_runs = 1;
 }
 
-sigset_t all_signals;  // made once: the mask is changed twice for every request
-
-void install(int signal, void (*handler)(int), int flags) {
+void install(int signal, void (*handler)(int, siginfo_t*, void*), int flags) {
   struct sigaction action {};
-  action.sa_handler = handler;
+  action.sa_sigaction = handler;
   action.sa_mask = all_signals;
-  action.sa_flags = flags;
+  action.sa_flags = SA_SIGINFO | flags;
   sigaction(signal, &action, nullptr);
 }
 
-/// SIGTERM and SIGUSR1 interrupt nothing themselves; the timer does when it is time to.
-extern "C" void request_stop(int /*signal*/) {
+/// SIGTERM and SIGUSR1 interrupt nothing themselves; the timer does when it is time to, so its signal is let
+/// in from here on, too. Before a stop only a body lets it in: libfcgi drops a connection when a signal meets
+/// the select(2) that follows its accept.
+extern "C" void request_stop(int /*signal*/, siginfo_t* /*info*/, void* interrupted) {
+  sigdelset(&static_cast<ucontext_t*>(interrupted)->uc_sigmask, SIGALRM);
   if (stop_was_requested == 0) silent_since = now();
   stop_was_requested = 1;
   FCGX_ShutdownPending();
@@ -62,7 +65,7 @@ extern "C" void request_stop(int /*signal*/) {
 
 /// SIGALRM. Whether a signal interrupts a read is decided when it arrives, so it takes a second one to
 /// interrupt what the first one found to be overdue.
-extern "C" void look_at_clock(int /*signal*/) {
+extern "C" void look_at_clock(int /*signal*/, siginfo_t* /*info*/, void* /*interrupted*/) {
   timer_runs = 0;
   if (body_is_awaited != 0) {
     const int limit = stop_was_requested != 0 ? kBodyTimeoutAfterStopMilliseconds : kBodyTimeoutMilliseconds;
@@ -83,39 +86,37 @@ void let_reads_go_on() {
   alarm_interrupts = 0;
 }
 
-void change_mask(int how) {
-  sigprocmask(how, &all_signals, nullptr);
-}
-
 }  // namespace
 
 void install_stop_signals() {
-  sigemptyset(&all_signals);
-  for (const int signal : kSignals)
-    sigaddset(&all_signals, signal);
-  change_mask(SIG_BLOCK);
+  sigemptyset(&stop_signals);
+  sigaddset(&stop_signals, SIGTERM);
+  sigaddset(&stop_signals, SIGUSR1);
+  all_signals = stop_signals;
+  sigaddset(&all_signals, SIGALRM);
+  sigprocmask(SIG_BLOCK, &all_signals, nullptr);
   install(SIGTERM, request_stop, SA_RESTART);
   install(SIGUSR1, request_stop, SA_RESTART);
   install(SIGALRM, look_at_clock, SA_RESTART);
 }
 
 StopSignalsAllowed::StopSignalsAllowed() {
-  change_mask(SIG_UNBLOCK);
+  sigprocmask(SIG_UNBLOCK, stop_requested() ? &all_signals : &stop_signals, nullptr);
 }
 
 StopSignalsAllowed::~StopSignalsAllowed() {
-  change_mask(SIG_BLOCK);
+  sigprocmask(SIG_BLOCK, &all_signals, nullptr);
 }
 
 BodyAwaited::BodyAwaited() {
   waits_again();
   body_is_awaited = 1;
   if (timer_runs == 0) set_timer(kBodyTimeoutMilliseconds);
-  change_mask(SIG_UNBLOCK);
+  sigprocmask(SIG_UNBLOCK, &all_signals, nullptr);
 }
 
 BodyAwaited::~BodyAwaited() {
-  change_mask(SIG_BLOCK);
+  sigprocmask(SIG_BLOCK, &all_signals, nullptr);
   body_is_awaited = 0;
   let_reads_go_on();
 }

@@ -1,6 +1,7 @@
 // Requests that try to hold the camera up: documents made to grow, bodies that do not come, lists that send
 // messages without end. Each costs a known time and memory, and a stop ends it.
 #include <iconv.h>
+#include <sys/msg.h>
 #include <sys/syscall.h>
 
 #include <chrono>
@@ -236,13 +237,27 @@ TEST_F(BodyLimitsTest, SilenceOf30SecondsEndsABodyAndABytePer20SecondsDoesNot) {
   EXPECT_EQ(stored(), "arrived");
 }
 
-TEST_F(BodyLimitsTest, AStopBeforeASystemCallIsNotLost) {
-  // The service sleeps where the daemons leave a message unanswered, then goes on to the next accept.
-  const fastcgi::Connection connection = begin({.method = "PUT", .uri = "/PSIA/System/reboot"});
-  (void)expect_message();
+TEST_F(BodyLimitsTest, TheTimerOfABodyDisturbsNoLaterRequest) {
   plan->speed = 100;
-  kill(service_pid, SIGTERM);
-  EXPECT_EQ(connection.receive().out, status(2, "/PSIA/System/reboot"));
+  EXPECT_EQ(put(kInfo, body_), status(1, kInfo));
+  const fastcgi::Connection later("/usr/local/orvid/psia.sock");  // accepted, and its first byte awaited
+  usleep(600000);
+  later.send(to_request({.uri = "/PSIA/x"}));
+  EXPECT_EQ(later.receive().out, status(4, "/PSIA/x"));
+}
+
+TEST_F(FaultTest, AStopJustBeforeASystemCallThatBlocksIsNotLost) {
+  plan_fault(kStop, 0, 1);
+  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));  // the next accept is the one
+  EXPECT_EQ(wait_for_exit(), 0);
+
+  start_with_plan();
+  camera::Message filler{.type = 1};
+  while (msgsnd(msgget(camera::kRequestQueueKey, 0), &filler, sizeof filler.body, IPC_NOWAIT) == 0) {
+  }
+  plan_fault(kStop, 0, 1);
+  EXPECT_EQ(begin({.method = "PUT", .uri = "/PSIA/System/reboot"}).receive().out,
+            status(2, "/PSIA/System/reboot"));
   EXPECT_EQ(wait_for_exit(), 0);
 }
 

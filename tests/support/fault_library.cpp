@@ -2,15 +2,15 @@
 // faster, as the test's plan says.
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <link.h>
 #include <sys/mman.h>
+#include <sys/msg.h>
+#include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
-#include <cstdint>
 #include <cstring>
 #include <ctime>
 
@@ -18,57 +18,31 @@
 
 namespace {
 
-using psia_tests::FaultKind;
-
-struct Range {
-  std::uintptr_t begin;
-  std::uintptr_t end;
-};
-enum Caller { kService, kXml, kSqlite, kCallers };
-std::array<Range, kCallers> callers{};
-psia_tests::FaultPlan* plan = nullptr;
-
-int remember(dl_phdr_info* object, std::size_t /*size*/, void* /*data*/) {
-  const bool is_service = object->dlpi_name[0] == '\0' && callers[kService].end == 0;
-  const int caller = is_service                                     ? kService
-                     : std::strstr(object->dlpi_name, "libxml2")    ? kXml
-                     : std::strstr(object->dlpi_name, "libsqlite3") ? kSqlite
-                                                                    : kCallers;
-  for (int i = 0; caller != kCallers && i < object->dlpi_phnum; ++i) {
-    const auto& part = object->dlpi_phdr[i];
-    if (part.p_type != PT_LOAD || (part.p_flags & PF_X) == 0) continue;
-    const std::uintptr_t begin = object->dlpi_addr + part.p_vaddr;
-    callers[static_cast<std::size_t>(caller)] = {begin, begin + part.p_memsz};
-  }
-  return 0;
-}
+FaultPlan* plan = nullptr;
 
 __attribute__((constructor)) void read_plan() {
-  dl_iterate_phdr(remember, nullptr);
-  const int file = open(psia_tests::kFaultPlanFile, O_RDWR | O_CLOEXEC);
+  const int file = open(kFaultPlanFile, O_RDWR | O_CLOEXEC);
   void* const page = mmap(nullptr, sizeof *plan, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  if (page != MAP_FAILED) plan = static_cast<FaultPlan*>(page);
   close(file);
-  if (page != MAP_FAILED) plan = static_cast<psia_tests::FaultPlan*>(page);
-}
-
-bool called_from(const void* address, Caller caller) {
-  const auto at = reinterpret_cast<std::uintptr_t>(address);
-  return at >= callers[caller].begin && at < callers[caller].end;
 }
 
 /// Whether this operation is one of those that are to fail.
 bool fails(FaultKind kind) {
-  if (plan == nullptr || plan->kind != kind) return false;
-  if (plan->skip > 0) return --plan->skip, false;
-  if (plan->fail <= 0) return false;
-  --plan->fail;
-  return true;
+  if (plan == nullptr || plan->kind != kind || plan->skip-- > 0) return false;
+  return plan->fail-- > 0;
 }
 
-bool memory_fails(const void* caller) {
-  return plan != nullptr && plan->kind == psia_tests::kMemory &&
-         (called_from(caller, kService) || called_from(caller, kXml) || called_from(caller, kSqlite)) &&
-         fails(psia_tests::kMemory);
+/// Only those of the service, libxml2 and SQLite: out of memory libfcgi and the C++ library end the process.
+void* allocate(const void* caller, void* (*next)(void*, std::size_t, std::size_t), void* block,
+               std::size_t count, std::size_t size) {
+  Dl_info info{};
+  if (plan != nullptr && plan->kind == kMemory && dladdr(caller, &info) != 0) {
+    for (const char* object : {"psia.fcgi", "libxml2", "libsqlite3"}) {
+      if (std::strstr(info.dli_fname, object) != nullptr && fails(kMemory)) return nullptr;
+    }
+  }
+  return next(block, count, size);
 }
 
 long speed() {
@@ -80,85 +54,74 @@ Function* original(Function* /*like*/, const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-int set_lock(int descriptor, int command, void* argument, const void* caller) {
-  const bool locks = command == F_SETLK && static_cast<struct flock*>(argument)->l_type != F_UNLCK;
-  if (locks && called_from(caller, kSqlite) && fails(psia_tests::kLock)) return errno = EAGAIN, -1;
-  static auto* const next = original<int(int, int, ...)>(nullptr, "fcntl64");
-  return next(descriptor, command, argument);
-}
-
 }  // namespace
 
 extern "C" {
 
+#if !defined(__SANITIZE_ADDRESS__)
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 
 void* malloc(std::size_t size) {
-  return memory_fails(__builtin_return_address(0)) ? nullptr : __libc_malloc(size);
+  const auto next = [](void*, std::size_t, std::size_t bytes) { return __libc_malloc(bytes); };
+  return allocate(__builtin_return_address(0), next, nullptr, 1, size);
 }
 
 void* calloc(std::size_t count, std::size_t size) {
-  return memory_fails(__builtin_return_address(0)) ? nullptr : __libc_calloc(count, size);
+  const auto next = [](void*, std::size_t items, std::size_t bytes) { return __libc_calloc(items, bytes); };
+  return allocate(__builtin_return_address(0), next, nullptr, count, size);
 }
 
 void* realloc(void* block, std::size_t size) {
-  return memory_fails(__builtin_return_address(0)) ? nullptr : __libc_realloc(block, size);
+  const auto next = [](void* old, std::size_t, std::size_t bytes) { return __libc_realloc(old, bytes); };
+  return allocate(__builtin_return_address(0), next, block, 1, size);
+}
+#endif
+
+ssize_t pwrite64(int file, const void* bytes, std::size_t size, off64_t offset) {
+  return fails(kWrite) ? (errno = ENOSPC, -1) : original(&pwrite64, "pwrite64")(file, bytes, size, offset);
 }
 
-ssize_t write(int descriptor, const void* bytes, std::size_t size) {
-  static auto* const next = original(&write, "write");
-  if (called_from(__builtin_return_address(0), kSqlite) && fails(psia_tests::kWrite)) return errno = EIO, -1;
-  return next(descriptor, bytes, size);
+int fdatasync(int file) {
+  return fails(kSync) ? (errno = EIO, -1) : original(&fdatasync, "fdatasync")(file);
 }
 
-ssize_t pwrite64(int descriptor, const void* bytes, std::size_t size, off64_t offset) {
-  static auto* const next = original(&pwrite64, "pwrite64");
-  if (called_from(__builtin_return_address(0), kSqlite) && fails(psia_tests::kWrite))
-    return errno = ENOSPC, -1;
-  return next(descriptor, bytes, size, offset);
-}
-
-int fsync(int descriptor) {
-  static auto* const next = original(&fsync, "fsync");
-  return fails(psia_tests::kSync) ? (errno = EIO, -1) : next(descriptor);
-}
-
-int fdatasync(int descriptor) {
-  static auto* const next = original(&fdatasync, "fdatasync");
-  return fails(psia_tests::kSync) ? (errno = EIO, -1) : next(descriptor);
-}
-
-int fcntl64(int descriptor, int command, ...) {
+int fcntl64(int file, int command, ...) {
   va_list arguments;
   va_start(arguments, command);
-  void* const argument = va_arg(arguments, void*);
+  auto* const lock = va_arg(arguments, struct flock*);
   va_end(arguments);
-  return set_lock(descriptor, command, argument, __builtin_return_address(0));
+  if (command == F_SETLK && lock->l_type != F_UNLCK && fails(kLock)) return errno = EAGAIN, -1;
+  return original(&fcntl64, "fcntl64")(file, command, lock);
+}
+
+int accept(int listener, sockaddr* address, socklen_t* size) {
+  if (fails(kStop)) raise(SIGTERM);
+  return original(&accept, "accept")(listener, address, size);
+}
+
+int msgsnd(int queue, const void* message, std::size_t size, int flags) {
+  if ((flags & IPC_NOWAIT) == 0 && fails(kStop)) raise(SIGTERM);
+  return original(&msgsnd, "msgsnd")(queue, message, size, flags);
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec* left) {
-  static auto* const next = original(&clock_nanosleep, "clock_nanosleep");
   const long nanoseconds = (wanted->tv_sec * 1000000000L + wanted->tv_nsec) / speed();
   const timespec time{nanoseconds / 1000000000L, nanoseconds % 1000000000L};
-  return next(clock, flags, &time, left);
+  return original(&clock_nanosleep, "clock_nanosleep")(clock, flags, &time, left);
 }
 
 int setitimer(__itimer_which_t which, const itimerval* wanted, itimerval* old) noexcept {
-  static auto* const next = original(&setitimer, "setitimer");
   const long microseconds = (wanted->it_value.tv_sec * 1000000L + wanted->it_value.tv_usec) / speed() + 1;
   const itimerval timer{{}, {microseconds / 1000000L, microseconds % 1000000L}};
-  return next(which, &timer, old);
+  return original(&setitimer, "setitimer")(which, &timer, old);
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
-  static auto* const next = original(&clock_gettime, "clock_gettime");
-  const int result = next(clock, time);
-  if (clock == CLOCK_MONOTONIC && speed() > 1) {
-    const long nanoseconds = (time->tv_sec % 1000000L * 1000000000L + time->tv_nsec) * speed();
-    *time = {nanoseconds / 1000000000L, nanoseconds % 1000000000L};
-  }
+  const int result = original(&clock_gettime, "clock_gettime")(clock, time);
+  const long nanoseconds = (time->tv_sec % 1000000L * 1000000000L + time->tv_nsec) * speed();
+  if (clock == CLOCK_MONOTONIC) *time = {nanoseconds / 1000000000L, nanoseconds % 1000000000L};
   return result;
 }
 }

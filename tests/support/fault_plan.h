@@ -1,26 +1,18 @@
-// What a test and the fault library, which is loaded into the service, tell each other: a page of a file that
-// both have in memory.
+// What a test and the fault library, which is loaded into the service, tell each other in a file that both
+// map.
 #pragma once
 
 #include <atomic>
 
-namespace psia_tests {
-
 constexpr const char* kFaultPlanFile = "/usr/local/orvid/faults";
 
-enum FaultKind : int {
-  kNoFault,
-  kMemory,  ///< allocations of the service, libxml2 and SQLite
-  kWrite,   ///< SQLite's writes into files
-  kSync,    ///< SQLite's waits for the medium
-  kLock,    ///< SQLite's locks
-};
+/// Allocations, SQLite's writes, flushes and locks; kStop: a SIGTERM just before an accept or a send that
+/// blocks.
+enum FaultKind : int { kNoFault, kMemory, kWrite, kSync, kLock, kStop };
 
 struct FaultPlan {
-  std::atomic<int> kind;   ///< what is to fail
-  std::atomic<int> skip;   ///< so many go well before
-  std::atomic<int> fail;   ///< so many then fail; what is left was not reached
+  std::atomic<int> kind;
+  std::atomic<int> skip;   ///< so many operations go well before
+  std::atomic<int> fail;   ///< so many that fail then; counts down
   std::atomic<int> speed;  ///< clocks and waits run so many times faster; 0 as 1
 };
-
-}  // namespace psia_tests
