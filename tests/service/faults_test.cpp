@@ -79,7 +79,7 @@ class FaultsTest : public FaultTest {
   std::string serve(const Case& request) {
     for (int i = 0; i < request.messages; ++i)
       EXPECT_TRUE(camera::send_reply({.type = service_pid}));
-    const std::string answer = call({.method = request.method, .uri = request.uri, .body = request.body});
+    std::string answer = call({.method = request.method, .uri = request.uri, .body = request.body});
     sent_ = 0;
     while (camera::receive_message())
       ++sent_;

@@ -23,7 +23,7 @@ constexpr std::size_t kLargest = 1048576;
 std::string encoded(const std::string& encoding, std::string text) {
   if (encoding == "UTF-7") return std::regex_replace(text, std::regex("E"), "+AEU-");
   std::string result(text.size(), '\0');
-  const iconv_t converter = iconv_open(encoding.c_str(), "ASCII");
+  iconv_t converter = iconv_open(encoding.c_str(), "ASCII");
   char* from = text.data();
   char* to = result.data();
   std::size_t left = text.size();
@@ -62,7 +62,7 @@ std::string repeated(const std::string& text, int times) {
 class DocumentLimitsTest : public RunningServiceTest {
  protected:
   /// A line of a file of the service in /proc that begins with `name`, in bytes.
-  [[nodiscard]] std::size_t kilobytes(const char* file, const std::string& name) const {
+  [[nodiscard]] std::size_t memory(const char* file, const std::string& name) const {
     wait_until_idle();
     const std::string content = read_file("/proc/" + std::to_string(service_pid) + "/" + file);
     const std::size_t at = content.find(name);
@@ -90,11 +90,11 @@ TEST_F(DocumentLimitsTest, ADeclaredEntityIsRefusedBeforeItIsExpanded) {
     for (const char* encoding : {"UTF-8", "ISO-8859-1", "UTF-7", "IBM037", "SHIFT_JIS"})
       bodies.push_back(encoded(encoding, declaring(declaration, encoding)));
   }
-  const std::size_t idle = kilobytes("status", "VmHWM:");
+  const std::size_t idle = memory("status", "VmHWM:");
   for (const std::string& body : bodies)
     EXPECT_EQ(put(kInfo, body), status(3, kInfo)) << body.substr(0, 120);
   EXPECT_NE(rows("select DDNSHostname from Network"), "changed");
-  EXPECT_LT(kilobytes("status", "VmHWM:"), idle + 6000000);
+  EXPECT_LT(memory("status", "VmHWM:"), idle + 6000000);
   for (const char* encoding : {"UTF-7", "IBM037"}) {  // without the declaration they are read
     run_sql("update Network set DDNSHostname=''");
     EXPECT_EQ(put(kInfo, encoded(encoding, declaring("<!ELEMENT a ANY>", encoding))), status(1, kInfo));
@@ -136,19 +136,18 @@ TEST_F(DocumentLimitsTest, WhatADocumentCostsIsBounded) {
       {"Latin text", 3, "<?xml version='1.0' encoding='ISO-8859-1'?>" + info(std::string(1000000, '\xe9'))},
   };
   EXPECT_EQ(put(kInfo, std::get<2>(documents[0])), status(1, kInfo));
-  const std::size_t idle = kilobytes("smaps_rollup", "Private_Dirty:");
+  [[maybe_unused]] const std::size_t idle = memory("smaps_rollup", "Private_Dirty:");
   for (const auto& [name, code, body] : documents) {
     write_file("/proc/" + std::to_string(service_pid) + "/clear_refs", "5");  // the peak begins anew
-    const std::size_t before = kilobytes("status", "VmRSS:");
+    [[maybe_unused]] const std::size_t before = memory("status", "VmRSS:");
     const auto start = steady_clock::now();
     EXPECT_EQ(put(kInfo, body), status(code, kInfo)) << name;
     EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(8)) << name;
 #if !defined(__SANITIZE_ADDRESS__)
-    EXPECT_LT(kilobytes("status", "VmHWM:"), before + 6000000) << name;
-    EXPECT_LT(kilobytes("smaps_rollup", "Private_Dirty:"), idle + 300000) << name;
+    EXPECT_LT(memory("status", "VmHWM:"), before + 6000000) << name;
+    EXPECT_LT(memory("smaps_rollup", "Private_Dirty:"), idle + 300000) << name;
 #endif
   }
-  (void)idle;
 }
 
 TEST_F(DocumentLimitsTest, AThousandUsersFitIntoOneDocument) {

@@ -74,8 +74,8 @@ bool Connection::answers_within(int milliseconds) const {
 }
 
 void Connection::send_more(const std::string& body) const {
-  const std::string bytes = stream(kStdin, body, false);
-  (void)::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  const std::string bytes = stream(camera::fastcgi::kInput, body, false);
+  (void)::send(socket_.number, bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 
 Answer Connection::receive() const {

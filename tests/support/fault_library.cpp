@@ -59,9 +59,11 @@ Function* original(Function* /*like*/, const char* name) {
 extern "C" {
 
 #if !defined(__SANITIZE_ADDRESS__)
+// NOLINTBEGIN(readability-identifier-naming): the C library's names
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
+// NOLINTEND(readability-identifier-naming)
 
 void* malloc(std::size_t size) {
   const auto next = [](void*, std::size_t, std::size_t bytes) { return __libc_malloc(bytes); };
