@@ -52,14 +52,7 @@ std::string filled(std::string document) {
   return document.insert(at, std::string(kLargest - document.size(), 'x'));
 }
 
-std::string repeated(const std::string& text, int times) {
-  std::string result;
-  while (times-- > 0)
-    result += text;
-  return result;
-}
-
-class DocumentLimitsTest : public RunningServiceTest {
+class DocumentLimitsTest : public FaultTest {
  protected:
   /// A line of a file of the service in /proc that begins with `name`, in bytes.
   [[nodiscard]] std::size_t memory(const char* file, const std::string& name) const {
@@ -72,14 +65,14 @@ class DocumentLimitsTest : public RunningServiceTest {
 };
 
 TEST_F(DocumentLimitsTest, ADeclaredEntityIsRefusedBeforeItIsExpanded) {
-  std::string nested = "<!DOCTYPE DeviceInfo [<!ENTITY % a0 '" + repeated("<!--x-->", 50) + "'>";
+  std::string nested = "<!DOCTYPE DeviceInfo [<!ENTITY % a0 '" + repeated(50, "<!--x-->") + "'>";
   for (int i = 1; i < 7; ++i) {
     nested += "<!ENTITY % a" + std::to_string(i) + " '" +
-              repeated("&#37;a" + std::to_string(i - 1) + ";", 20) + "'>";
+              repeated(20, "&#37;a" + std::to_string(i - 1) + ";") + "'>";
   }
   nested += "%a6;]><DeviceInfo/>";
-  const std::string flat = "<!DOCTYPE DeviceInfo [<!ENTITY % a '" + repeated("<!--x-->", 5000) + "'>" +
-                           repeated("%a;", 600) + "]><DeviceInfo/>";
+  const std::string flat = "<!DOCTYPE DeviceInfo [<!ENTITY % a '" + repeated(5000, "<!--x-->") + "'>" +
+                           repeated(600, "%a;") + "]><DeviceInfo/>";
   const auto declaring = [](const std::string& declaration, const std::string& encoding) {
     return "<?xml version='1.0' encoding='" + encoding + "'?><!DOCTYPE DeviceInfo [" + declaration +
            "]><DeviceInfo><deviceName>changed</deviceName></DeviceInfo>";
@@ -112,7 +105,7 @@ TEST_F(DocumentLimitsTest, WhatADocumentCostsIsBounded) {
       {"text in a section", 1, filled(info("y<a><![CDATA[|]]></a>"))},
       {"elements", 1, filled(info(leaves + "<a>|</a>"))},
       {"one element too many", 3, info(names(10000, "<", "/>"))},
-      {"elements to the end", 3, info(repeated("<a/>", 262000))},
+      {"elements to the end", 3, info(repeated(262000, "<a/>"))},
       {"attributes", 1, "<DeviceInfo " + names(5900, " ", "='&amp;'") + "/>"},
       {"everything", 1,
        filled(
@@ -122,17 +115,17 @@ TEST_F(DocumentLimitsTest, WhatADocumentCostsIsBounded) {
        encoded("IBM037",
                "<?xml version='1.0' encoding='IBM037'?><DeviceInfo " + names(60000, " ", "=''") + "/>")},
       {"name spaces", 1,
-       "<DeviceInfo" + names(5900, " xmlns:", "='a'") + ">" + repeated("<none:a/>", 9000) + "</DeviceInfo>"},
-      {"defaults of its own", 3, own_defaults + info(repeated("<a/>", 3000))},
+       "<DeviceInfo" + names(5900, " xmlns:", "='a'") + ">" + repeated(9000, "<none:a/>") + "</DeviceInfo>"},
+      {"defaults of its own", 3, own_defaults + info(repeated(3000, "<a/>"))},
       {"defaults behind an error", 3,
-       "<?xml version='1.0' bad?>" + own_defaults + info(repeated("<a/>", 3000))},
+       "<?xml version='1.0' bad?>" + own_defaults + info(repeated(3000, "<a/>"))},
       {"alternatives", 3,
        "<!DOCTYPE DeviceInfo [<!ATTLIST a b (" + names(200000, "", "|") + "z) #IMPLIED>]><DeviceInfo/>"},
-      {"a model", 3, "<!DOCTYPE DeviceInfo [<!ELEMENT a (" + repeated("a|", 400000) + "a)>]><DeviceInfo/>"},
+      {"a model", 3, "<!DOCTYPE DeviceInfo [<!ELEMENT a (" + repeated(400000, "a|") + "a)>]><DeviceInfo/>"},
       {"instructions", 3, info(names(100000, "<?", "?>"))},
       {"references", 3, "<!DOCTYPE DeviceInfo SYSTEM 'x'>" + info(names(100000, "&", ";"))},
-      {"text sections", 1, info(repeated("<![CDATA[a]]>", 80000))},
-      {"characters by number", 1, info(repeated("&#65;", 200000))},
+      {"text sections", 1, info(repeated(80000, "<![CDATA[a]]>"))},
+      {"characters by number", 1, info(repeated(200000, "&#65;"))},
       {"Latin text", 3, "<?xml version='1.0' encoding='ISO-8859-1'?>" + info(std::string(1000000, '\xe9'))},
   };
   EXPECT_EQ(put(kInfo, std::get<2>(documents[0])), status(1, kInfo));
@@ -173,7 +166,8 @@ class BodyLimitsTest : public FaultTest {
     fastcgi::Request request = to_request({.method = "PUT", .uri = uri, .body = body_});
     request.body.resize(request.body.size() - missing);
     fastcgi::Connection connection("/usr/local/orvid/psia.sock");
-    connection.send_unfinished(request);
+    request.finished = false;
+    connection.send(request);
     EXPECT_TRUE(eventually([this] {  // in the system call
       return read_file("/proc/" + std::to_string(service_pid) + "/syscall")
                  .rfind(std::to_string(SYS_read) + " ", 0) == 0;
@@ -260,7 +254,7 @@ TEST_F(FaultTest, AStopJustBeforeASystemCallThatBlocksIsNotLost) {
   EXPECT_EQ(wait_for_exit(), 0);
 }
 
-class MessageLimitsTest : public RunningServiceTest {
+class MessageLimitsTest : public FaultTest {
  protected:
   static std::string channel(int videos) {
     std::string body;
@@ -272,11 +266,15 @@ class MessageLimitsTest : public RunningServiceTest {
 };
 
 TEST_F(MessageLimitsTest, ARequestSends32AndTheNextFailsItsUpdate) {
-  for (int i = 0; i < 2; ++i) {  // each request anew
-    EXPECT_EQ(put_with_daemon(kChannels, channel(40), std::vector<int>(32, 0)), status(3, kChannels));
+  for (const int videos : {40, 40, 32}) {  // each request anew
+    const fastcgi::Connection connection =
+        begin({.method = "PUT", .uri = kChannels, .body = channel(videos)});
+    for (int i = 0; i < 32; ++i)
+      EXPECT_TRUE(camera::send_reply(camera::reply_to(expect_message(), 0)));
+    EXPECT_EQ(connection.receive().out, status(videos > 32 ? 3 : 1, kChannels));
+    expect_no_message();
     EXPECT_EQ(bit_rate(), "32");
   }
-  EXPECT_EQ(put_with_daemon(kChannels, channel(32), std::vector<int>(32, 0)), status(1, kChannels));
 }
 
 TEST_F(MessageLimitsTest, AStopEndsTheListBetweenTwoMessages) {

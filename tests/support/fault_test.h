@@ -28,6 +28,10 @@ class FaultTest : public ServiceTest {
     ASSERT_NE(get("/PSIA"), "");
   }
 
+  std::string put(const std::string& uri, const std::string& body) {
+    return call({.method = "PUT", .uri = uri, .body = body});
+  }
+
   /// Lets `skip` operations of the kind go well and the `fail` after them fail.
   void plan_fault(FaultKind kind, int skip, int fail) const {
     plan->skip = skip;
