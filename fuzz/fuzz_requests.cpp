@@ -210,14 +210,9 @@ int count_answers(const std::string& out) {
 // The queues and the daemons behind them; these take the places of the system's calls.
 
 extern "C" int msgsnd(int /*queue*/, const void* message, std::size_t /*size*/, int /*flags*/) {
-  switch (camera::command_of(*static_cast<const camera::Message*>(message))) {
-    case 1:
-    case 2:
-    case 3:
-    case 7:
-    case 31:
-    case 37:
-      ++announced;
+  const std::int32_t command = camera::command_of(*static_cast<const camera::Message*>(message));
+  for (const std::int32_t told : {1, 2, 3, 7, 31, 37}) {
+    if (command == told) ++announced;
   }
   return 0;
 }
