@@ -20,9 +20,6 @@ namespace psia_tests {
 
 namespace {
 
-constexpr std::string_view kBase64Alphabet =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
 /// A socket listening at `path`, for the service's descriptor 0.
 int listen_at(const std::string& path) {
   std::filesystem::remove(path);
@@ -137,17 +134,15 @@ const Field kFields[] = {{1, 12, "source"},       {2, 16, "master"},    {6, 12, 
 }  // namespace
 
 std::string base64(const std::string& text) {
+  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string encoded;
-  for (std::size_t i = 0; i < text.size(); i += 3) {
-    unsigned int bits = 0;
-    for (std::size_t k = i; k < i + 3; ++k) {
-      bits = bits << 8U | (k < text.size() ? static_cast<unsigned char>(text[k]) : 0U);
-    }
-    for (std::size_t k = 0; k < 4; ++k) {
-      encoded += i + k > text.size() ? '=' : kBase64Alphabet[bits >> (18 - 6 * k) & 63U];
-    }
+  for (std::size_t bit = 0; bit < text.size() * 8; bit += 6) {
+    const auto byte = [&](std::size_t i) {
+      return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
+    };
+    encoded += alphabet[(byte(bit / 8) << 8U | byte(bit / 8 + 1)) >> (10 - bit % 8) & 63U];
   }
-  return encoded;
+  return encoded.append((4 - encoded.size() % 4) % 4, '=');
 }
 
 fastcgi::Request to_request(const Call& call) {

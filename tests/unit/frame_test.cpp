@@ -1,7 +1,8 @@
-// The frame's pure parts: text, numbers, credentials, XML values, message records.
+// The frame's pure parts: the growing text, numbers, credentials, waiting times.
 #include <gtest/gtest.h>
 
 #include <array>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,7 +10,6 @@
 #include "frame/control_queue.h"
 #include "frame/numbers.h"
 #include "frame/text_buffer.h"
-#include "frame/xml.h"
 
 namespace psia {
 namespace {
@@ -36,33 +36,14 @@ TEST(TextBuffer, GrowsInStepsOnlyWhenAnAppendNoLongerFits) {
   EXPECT_EQ(buffer.capacity(), 6144U);
 }
 
-TEST(TextBuffer, FoldsPairsOfPercentSignsAtEachPass) {
-  for (const auto& [value, appended] : std::vector<std::array<std::string, 2>>{
-           {"%", "%"}, {"%%", "%"}, {"%%%", "%%"}, {"%%%%", "%%"}, {"%s%n50%%%d", "%s%n50%%d"}}) {
-    TextBuffer buffer;
-    buffer.append(value.c_str());
-    EXPECT_EQ(text_of(buffer), appended) << value;
-  }
-  TextBuffer joined;
-  joined.append("a%");
-  joined.append("%b");
-  EXPECT_EQ(text_of(joined), "a%%b");
-  joined.fold();
-  EXPECT_EQ(text_of(joined), "a%b");
-}
-
 TEST(Numbers, ConvertLikeThe32BitTarget) {
-  for (const auto& [text, value] :
-       std::vector<std::pair<const char*, std::int32_t>>{{"", 0},
-                                                         {"x", 0},
-                                                         {" \t-7", -7},
-                                                         {"+12abc", 12},
-                                                         {"0x10", 0},
-                                                         {"010", 10},
-                                                         {"2147483648", 2147483647},
-                                                         {"-2147483649", -2147483647 - 1},
-                                                         {"99999999999999999999999", 2147483647}})
-    EXPECT_EQ(to_int32(text), value) << text;
+  std::istringstream cases(
+      "x 0 -7 -7 +12abc 12 0x10 0 010 10 2147483648 2147483647 -99999999999999999999999 -2147483648");
+  std::string text;
+  for (std::int32_t value = 0; cases >> text >> value;)
+    EXPECT_EQ(to_int32(text.c_str()), value) << text;
+  EXPECT_EQ(to_int32(""), 0);
+  EXPECT_EQ(to_int32(" \t-7"), -7);
   EXPECT_EQ(wrapping_multiply(2147483647, 100), -100);
 }
 
@@ -87,40 +68,6 @@ TEST(Credentials, DecodeInAllTheirForms) {
     EXPECT_EQ(credentials.user.c_str(), user) << header;
     EXPECT_EQ(credentials.password.c_str(), password) << header;
   }
-}
-
-TEST(Base64, StoresNoMoreThanTheLimit) {
-  char output[4] = {'-', '-', '-', '-'};
-  EXPECT_EQ(decode_base64("YWxpY2U6c2VjcmV0", output, 3), 3U);
-  EXPECT_EQ(std::string(output, 4), "ali-");
-  EXPECT_EQ(decode_base64("/+8", output, 4), 2U);
-  EXPECT_EQ(std::string(output, 2), "\xff\xef");
-}
-
-TEST(Xml, RefusesWhatIsNoDocumentOrDeclaresEntities) {
-  prepare_xml();
-  std::string bomb = "<!DOCTYPE a [<!ENTITY l0 \"lol\">";
-  for (int i = 1; i < 30; ++i)
-    bomb +=
-        "<!ENTITY l" + std::to_string(i) + " \"" + repeated(4, "&l" + std::to_string(i - 1) + ";") + "\">";
-  for (const std::string& text : std::vector<std::string>{
-           "", "text", "<a>", "<a/><b/>", "<?xml version=\"1.0\"?>", "<a>&unknown;</a>",
-           "<!DOCTYPE a [<!ENTITY e \"x\">]><a/>", "<!DOCTYPE a [<!ENTITY % p \"x\">]><a/>",
-           "<!DOCTYPE a [<!ENTITY e SYSTEM \"file:///etc/passwd\">]><a>&e;</a>", bomb + "]><a>&l29;</a>"}) {
-    EXPECT_FALSE(XmlDocument::parse(text.c_str())) << text;
-  }
-  EXPECT_TRUE(XmlDocument::parse("<!DOCTYPE a SYSTEM \"http://127.0.0.1:9/a.dtd\"><a/>"));
-}
-
-TEST(ControlMessage, KeepsItsFieldsAtTheirPlaces) {
-  ControlMessage message(Command::kTime);
-  EXPECT_EQ(message.int_at(4), 6);
-  message.put_int(12, -2);
-  EXPECT_EQ(message.int_at(12), -2);
-  message.put_int(4112, 0x01020304);
-  EXPECT_EQ(message.text_at(4112), "\x04\x03\x02\x01");  // ends with the record
-  message.put_text(16, 5, "abcdefgh");
-  EXPECT_EQ(message.text_at(16), "abcd");
 }
 
 TEST(ControlMessage, WaitsByCommandCode) {

@@ -1,4 +1,4 @@
-// The simulated camera's pure parts: what a person reads about a message, and rules on its command line.
+// The simulated camera's pure parts: texts in messages, and rules on its command line.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,27 +9,6 @@
 namespace {
 
 using camera::AnswerKind;
-
-TEST(SimulatedCamera, DescribesMessages) {
-  camera::Message message;
-  const auto expect_described = [&message](int command, const std::string& words) {
-    camera::put_integer(message, 4, command);
-    EXPECT_EQ(camera::describe(message), "command " + std::to_string(command) + ": " + words);
-  };
-  expect_described(2, "encoder settings changed, Slave stream");
-  camera::put_integer(message, 16, 1);
-  expect_described(2, "encoder settings changed, Master stream");
-  camera::put_integer(message, 12, -1);
-  expect_described(1, "picture settings changed, video source -1");
-  const std::string server(127, 'n');  // fills its place
-  camera::put_text(message, 16, server);
-  for (std::size_t i = 0; i < 7; ++i)
-    camera::put_integer(message, 144 + 4 * i, static_cast<int>(i) + 11);
-  const std::string time = "0012-13-14 15:16:17, NTP server " + server + ", every 11 min";
-  expect_described(6, "set the clock manually to " + time);
-  camera::put_integer(message, 12, 2);
-  expect_described(6, "keep the clock by NTP, now " + time);
-}
 
 TEST(SimulatedCamera, KeepsTextsWithinTheRecord) {
   camera::Message message;
