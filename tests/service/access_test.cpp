@@ -4,8 +4,6 @@
 namespace psia_tests {
 namespace {
 
-using std::string_literals::operator""s;
-
 constexpr const char* kUri = "/PSIA/System/Audio/channels/1";
 const std::string kBody = "<AudioChannel><enabled>false</enabled></AudioChannel>";
 const std::string kSwitchedOff = "Audio Enable=0; message 3; status 1";
@@ -101,10 +99,10 @@ TEST_F(AccessTest, AConnectionCutInTheMiddleLeavesTheServiceRunning) {
 }
 
 TEST_F(AccessTest, HostileXmlIsRefusedAndForgotten) {
-  for (const std::string& body :
-       {repeated(100000, "<a>"),
-        R"(<!DOCTYPE a [<!ENTITY f SYSTEM "/etc/passwd">]><AudioChannel>&f;</AudioChannel>)"s,
-        R"(<!DOCTYPE a [<!ENTITY % p SYSTEM "/dev/mtdblock7"> %p;]><AudioChannel/>)"s})
+  const std::string external =
+      R"(<!DOCTYPE a [<!ENTITY f SYSTEM "/etc/passwd">]><AudioChannel>&f;</AudioChannel>)";
+  const std::string parameter = R"(<!DOCTYPE a [<!ENTITY % p SYSTEM "/dev/mtdblock7"> %p;]><AudioChannel/>)";
+  for (const std::string& body : {repeated(100000, "<a>"), external, parameter})
     EXPECT_EQ(effect({.method = "PUT", .uri = kUri, .body = body}), "status 3") << body.substr(0, 60);
   EXPECT_EQ(reported(), "");
 }

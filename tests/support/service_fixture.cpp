@@ -316,17 +316,19 @@ std::string differences(const Settings& before, const Settings& after) {
   std::string text;
   for (const auto& [key, row] : after) {
     const auto old = before.find(key);
+    if (old != before.end() && old->second == row) continue;
+    const std::string table = table_of(key);
     if (old == before.end()) {
-      text += "; +" + table_of(key) + " " +
-              rows("select * from " + table_of(key) + " where rowid=" + key.substr(key.find('/') + 1));
-    } else if (old->second != row) {
-      const auto same_table = [&](const auto& other) { return table_of(other.first) == table_of(key); };
-      text += "; " + table_of(key);
-      if (std::count_if(before.begin(), before.end(), same_table) > 1) text += "/" + old->second[0];
-      const auto names = camera::query("select name from pragma_table_info('" + table_of(key) + "')");
-      for (std::size_t i = 0; i < row.size(); ++i) {
-        if (row[i] != old->second[i]) text += " " + names[i][0] + "=" + row[i];
-      }
+      text += "; +" + table + " " +
+              rows("select * from " + table + " where rowid=" + key.substr(table.size() + 1));
+      continue;
+    }
+    const auto of_table = [&table](const auto& other) { return table_of(other.first) == table; };
+    const bool several = std::count_if(before.begin(), before.end(), of_table) > 1;
+    text += "; " + table + (several ? "/" + old->second[0] : "");
+    const auto names = camera::query("select name from pragma_table_info('" + table + "')");
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      if (row[i] != old->second[i]) text += " " + names[i][0] + "=" + row[i];
     }
   }
   for (const auto& [key, row] : before) {
