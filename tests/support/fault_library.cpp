@@ -33,18 +33,6 @@ bool fails(FaultKind kind) {
   return plan->fail-- > 0;
 }
 
-/// Only those of the service, libxml2 and SQLite: out of memory libfcgi and the C++ library end the process.
-void* allocate(const void* caller, void* (*next)(void*, std::size_t, std::size_t), void* block,
-               std::size_t count, std::size_t size) {
-  Dl_info info{};
-  if (plan != nullptr && plan->kind == kMemory && dladdr(caller, &info) != 0) {
-    for (const char* object : {"psia.fcgi", "libxml2", "libsqlite3"}) {
-      if (std::strstr(info.dli_fname, object) != nullptr && fails(kMemory)) return nullptr;
-    }
-  }
-  return next(block, count, size);
-}
-
 long speed() {
   return plan == nullptr || plan->speed < 1 ? 1 : plan->speed.load();
 }
@@ -58,7 +46,19 @@ Function* original(Function* /*like*/, const char* name) {
 
 extern "C" {
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(__SANITIZE_ADDRESS__)  // which needs the allocations for itself
+/// Only those of the service, libxml2 and SQLite: out of memory libfcgi and the C++ library end the process.
+static void* allocate(const void* caller, void* (*next)(void*, std::size_t, std::size_t), void* block,
+                      std::size_t count, std::size_t size) {
+  Dl_info info{};
+  if (plan != nullptr && plan->kind == kMemory && dladdr(caller, &info) != 0) {
+    for (const char* object : {"psia.fcgi", "libxml2", "libsqlite3"}) {
+      if (std::strstr(info.dli_fname, object) != nullptr && fails(kMemory)) return nullptr;
+    }
+  }
+  return next(block, count, size);
+}
+
 // NOLINTBEGIN(readability-identifier-naming): the C library's names
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
