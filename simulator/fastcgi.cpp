@@ -25,16 +25,24 @@ bool take_length(std::string_view& bytes, std::size_t& length) {
   return true;
 }
 
-void append_record(std::string& bytes, unsigned char type, std::uint16_t request, std::string_view content) {
+}  // namespace
+
+std::string record(unsigned char type, std::uint16_t request, std::string_view content) {
+  std::string bytes;
   for (const unsigned int value :
        {1U, static_cast<unsigned int>(type), static_cast<unsigned int>(request >> 8U), request & 0xffU,
         static_cast<unsigned int>(content.size() >> 8U), static_cast<unsigned int>(content.size() & 0xffU),
         0U, 0U})
     bytes += static_cast<char>(static_cast<unsigned char>(value));
-  bytes += content;
+  return bytes.append(content);
 }
 
-}  // namespace
+std::string stream(unsigned char type, std::uint16_t request, std::string_view content, bool end) {
+  std::string bytes;
+  for (; !content.empty(); content.remove_prefix(std::min(content.size(), kMostContent)))
+    bytes += record(type, request, content.substr(0, kMostContent));
+  return end ? bytes + record(type, request, "") : bytes;
+}
 
 std::vector<Record> take_records(std::string& bytes) {
   std::vector<Record> records;
@@ -66,12 +74,7 @@ std::map<std::string, std::string> read_parameters(std::string_view content) {
 }
 
 std::string answer_records(std::uint16_t request, std::string_view text) {
-  std::string bytes;
-  for (; !text.empty(); text.remove_prefix(std::min(text.size(), kMostContent)))
-    append_record(bytes, kOutput, request, text.substr(0, kMostContent));
-  append_record(bytes, kOutput, request, "");
-  append_record(bytes, kEndRequest, request, std::string(8, '\0'));
-  return bytes;
+  return stream(kOutput, request, text) + record(kEndRequest, request, std::string(8, '\0'));
 }
 
 }  // namespace camera::fastcgi

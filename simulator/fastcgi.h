@@ -28,6 +28,13 @@ struct Record {
 /// The variables in the joined contents of the parameter records, as far as they are well formed.
 [[nodiscard]] std::map<std::string, std::string> read_parameters(std::string_view content);
 
+/// One record; its content has at most 65535 bytes.
+[[nodiscard]] std::string record(unsigned char type, std::uint16_t request, std::string_view content);
+
+/// The content in as many records as it needs, and the empty one that ends the stream.
+[[nodiscard]] std::string stream(unsigned char type, std::uint16_t request, std::string_view content,
+                                 bool end = true);
+
 /// The records of a whole answer: `text` on the output, then the end of the request.
 [[nodiscard]] std::string answer_records(std::uint16_t request, std::string_view text);
 

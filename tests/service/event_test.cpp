@@ -358,7 +358,7 @@ TEST_F(EventTest, ReadsOfOneNotificationBringTheLinksBehindTheOneNamed) {
                                                {"1, 1, -1", "Mail-21", ""}}) {
     run_sql("update Event set (RelayID, FTPServerID, SMTPServerID) = (" + links + ")");
     EXPECT_TRUE(same(run(psia::read_notification, "Sensor-0/notifications/" + id),
-                     printed_document(kBareXml + entries)))
+                     document(kBareXml + entries, kBareType)))
         << id << " with links " << links;
   }
   EXPECT_EQ(run(psia::read_notification, "Relay-1/notifications/FTP-1"), status(4, "/u"));

@@ -13,29 +13,16 @@ namespace fastcgi {
 
 namespace {
 
+namespace protocol = camera::fastcgi;
+
 // Further record types of the FastCGI protocol, version 1.
 constexpr unsigned char kBeginRequest = 1;
 constexpr unsigned char kErrors = 7;
 
-constexpr std::size_t kLargestRecord = 65535;
+constexpr std::uint16_t kRequest = 1;
 
 char low_byte(std::size_t number) {
   return static_cast<char>(static_cast<unsigned char>(number));
-}
-
-std::string record(unsigned char type, const std::string& content) {
-  return std::string{
-             1, static_cast<char>(type), 0, 1, low_byte(content.size() >> 8U), low_byte(content.size()), 0,
-             0} +
-         content;
-}
-
-/// The content in as many records as it needs, with the empty record that ends the stream when asked for.
-std::string stream(unsigned char type, const std::string& content, bool end = true) {
-  std::string bytes;
-  for (std::size_t at = 0; at < content.size(); at += kLargestRecord)
-    bytes += record(type, content.substr(at, kLargestRecord));
-  return end ? bytes + record(type, "") : bytes;
 }
 
 std::string length_of(const std::string& text) {
@@ -59,8 +46,9 @@ void Connection::send(const Request& request) const {
   for (const auto& [name, value] : request.variables)
     variables += length_of(name) + length_of(value) + name + value;
   const std::string role = {0, 1, static_cast<char>(request.keep ? 1 : 0), 0, 0, 0, 0, 0};  // a responder
-  const std::string bytes = record(kBeginRequest, role) + stream(camera::fastcgi::kParameters, variables) +
-                            stream(camera::fastcgi::kInput, request.body, request.finished);
+  const std::string bytes = protocol::record(kBeginRequest, kRequest, role) +
+                            protocol::stream(protocol::kParameters, kRequest, variables) +
+                            protocol::stream(protocol::kInput, kRequest, request.body, request.finished);
   for (std::size_t at = 0; at < bytes.size();) {
     const ssize_t sent = ::send(socket_.number, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
     if (sent <= 0) return;  // the service need not read all of a request it refuses
@@ -74,7 +62,7 @@ bool Connection::answers_within(int milliseconds) const {
 }
 
 void Connection::send_more(const std::string& body) const {
-  const std::string bytes = stream(camera::fastcgi::kInput, body, false);
+  const std::string bytes = protocol::stream(protocol::kInput, kRequest, body, false);
   (void)::send(socket_.number, bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 
@@ -84,10 +72,10 @@ Answer Connection::receive() const {
   std::array<char, 65536> piece{};
   for (ssize_t got = 0; !answer.ended && (got = read(socket_.number, piece.data(), piece.size())) > 0;) {
     bytes.append(piece.data(), static_cast<std::size_t>(got));
-    for (const auto& record : camera::fastcgi::take_records(bytes)) {
-      if (record.type == camera::fastcgi::kOutput) answer.out += record.content;
+    for (const auto& record : protocol::take_records(bytes)) {
+      if (record.type == protocol::kOutput) answer.out += record.content;
       if (record.type == kErrors) answer.errors += record.content;
-      answer.ended = record.type == camera::fastcgi::kEndRequest;
+      answer.ended = record.type == protocol::kEndRequest;
     }
   }
   return answer;

@@ -11,8 +11,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
-#include <cstring>
 #include <ctime>
+#include <string_view>
 
 #include "tests/support/fault_plan.h"
 
@@ -48,15 +48,12 @@ extern "C" {
 
 #if !defined(__SANITIZE_ADDRESS__)  // which needs the allocations for itself
 /// Only those of the service, libxml2 and SQLite: out of memory libfcgi and the C++ library end the process.
-static void* allocate(const void* caller, void* (*next)(void*, std::size_t, std::size_t), void* block,
-                      std::size_t count, std::size_t size) {
+static bool allocation_fails(const void* caller) {
   Dl_info info{};
-  if (plan != nullptr && plan->kind == kMemory && dladdr(caller, &info) != 0) {
-    for (const char* object : {"psia.fcgi", "libxml2", "libsqlite3"}) {
-      if (std::strstr(info.dli_fname, object) != nullptr && fails(kMemory)) return nullptr;
-    }
-  }
-  return next(block, count, size);
+  if (plan == nullptr || plan->kind != kMemory || dladdr(caller, &info) == 0) return false;
+  const std::string_view object = info.dli_fname;
+  const auto is = [object](const char* name) { return object.find(name) != std::string_view::npos; };
+  return (is("psia.fcgi") || is("libxml2") || is("libsqlite3")) && fails(kMemory);
 }
 
 // NOLINTBEGIN(readability-identifier-naming): the C library's names
@@ -66,18 +63,15 @@ void* __libc_realloc(void* block, std::size_t size);
 // NOLINTEND(readability-identifier-naming)
 
 void* malloc(std::size_t size) {
-  const auto next = [](void*, std::size_t, std::size_t bytes) { return __libc_malloc(bytes); };
-  return allocate(__builtin_return_address(0), next, nullptr, 1, size);
+  return allocation_fails(__builtin_return_address(0)) ? nullptr : __libc_malloc(size);
 }
 
 void* calloc(std::size_t count, std::size_t size) {
-  const auto next = [](void*, std::size_t items, std::size_t bytes) { return __libc_calloc(items, bytes); };
-  return allocate(__builtin_return_address(0), next, nullptr, count, size);
+  return allocation_fails(__builtin_return_address(0)) ? nullptr : __libc_calloc(count, size);
 }
 
 void* realloc(void* block, std::size_t size) {
-  const auto next = [](void* old, std::size_t, std::size_t bytes) { return __libc_realloc(old, bytes); };
-  return allocate(__builtin_return_address(0), next, block, 1, size);
+  return allocation_fails(__builtin_return_address(0)) ? nullptr : __libc_realloc(block, size);
 }
 #endif
 

@@ -20,6 +20,19 @@ namespace psia_tests {
 
 namespace {
 
+std::string base64(const std::string& text) {
+  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string encoded;
+  for (std::size_t bit = 0; bit < 8 * text.size(); bit += 6) {
+    const auto byte = [&](std::size_t i) {
+      return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
+    };
+    const unsigned int bits = byte(bit / 8) << 8U | byte(bit / 8 + 1);
+    encoded += alphabet[bits >> (10 - bit % 8) & 63U];
+  }
+  return encoded.append((4 - encoded.size() % 4) % 4, '=');
+}
+
 /// A socket listening at `path`, for the service's descriptor 0.
 int listen_at(const std::string& path) {
   std::filesystem::remove(path);
@@ -30,14 +43,6 @@ int listen_at(const std::string& path) {
   EXPECT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   EXPECT_EQ(listen(listener, 64), 0);
   return listener;
-}
-
-int file_for_output(const std::string& path) {
-  return open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
-}
-
-std::string table_of(const std::string& key) {
-  return key.substr(0, key.find('/'));
 }
 
 /// What an answer or a printed document is: its status code, the root element of a document, or the content
@@ -54,17 +59,6 @@ std::string kind_of(const std::string& answer, const std::string& uri) {
     return std::regex_search(answer, found, std::regex("Content-Type: [^\r\n]*")) ? found.str() : answer;
   }
   return found.str(1) + (answer.find("<id opt=") != std::string::npos ? " with options" : "");
-}
-
-/// The lines of a document, also broken before each '<', with what ends them in sight.
-std::vector<std::string> lines_of(const std::string& text) {
-  std::vector<std::string> lines(1);
-  for (const char c : text) {
-    if (c == '<' && !lines.back().empty()) lines.emplace_back();
-    lines.back() += c == '\r' ? "\\r" : c == '\n' ? "\\n" : std::string(1, c);
-    if (c == '\n') lines.emplace_back();
-  }
-  return lines;
 }
 
 struct TableRow {
@@ -96,23 +90,20 @@ std::vector<std::string> alternatives_of(const std::string& text) {
 
 std::vector<TableRow> rows_of(const std::string& table) {
   std::vector<TableRow> result;
-  std::string always;
-  Pairs words;
+  Pairs words = {{"always", ""}};
   const std::regex definition(R"((\S+) := (.*))");
   const std::regex form(R"((?:(.*?) :: *)?(.*?)(?: *<- ([-\d ]+?))? *=> *(.*))");
   std::smatch parts;
   for (std::string line : lines_in(table)) {
     if (std::regex_match(line, parts, definition)) {
-      const std::string word = parts[1];
       const std::string text = replaced(parts[2], words);
-      std::erase_if(words, [&word](const auto& known) { return known.first == word; });
-      if (word == "always") always = text + ";";
-      if (word != "always") words.emplace_back(word, text);
+      std::erase_if(words, [&parts](const auto& known) { return known.first == parts[1]; });
+      words.emplace_back(parts[1], text);
     } else {
       line = replaced(line, words);
       EXPECT_TRUE(std::regex_match(line, parts, form)) << "a row without => : " << line;
       for (const std::string& subject : alternatives_of(parts[2]))
-        result.push_back({always + parts.str(1), subject, parts[3], parts[4]});
+        result.push_back({replaced("always;", words) + parts.str(1), subject, parts[3], parts[4]});
     }
   }
   return result;
@@ -132,18 +123,6 @@ const Field kFields[] = {{1, 12, "source"},       {2, 16, "master"},    {6, 12, 
                          {33, 12, "servers", 256}};
 
 }  // namespace
-
-std::string base64(const std::string& text) {
-  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string encoded;
-  for (std::size_t bit = 0; bit < text.size() * 8; bit += 6) {
-    const auto byte = [&](std::size_t i) {
-      return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
-    };
-    encoded += alphabet[(byte(bit / 8) << 8U | byte(bit / 8 + 1)) >> (10 - bit % 8) & 63U];
-  }
-  return encoded.append((4 - encoded.size() % 4) % 4, '=');
-}
 
 fastcgi::Request to_request(const Call& call) {
   fastcgi::Request request{
@@ -203,27 +182,16 @@ std::string replaced(std::string text, const Pairs& pairs) {
 }
 
 std::string for_each(const std::string& rows, const std::string& pattern) {
+  const std::regex columns("^(.*?)" + repeated(4, R"((?: \| (.*?))?)") + "$");
   std::string text;
-  for (const std::string& row : lines_in(rows)) {
-    std::string filled = pattern;
-    std::string rest = row + " | ";
-    for (int column = 1; !rest.empty(); ++column) {
-      const std::size_t end = rest.find(" | ");
-      filled = replaced(filled, {{"$" + std::to_string(column), rest.substr(0, end)}});
-      rest = rest.substr(end + 3);
-    }
-    text += filled;
-  }
+  for (const std::string& row : lines_in(rows))
+    text += std::regex_replace(row, columns, pattern);
   return text;
 }
 
 std::string document(const std::string& body, const std::string& content_type) {
   return "Content-Length: " + std::to_string(body.size()) + "\r\nContent-Type: " + content_type + "\r\n\r\n" +
          body;
-}
-
-std::string printed_document(const std::string& body) {
-  return document(body, "application/xml");
 }
 
 std::string status(int code, const std::string& uri) {
@@ -243,11 +211,6 @@ std::string unauthorized() {
          "Unauthorized\r\n\r\n";
 }
 
-std::string body_of(const std::string& answer) {
-  const std::size_t end = answer.find("\r\n\r\n");
-  return end == std::string::npos ? "" : answer.substr(end + 4);
-}
-
 std::string with_now(std::string answer, std::time_t since, int offset) {
   for (std::time_t time = since + offset; time <= std::time(nullptr) + offset; ++time) {
     char text[20];
@@ -259,23 +222,15 @@ std::string with_now(std::string answer, std::time_t since, int offset) {
 
 testing::AssertionResult same(const std::string& actual, const std::string& expected) {
   if (actual == expected) return testing::AssertionSuccess();
-  const std::vector<std::string> got = lines_of(actual);
-  const std::vector<std::string> wanted = lines_of(expected);
   // The length, in the first line, tells less than what makes it differ.
-  auto first = static_cast<std::size_t>(
-      std::mismatch(got.begin() + 1, got.end(), wanted.begin() + 1, wanted.end()).first - got.begin());
-  if (first >= std::max(got.size(), wanted.size())) first = 0;
-  testing::AssertionResult result = testing::AssertionFailure();
-  result << "line " << first + 1 << " is the first that differs\n";
-  const auto tell = [&](const char* who, const std::vector<std::string>& lines, std::size_t from,
-                        std::size_t to) {
-    for (std::size_t i = from; i < std::min(to, lines.size()); ++i)
-      result << who << lines[i].substr(0, 200) << "\n";
-  };
-  tell("           ", got, first - std::min<std::size_t>(first, 2), first);
-  tell("  expected ", wanted, first, first + 3);
-  tell("  but got  ", got, first, first + 3);
-  return result;
+  const std::string got = actual.substr(actual.find('\n') + 1);
+  const std::string wanted = expected.substr(expected.find('\n') + 1);
+  if (got == wanted) return testing::AssertionFailure() << "only the first line: " << actual.substr(0, 200);
+  const auto first = std::mismatch(got.begin(), got.end(), wanted.begin(), wanted.end()).first - got.begin();
+  const auto from = static_cast<std::size_t>(std::max<std::ptrdiff_t>(first - 100, 0));
+  return testing::AssertionFailure() << "byte " << first << " behind the first line differs\n  expected "
+                                     << testing::PrintToString(wanted.substr(from, 300)) << "\n  but got  "
+                                     << testing::PrintToString(got.substr(from, 300));
 }
 
 std::string rows(const std::string& select, const char* database) {
@@ -315,24 +270,22 @@ Settings all_settings() {
 std::string differences(const Settings& before, const Settings& after) {
   std::string text;
   for (const auto& [key, row] : after) {
+    const std::string table = key.substr(0, key.find('/'));
     const auto old = before.find(key);
-    if (old != before.end() && old->second == row) continue;
-    const std::string table = table_of(key);
     if (old == before.end()) {
       text += "; +" + table + " " +
               rows("select * from " + table + " where rowid=" + key.substr(table.size() + 1));
-      continue;
-    }
-    const auto of_table = [&table](const auto& other) { return table_of(other.first) == table; };
-    const bool several = std::count_if(before.begin(), before.end(), of_table) > 1;
-    text += "; " + table + (several ? "/" + old->second[0] : "");
-    const auto names = camera::query("select name from pragma_table_info('" + table + "')");
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      if (row[i] != old->second[i]) text += " " + names[i][0] + "=" + row[i];
+    } else if (old->second != row) {
+      text += "; " + table;
+      if (rows("select count(*) from " + table) != "1") text += "/" + old->second[0];
+      const auto names = camera::query("select name from pragma_table_info('" + table + "')");
+      for (std::size_t i = 0; i < row.size(); ++i) {
+        if (row[i] != old->second[i]) text += " " + names[i][0] + "=" + row[i];
+      }
     }
   }
   for (const auto& [key, row] : before) {
-    if (!after.contains(key)) text += "; -" + table_of(key) + "/" + row[0];
+    if (!after.contains(key)) text += "; -" + key.substr(0, key.find('/') + 1) + row[0];
   }
   return text;
 }
@@ -348,24 +301,16 @@ void ServiceTest::TearDown() {
 }
 
 void ServiceTest::start_service(const Start& start) {
-  int input = -1;
-  if (start.cgi) {
-    write_file("/usr/local/orvid/stdin", start.input);
-    input = open("/usr/local/orvid/stdin", O_RDONLY | O_CLOEXEC);
-  } else {
-    input = listen_at(socket_path_);
-  }
-  const int output = file_for_output(output_path_);
-  const int errors = file_for_output(error_path_);
+  write_file(kOutput, "");
+  write_file(kErrors, "");
+  const camera::Descriptor input(start.cgi ? open("/dev/null", O_RDONLY | O_CLOEXEC) : listen_at(kSocket));
   service_pid = fork();
   ASSERT_GE(service_pid, 0);
   if (service_pid == 0) {
-    dup2(input, 0);
-    dup2(output, 1);
-    dup2(errors, 2);
-    if (start.close_output) {
-      close(1);
-      close(2);
+    dup2(input.number, 0);
+    for (const auto& [descriptor, path] : {std::pair{1, kOutput}, {2, kErrors}}) {
+      dup2(open(path, O_WRONLY | O_APPEND | O_CLOEXEC), descriptor);
+      if (start.close_output) close(descriptor);
     }
     for (const auto& [name, value] : start.environment)
       setenv(name.c_str(), value.c_str(), 1);
@@ -373,8 +318,6 @@ void ServiceTest::start_service(const Start& start) {
     execl(other != nullptr ? other : PSIA_BINARY, "psia.fcgi", nullptr);
     _exit(127);
   }
-  for (const int descriptor : {input, output, errors})
-    close(descriptor);
 }
 
 int ServiceTest::stop_service(int signal) {
@@ -391,7 +334,7 @@ int ServiceTest::wait_for_exit() {
 }
 
 fastcgi::Connection ServiceTest::begin(const Call& call) const {
-  fastcgi::Connection connection(socket_path_);
+  fastcgi::Connection connection(kSocket);
   EXPECT_TRUE(connection.ok()) << "the service's socket does not answer";
   connection.send(to_request(call));
   return connection;
@@ -431,10 +374,6 @@ std::string ServiceTest::in_words(camera::Message message) const {
 }
 
 std::string ServiceTest::effect(const Call& call, const std::vector<int>& replies) {
-  const std::string upload = std::string(camera::kExchangeDirectory) + "/psia_config.dat";
-  std::error_code no_file;
-  const auto long_ago = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
-  std::filesystem::last_write_time(upload, long_ago, no_file);
   Settings settings = all_settings();
   const std::size_t printed_before = printed().size();
   std::string text;
@@ -449,10 +388,8 @@ std::string ServiceTest::effect(const Call& call, const std::vector<int>& replie
     if (!message) return false;
     tell_changes();
     text += "; " + in_words(*message);
-    camera::Message reply =
-        camera::reply_to(*message, messages.size() < replies.size() ? replies[messages.size()] : 0);
-    std::copy(reply_text.begin(), reply_text.end(), reply.body.begin() + 8);
-    EXPECT_TRUE(camera::send_reply(reply));
+    const int result = messages.size() < replies.size() ? replies[messages.size()] : 0;
+    EXPECT_TRUE(camera::send_reply(camera::reply_to(*message, result)));
     messages.push_back(*message);
     return true;
   };
@@ -467,8 +404,6 @@ std::string ServiceTest::effect(const Call& call, const std::vector<int>& replie
   while (answer_message()) {
   }
   tell_changes();
-  if (const auto written = std::filesystem::last_write_time(upload, no_file); !no_file && written != long_ago)
-    text += "; file of " + std::to_string(read_file(upload).size());
   if (printed().size() > printed_before)
     text += "; printed " + kind_of(printed().substr(printed_before), call.uri);
   if (!answer.errors.empty()) text += "; error " + answer.errors;
@@ -508,14 +443,12 @@ void ServiceTest::expect_documents(const std::string& table) {
 void ServiceTest::expect_shown(const std::string& uri, const std::string& body) {
   const std::size_t printed_before = printed().size();
   const std::string answer = get(uri);
-  if (body.starts_with("status")) {
-    EXPECT_TRUE(same(answer, status(body.back() - '0', uri))) << uri;
-  } else if (uri.starts_with("/PSIA/Custom/Event")) {
-    EXPECT_EQ(answer, "") << uri;
-    EXPECT_TRUE(same(printed().substr(printed_before), printed_document(body))) << uri;
-  } else {
-    EXPECT_TRUE(same(answer, document(body))) << uri;
-  }
+  const bool is_status = body.starts_with("status");
+  const bool event = uri.starts_with("/PSIA/Custom/Event") && !is_status;
+  EXPECT_EQ(event ? answer : "", "") << uri;
+  EXPECT_TRUE(same(event ? printed().substr(printed_before) : answer,
+                   is_status ? status(body.back() - '0', uri) : document(body, event ? kBareType : kXmlType)))
+      << uri;
 }
 
 void ServiceTest::restore_settings() {

@@ -35,9 +35,6 @@ struct Call {
 /// The request a web server would make of `call`.
 [[nodiscard]] fastcgi::Request to_request(const Call& call);
 
-/// `text` in base 64.
-[[nodiscard]] std::string base64(const std::string& text);
-
 /// XML in brief, one way in which documents are written in all tests:
 ///
 ///     User(userName=bob password=`with blanks` <x/>)  is  <User><userName>bob</userName>...<x/></User>
@@ -61,24 +58,20 @@ inline const std::string kBareXml = R"(<?xml version="1.0" encoding="UTF-8" ?>)"
 inline const std::string kXml = kBareXml + "\r\n";
 inline const std::string kLineXml = kBareXml + "\n";
 
-/// The bytes of a document's whole answer, `content_type` being the header line without its end.
-[[nodiscard]] std::string document(const std::string& body,
-                                   const std::string& content_type = "application/xml; charset=\"UTF-8\"");
-/// The bytes of an Event document on the process's standard output.
-[[nodiscard]] std::string printed_document(const std::string& body);
+/// The bytes of a document's whole answer; those that are printed have the bare type.
+inline const std::string kBareType = "application/xml";
+inline const std::string kXmlType = kBareType + R"(; charset="UTF-8")";
+[[nodiscard]] std::string document(const std::string& body, const std::string& content_type = kXmlType);
 /// The bytes of a ResponseStatus answer to a request for `uri`.
 [[nodiscard]] std::string status(int code, const std::string& uri);
 /// The bytes of the answer to a refused request.
 [[nodiscard]] std::string unauthorized();
-/// The bytes behind the first empty line.
-[[nodiscard]] std::string body_of(const std::string& answer);
 /// `answer` with its first time text from `since` to now, `offset` seconds east of Greenwich, replaced by
 /// kNow, which is as long.
 inline const std::string kNow = "YYYY-MM-DDThh:mm:ss";
 [[nodiscard]] std::string with_now(std::string answer, std::time_t since, int offset = 0);
 
-/// Whether two documents are the same; if not, tells the first lines that differ, lines being broken before
-/// each '<' as well.
+/// Whether two documents are the same; if not, tells what is around the first byte that differs.
 [[nodiscard]] testing::AssertionResult same(const std::string& actual, const std::string& expected);
 
 /// The rows a select gives, values joined by "|", rows by ";".
@@ -95,14 +88,18 @@ using Settings = std::map<std::string, std::vector<std::string>>;
 [[nodiscard]] std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& content);
 
+/// The service's listening socket, standard output and standard error.
+constexpr const char* kSocket = "/usr/local/orvid/psia.sock";
+constexpr const char* kOutput = "/usr/local/orvid/stdout";
+constexpr const char* kErrors = "/usr/local/orvid/stderr";
+
 class ServiceTest : public ::testing::Test {
  protected:
   /// How the service is started.
   struct Start {
     std::map<std::string, std::string> environment = {};
     bool close_output = false;  ///< descriptors 1 and 2 closed, as web servers do it
-    bool cgi = false;           ///< a plain CGI program: `environment` holds the request, `input` the body
-    std::string input = {};
+    bool cgi = false;           ///< a plain CGI program: `environment` holds the request, without a body
   };
 
   void SetUp() override;
@@ -128,9 +125,8 @@ class ServiceTest : public ::testing::Test {
   /// One request during which a daemon answers each control message, in words, in the order in which things
   /// came about: "Audio Enable=0; message 3; status 1". Of the database all that was changed is told (rows of
   /// a table that has several by their first column, "VideoEncoder/1 Codec=0"), added ("+User x|y|2") or
-  /// removed ("-User/x"); of a message all that is not zero. Then comes the file that was written, what was
-  /// printed, what went to the error stream, and the answer: the status codes, or the document's root
-  /// element.
+  /// removed ("-User/x"); of a message all that is not zero. Then comes what was printed, what went to the
+  /// error stream, and the answer: the status codes, or the document's root element.
   std::string effect(const Call& call, const std::vector<int>& replies = {});
 
   /// Tables of requests. A row begins at the start of a line, which a blank continues on the next:
@@ -170,22 +166,17 @@ class ServiceTest : public ::testing::Test {
   void wait_until_idle() const;
 
   /// What the service has printed so far on its standard output and its standard error.
-  [[nodiscard]] std::string printed() const { return read_file(output_path_); }
-  [[nodiscard]] std::string reported() const { return read_file(error_path_); }
+  [[nodiscard]] static std::string printed() { return read_file(kOutput); }
+  [[nodiscard]] static std::string reported() { return read_file(kErrors); }
   /// Open descriptors and resident bytes of the idle service.
   [[nodiscard]] std::size_t open_descriptors() const;
   [[nodiscard]] std::size_t resident_bytes() const;
 
   std::vector<camera::Message> messages;  ///< of the last effect()
-  std::string reply_text;                 ///< what the daemon's replies carry behind their result
   pid_t service_pid = -1;
 
  private:
   [[nodiscard]] std::string in_words(camera::Message message) const;
-
-  std::string socket_path_ = "/usr/local/orvid/psia.sock";
-  std::string output_path_ = "/usr/local/orvid/stdout";
-  std::string error_path_ = "/usr/local/orvid/stderr";
 };
 
 /// A service that was started in the camera's factory state and has answered once.
