@@ -2,8 +2,6 @@
 // measures what they cost. See kHelp.
 #include <fcntl.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +20,7 @@
 
 #include "simulator/device.h"
 #include "simulator/message.h"
+#include "simulator/unix_socket.h"
 #include "tests/support/fastcgi_client.h"
 
 namespace {
@@ -247,15 +246,8 @@ std::string socket_path(std::size_t server) {
 }
 
 void start(Server& server) {
-  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  unlink(server.socket.c_str());
-  server.socket.copy(std::begin(address.sun_path), sizeof address.sun_path - 1);
-  if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      listen(listener, 128) != 0) {
-    fail("cannot listen at " + server.socket);
-  }
+  const camera::Descriptor listener = camera::listen_at(server.socket);
+  if (listener.number < 0) fail("cannot listen at " + server.socket);
   std::vector<char*> arguments;
   for (std::string& word : server.command) {
     arguments.push_back(word.data());
@@ -270,13 +262,12 @@ void start(Server& server) {
   server.process = fork();
   if (server.process == 0) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);  // none outlives a failure
-    dup2(listener, STDIN_FILENO);
+    dup2(listener.number, STDIN_FILENO);
     if (std::freopen("/dev/null", "w", stdout) == nullptr) _exit(126);
     execvp(arguments[0], arguments.data());
     std::fprintf(stderr, "bench-load: cannot run %s\n", arguments[0]);
     _exit(127);
   }
-  close(listener);
 }
 
 /// Waits until the server sleeps, as it does when it waits for a request.

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include <utility>
 
 #include "simulator/fastcgi.h"
+#include "simulator/unix_socket.h"
 
 namespace camera {
 namespace {
@@ -48,18 +48,6 @@ bool transmit(const Descriptor& to, std::string& bytes) {
     bytes.erase(0, static_cast<std::size_t>(count));
   }
   return true;
-}
-
-int connect_to(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(static_cast<char*>(address.sun_path), sizeof(address.sun_path) - 1);
-  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    close(descriptor);
-    return -1;
-  }
-  return descriptor;
 }
 
 int number_at(const std::string& text, std::size_t place) {
@@ -154,7 +142,7 @@ void Relay::start_next() {
     if (!waiting->asked || waiting->own || waiting->done || waiting.get() == at_service_) continue;
     waiting->own = listener_.answers_itself(waiting->exchange);
     if (waiting->own || at_service_ != nullptr) continue;
-    waiting->service = Descriptor(connect_to(service_path_));
+    waiting->service = connect_to(service_path_);
     waiting->own = waiting->service.number < 0;
     if (waiting->own) continue;
     at_service_ = waiting.get();

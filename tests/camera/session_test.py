@@ -31,6 +31,7 @@ def change(camera):
                "10.0.0.2</ipAddress></PrimaryDNS></IPAddress>")
     address = camera.get("/System/Network/interfaces/eth0/ipAddress")
     expect("10.0.0.5<" in address and "10.0.0.1<" in address and "10.0.0.2\n<" in address, address, camera)
+    camera.put("/System/time", "<Time><timeMode>NTP</timeMode><timeZone>CET-1</timeZone></Time>")
     camera.put("/System/time", "<Time><timeMode>manual</timeMode><localTime>2031-05-01T10:00:00</localTime>"
                                "<timeZone>CET-1</timeZone></Time>")
     expect("2031-05-01T10:0" in camera.get("/System/time"), "the clock is not set", camera)
@@ -40,7 +41,8 @@ def change(camera):
     camera.put("/Security/AAA/users", "<User><userName>bob</userName><password>secret</password></User>", "POST")
     expect("bob" in camera.get("/Security/AAA/users"), "bob is missing", camera)
     camera.logs("Network.IPAddress: 192.168.1.10 -> 10.0.0.5", "command 31", "Event[0].Week: 62 -> 64",
-                "command 6: set the clock manually to 2031-05-01 10:00:00", "User[bob] added: Level 2")
+                "command 6: keep the clock by NTP", "command 6: set the clock manually to 2031-05-01 10:00:00",
+                "User[bob] added: Level 2")
     expect("secret" not in camera.log(), "a password is shown", camera)
     now = json.loads(camera.ask("GET", "/camera/log?since=0")[1])["now"]
     expect(now["address"] == "10.0.0.5 255.0.0.0" and now["clock"].startswith("2031-05-01T10:0"), str(now), camera)

@@ -3,7 +3,6 @@
 import base64
 import json
 import os
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -31,9 +30,6 @@ class Browser:
                  "disable-sync", "disable-background-networking", "disable-component-update",
                  "disable-dev-shm-usage", "hide-scrollbars", "window-size=1280,1500", "user-data-dir=" + directory + "/profile"]
         options = {"args": ["--" + flag for flag in flags]}
-        binary = shutil.which("chromium")
-        if binary:
-            options["binary"] = binary
         wanted = {"capabilities": {"alwaysMatch": {"goog:chromeOptions": options}}}
         eventually(self.ready, "chromedriver")
         self.base += "/session/" + self.ask("POST", "/session", wanted)["sessionId"]

@@ -57,8 +57,6 @@ GET /PSIA/System/statusABC => DeviceStatus
 {GET|get|GeT} /psia/SYSTEM/Status?x=1 => DeviceStatus
 {G|GETX|PATCH} /PSIA/System/status => status 4
 GET /PSIA/{index|indexr}X => ResourceList
-PUT /PSIA/System/{updateFirmware|Network/interfaces/eth0/discovery} => status 1
-DELETE /PSIA/{System/time/ntpServers|System/time/ntpServers/1|Streaming/channels|Streaming/channels/1} => status 1
 GET /PSIA/System/Audio/channels/17 => AudioChannel
 GET /PSIA/System/Audio/channelsX => AudioChannelList
 GET /PSIA/System/time/ntpServers/ => NTPServer

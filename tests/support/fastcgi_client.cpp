@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -32,14 +31,6 @@ std::string length_of(const std::string& text) {
 }
 
 }  // namespace
-
-Connection::Connection(const std::string& path) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(std::begin(address.sun_path), sizeof address.sun_path - 1);
-  if (connect(socket_.number, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-    socket_.reset();
-}
 
 void Connection::send(const Request& request) const {
   std::string variables;

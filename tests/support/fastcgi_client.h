@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "simulator/descriptor.h"
+#include "simulator/unix_socket.h"
 
 namespace fastcgi {
 
@@ -24,7 +24,7 @@ struct Answer {
 class Connection {
  public:
   /// Connects to the socket `path`; ok() tells whether that worked.
-  explicit Connection(const std::string& path);
+  explicit Connection(const std::string& path) : socket_(camera::connect_to(path)) {}
   [[nodiscard]] bool ok() const { return socket_.number >= 0; }
 
   /// Sends a request; a further one only when the one before asked to keep the connection.

@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,18 +29,6 @@ std::string base64(const std::string& text) {
     encoded += alphabet[bits >> (10 - bit % 8) & 63U];
   }
   return encoded.append((4 - encoded.size() % 4) % 4, '=');
-}
-
-/// A socket listening at `path`, for the service's descriptor 0.
-int listen_at(const std::string& path) {
-  std::filesystem::remove(path);
-  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(std::begin(address.sun_path), sizeof address.sun_path - 1);
-  EXPECT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(listen(listener, 64), 0);
-  return listener;
 }
 
 /// What an answer or a printed document is: its status code, the root element of a document, or the content
@@ -290,10 +276,6 @@ std::string differences(const Settings& before, const Settings& after) {
   return text;
 }
 
-void ServiceTest::SetUp() {
-  ASSERT_EQ(camera::reset_device(), "");
-}
-
 void ServiceTest::TearDown() {
   if (service_pid > 0) {
     EXPECT_EQ(stop_service(SIGTERM), 0) << "standard error: " << reported();
@@ -303,7 +285,9 @@ void ServiceTest::TearDown() {
 void ServiceTest::start_service(const Start& start) {
   write_file(kOutput, "");
   write_file(kErrors, "");
-  const camera::Descriptor input(start.cgi ? open("/dev/null", O_RDONLY | O_CLOEXEC) : listen_at(kSocket));
+  const camera::Descriptor input =
+      start.cgi ? camera::Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)) : camera::listen_at(kSocket);
+  ASSERT_GE(input.number, 0);
   service_pid = fork();
   ASSERT_GE(service_pid, 0);
   if (service_pid == 0) {
@@ -345,10 +329,6 @@ fastcgi::Answer ServiceTest::exchange(const Call& call) {
   EXPECT_TRUE(answer.ended) << call.method << " " << call.uri
                             << " was cut off; standard error: " << reported();
   return answer;
-}
-
-std::string ServiceTest::get(const std::string& uri, const std::string& user) {
-  return call({.uri = uri, .user = user});
 }
 
 std::string ServiceTest::in_words(camera::Message message) const {
@@ -476,16 +456,11 @@ void ServiceTest::expect_no_message() {
 }
 
 void ServiceTest::wait_until_idle() const {
-  // The service lets stop signals in only while it waits: bit 14 of the masks, in the fourth digit from the
-  // end, is SIGTERM, 15.
-  EXPECT_TRUE(eventually([this] {
-    const std::string state = read_file("/proc/" + std::to_string(service_pid) + "/status");
-    const auto has_sigterm = [&state](const char* mask) {
-      const std::size_t at = state.find(mask);
-      return at != std::string::npos && (std::stoull(state.substr(at + 8, 16), nullptr, 16) & 1U << 14U) != 0;
-    };
-    return has_sigterm("SigCgt:\t") && !has_sigterm("SigBlk:\t") &&
-           state.find("State:\tS") != std::string::npos;
+  // It sleeps, and catches and lets in SIGTERM, as it does only while it waits: 15 is bit 14 of the masks,
+  // the 4 in the fourth digit from the end.
+  const std::regex idle("State:\tS[^]*SigBlk:\t\\w*[0-389ab]\\w{3}\n[^]*SigCgt:\t\\w*[4-7c-f]\\w{3}\n");
+  EXPECT_TRUE(eventually([&] {
+    return std::regex_search(read_file("/proc/" + std::to_string(service_pid) + "/status"), idle);
   })) << "the service does not come to rest";
 }
 
@@ -498,17 +473,9 @@ std::size_t ServiceTest::open_descriptors() const {
 
 std::size_t ServiceTest::resident_bytes() const {
   wait_until_idle();
-  std::ifstream statistics("/proc/" + std::to_string(service_pid) + "/statm");
-  std::size_t total = 0;
-  std::size_t resident = 0;
-  statistics >> total >> resident;
-  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
-
-void RunningServiceTest::SetUp() {
-  ServiceTest::SetUp();
-  start_service();
-  ASSERT_NE(get("/PSIA"), "");
+  std::size_t pages = 0;
+  std::ifstream("/proc/" + std::to_string(service_pid) + "/statm") >> pages >> pages;  // all, resident ones
+  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 }  // namespace psia_tests

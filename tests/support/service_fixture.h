@@ -102,7 +102,7 @@ class ServiceTest : public ::testing::Test {
     bool cgi = false;           ///< a plain CGI program: `environment` holds the request, without a body
   };
 
-  void SetUp() override;
+  void SetUp() override { ASSERT_EQ(camera::reset_device(), ""); }
   void TearDown() override;
 
   /// Starts the built service, or what the environment variable PSIA_BINARY names: another build, or a script
@@ -120,7 +120,9 @@ class ServiceTest : public ::testing::Test {
   /// One request without a daemon, so that a control message stays unanswered; and its answer's bytes.
   fastcgi::Answer exchange(const Call& call);
   std::string call(const Call& call) { return exchange(call).out; }
-  std::string get(const std::string& uri, const std::string& user = "admin:admin");
+  std::string get(const std::string& uri, const std::string& user = "admin:admin") {
+    return call({.uri = uri, .user = user});
+  }
 
   /// One request during which a daemon answers each control message, in words, in the order in which things
   /// came about: "Audio Enable=0; message 3; status 1". Of the database all that was changed is told (rows of
@@ -182,7 +184,11 @@ class ServiceTest : public ::testing::Test {
 /// A service that was started in the camera's factory state and has answered once.
 class RunningServiceTest : public ServiceTest {
  protected:
-  void SetUp() override;
+  void SetUp() override {
+    ServiceTest::SetUp();
+    start_service();
+    ASSERT_NE(get("/PSIA"), "");
+  }
 };
 
 }  // namespace psia_tests

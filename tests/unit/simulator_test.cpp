@@ -1,10 +1,14 @@
-// The simulated camera's pure parts: texts in messages, and rules on its command line.
+// The simulated camera's pure parts: messages, rules on its command line, and what it shows and reads of
+// other people's bytes: texts for a terminal, FastCGI records.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 
 #include "simulator/daemons.h"
+#include "simulator/fastcgi.h"
 #include "simulator/message.h"
+#include "simulator/text.h"
 
 namespace {
 
@@ -32,6 +36,39 @@ TEST(SimulatedCamera, ReadsAnswerRules) {
   for (const char* text : {"", "6", "6=", "=busy", "6 =busy", "-1=busy", "99999999999=busy", "6=busyx",
                            "6=busy:3", "6=late:", "6=late:-1", "6=late:1.5", "6=late:86401"})
     EXPECT_FALSE(camera::parse_answer_rule(text)) << text;
+}
+
+// Escape sequences begin with ESC or with U+009B, which is two bytes in UTF-8 and one elsewhere.
+TEST(SimulatedCameraTexts, ReachNoTerminalAsCommands) {
+  EXPECT_EQ(camera::harmless("a\x1b[31m\x7f\x01\tb\n"), "a?[31m??\tb?");
+  EXPECT_EQ(camera::harmless("a\xc2\x9b"
+                             "31m\xc2\x80\xc2\x9f|\x9b|\xff"),
+            "a?31m??|?|?");
+  EXPECT_EQ(camera::harmless("\xe2\x80\x8f\xe2\x80\xa8\xef\xbb\xbf\xd8\x9c"),
+            "????");  // direction, line, mark
+  EXPECT_EQ(camera::harmless("\xc3\xa9\xc2\xa0\xe2\x82\xac\xf0\x9f\x93\xb7"),
+            "\xc3\xa9\xc2\xa0\xe2\x82\xac\xf0\x9f\x93\xb7");
+  // Cut off, longer than needed, a surrogate, above the last character: one mark for each byte.
+  EXPECT_EQ(camera::harmless("\xe2\x82"), "??");
+  EXPECT_EQ(camera::harmless("\xc0\x9b\xe0\x82\x9b\xed\xa0\x80\xf4\x90\x80\x80"), std::string(12, '?'));
+  EXPECT_EQ(camera::json_text("a\"\\\n\t\x1b\x9b"), "\"a\\\"\\\\\\n\\t??\"");
+}
+
+TEST(SimulatedCameraRelay, TakesWholeRecordsOnly) {
+  const std::string answer = "Status: 401 Unauthorized\r\n\r\n" + std::string(70000, 'x');
+  std::string bytes = camera::fastcgi::answer_records(7, answer) + "\x01\x06";
+  std::string start = bytes.substr(0, 65000);
+  EXPECT_TRUE(camera::fastcgi::take_records(start).empty());
+  const auto records = camera::fastcgi::take_records(bytes);
+  ASSERT_EQ(records.size(), 4U);
+  EXPECT_EQ(records[0].content + records[1].content, answer);
+  EXPECT_EQ(records[3].type, camera::fastcgi::kEndRequest);
+  EXPECT_EQ(bytes, "\x01\x06");
+
+  using Variables = std::map<std::string, std::string>;
+  EXPECT_EQ(camera::fastcgi::read_parameters(std::string("\1\2abc\x80\0\0\1\0d\3\1xy", 15)),
+            (Variables{{"a", "bc"}, {"d", ""}}));
+  EXPECT_TRUE(camera::fastcgi::read_parameters("\xff\xff\xff\xff\xff\xff\xff\xff").empty());
 }
 
 }  // namespace
