@@ -22,67 +22,38 @@ REFUSE := create trigger refuse before update on
 ABORT := begin select raise(abort, 'no'); end
 )";
 
-class MediaTest : public RunningServiceTest {
- protected:
-  /// What the documents of both streams show after a statement, as changes of those in the factory state.
-  void expect_streams(const std::string& sql, const Pairs& changes, const std::string& failing = "");
-};
+class MediaTest : public RunningServiceTest {};
 
-TEST_F(MediaTest, AudioShowsTheStoredFlag) {
-  expect_documents(kWords + for_each(R"(
-update Audio set Enable=2 | true
-update Audio set Enable=0 | false
-delete from Audio | false
-)",
-                                     R"(
-$1 :: AUDIO/1 => AudioChannel!(id=1 enabled=$2 audioMode=listenonly)
-$1 :: AUDIO => AudioChannelList!(AudioChannel!(id=1 enabled=$2 audioMode=listenonly))
-)"));
-}
-
-TEST_F(MediaTest, SwitchingAudioStoresTheFlagAndSendsCommand3) {
-  expect_effects(kWords + R"(
-always := update Audio set Enable=7, Codec=2
-PUT AUDIO/1 AudioChannel(enabled=false) => Audio Enable=0; message 3; status 1
-audiochannel(ENABLED=True) => Audio Enable=1; message 3; status 1
-AudioChannel(enabled=true enabled=false) <- 1 => Audio Enable=0; message 3; status 2
-AudioChannel(id=7) <- 2 => Audio Enable=0; message 3; status 3
-AudioChannel(enabled=` true`) <- 7 => Audio Enable=0; message 3; status 3
-AudioChannel() <- -1 => Audio Enable=0; message 3; status 3
-delete from Audio :: AudioChannel() => message 3; status 1
-drop table Audio :: AudioChannel() => status 3
-Audio(enabled=false) => status 3
-"" => status 3
+TEST_F(MediaTest, InputsShowRow0) {
+  expect_documents(kWords + R"(
+update Audio set Enable=2 :: AUDIO/1 => AudioChannel!(id=1 enabled=true audioMode=listenonly)
+update Audio set Enable=0 :: AUDIO => AudioChannelList!(AudioChannel!(id=1 enabled=false audioMode=listenonly))
+delete from Audio :: AUDIO/1 => AudioChannel!(id=1 enabled=false audioMode=listenonly)
+INPUT := INPUTS/channels/1 => VideoInputChannel!(id=1 inputPort=1 powerLineFrequencyMode=
+insert into VideoSource values (1, 11, 12, 13, 1, 0) :: INPUT60hz brightnessLevel=60 contrastLevel=55 hueLevel=50)
+update VideoSource set PowerLineFrequency=1, Brightness=-3, Contrast=0
+ :: INPUT50hz brightnessLevel=-3 contrastLevel=0 hueLevel=50)
+update VideoSource set PowerLineFrequency=0, Hue=51 :: INPUT60hz brightnessLevel=60 contrastLevel=55 hueLevel=51)
+delete from VideoSource :: INPUT50hz brightnessLevel=50 contrastLevel=50 hueLevel=50)
 )");
 }
 
-TEST_F(MediaTest, VideoInputsShowRow0) {
-  expect_documents(kWords + for_each(R"(
-insert into VideoSource values (1, 11, 12, 13, 1, 0) | 60hz | 60 | 55 | 50
-update VideoSource set PowerLineFrequency=1, Brightness=-3, Contrast=0 | 50hz | -3 | 0 | 50
-update VideoSource set PowerLineFrequency=0, Hue=51 | 60hz | 60 | 55 | 51
-update VideoSource set PowerLineFrequency=3 | 60hz | 60 | 55 | 50
-delete from VideoSource | 50hz | 50 | 50 | 50
-)",
-                                     R"(
-ELEMENTS := id=1 inputPort=1 powerLineFrequencyMode=$2 brightnessLevel=$3 contrastLevel=$4 hueLevel=$5
-$1 :: INPUTS/channels/1 => VideoInputChannel!(ELEMENTS)
-$1 :: INPUTS/channels => VideoInputChannelList!(VideoInputChannel'(ELEMENTS))
-$1 :: INPUTS => VideoInput!(VideoInputChannelList'(VideoInputChannel'(ELEMENTS)))
-)"));
-}
-
-TEST_F(MediaTest, VideoInputChangesGoToTheRowOfTheBodysIdAndSendCommand1) {
-  // Of a text 127 characters count.
+TEST_F(MediaTest, InputChangesAreStoredAndSent) {
+  // The video input's row is that of the body's id; of a text 127 characters count.
   expect_effects(kWords + R"(
-always := insert into VideoSource values (1, 11, 12, 13, 1, 0)
+always := update Audio set Enable=7, Codec=2; insert into VideoSource values (1, 11, 12, 13, 1, 0)
+PUT AUDIO/1 audiochannel(ENABLED=True) => Audio Enable=1; message 3; status 1
+AudioChannel(enabled=true enabled=false) <- 1 => Audio Enable=0; message 3; status 2
+AudioChannel(id=7) <- 2 => Audio Enable=0; message 3; status 3
+AudioChannel(enabled=` true`) <- -1 => Audio Enable=0; message 3; status 3
+delete from Audio :: AudioChannel() => message 3; status 1
+Audio(enabled=false) => status 3
 PUT INPUTS/channels/1 videoInputChannel(id=1 inputPort=7 powerLineFrequencyMode=60hz LEVELS) <- 1 =>
  VideoSource/1 Brightness=21 Contrast=22 Hue=23; message 1 source=1; status 2
 VideoInputChannel(ID=`BLANKS03` hueLevel=9 HUELEVEL=`BLANKS41`) =>
  VideoSource/0 Brightness=0 Contrast=0 Hue=4; message 1; status 1
 VideoInputChannel(LEVELS) => message 1 source=-1; status 1
 VideoInput(id=1) => status 3
-REFUSE VideoSource ABORT :: VideoInputChannel(id=1) => status 3
 )");
 }
 
@@ -102,27 +73,6 @@ const std::string kListedSlaveSize = size("352x240");
 const std::string kCapabilitiesSize = size("1920{1280,1920}x1080{720,1080}");
 const std::string kSlaveCapabilitiesSize = size("352{352,704}x240{240,480}");
 
-/// The Master stream's elements in the factory state; with what a client may set.
-const std::string kElements = xml(R"(
-id=1 channelName=`Master stream` enabled=true Transport(rtspPortNo=554 maxPacketSize=1448
- ControlProtocolList(ControlProtocol(streamingTransport=RTSP)) Unicast(enabled=true rtpTransportType=RTP/TCP))
-Video(enabled=true videoInputChannelID=1 videoCodecType=H.264 videoScanType=progressive videoResolutionWidth=1920
- videoResolutionHeight=1080 videoQualityControlType=CBR constantBitRate=4096 maxFrameRate=3000 keyFrameInterval=1000)
-Audio(enabled=true audioInputChannelID=1 audioCompressionType=G.711ulaw audioBitRate=64 audioSamplingRate=8
- audioResolution=8))");
-const std::string kCapabilities = xml(R"(
-id{opt="1,2"}=1 channelName{min="1" max="128"}=`Master stream` enabled{opt="true,false"}=true
-Transport(rtspPortNo{min="0" max="65535" def="554"}=554
- ControlProtocolList(ControlProtocol(streamingTransport{opt="RTSP/RTP,HTTP"}=RTSP))
- Unicast(<enabled opt="true,false" def="true"/> <rtpTransportType opt="RTP/UDP,RTP/TCP" />))
-Video(enabled{opt="true,false"}=true videoInputChannelID{opt="1"}=1 videoCodecType{opt="MJPEG,H.264"}=H.264
- videoResolutionWidth{opt="1280,1920"}=1920 videoResolutionHeight{opt="720,1080"}=1080
- videoQualityControlType{opt="CBR,VBR"}=CBR constantBitRate{min="64" max="10240" dynamic="true"}=4096
- maxFrameRate{min="100" max="3000" default="1500"}=3000 keyFrameInterval{min="0" max="10000"}=1000)
-Audio(enabled{opt="true,false"}=true audioInputChannelID{min="1" max="1"}=1
- audioCompressionType{opt="G.711ulaw,G.711alaw,G.726" default="G.711ulaw"}=G.711ulaw
- audioBitRate{opt="24,32,64"}=64 audioSamplingRate{opt="8"}=8 audioResolution{opt="8"}=8))");
-
 /// From the factory values to those shown without a row. The Slave stream has most of them, too.
 const std::string kScanType = "</videoCodecType><videoScanType>progressive</videoScanType>";
 const Pairs kDefaults = {
@@ -139,43 +89,40 @@ const Pairs kSlave = {{">1</id>", ">2</id>"},
                       {">H.264<", ">MJPEG<"},
                       {kCapabilitiesSize, kSlaveCapabilitiesSize}};
 
-/// The documents in the factory state by what stands behind the URL of the list, which shows the Slave's own
-/// size, and its codec by the opposite sense.
-std::map<std::string, std::string> factory_documents() {
-  const std::string slave = replaced(replaced(kElements, kDefaults), kSlave);
-  const std::string entry = R"(<StreamingChannel version="1.0">)";
-  const std::string end = "</StreamingChannel>";
-  const std::string listed = replaced(slave, {{kSlaveSize, kListedSlaveSize}, {">MJPEG<", ">H.264<"}});
-  const auto one = [](const std::string& elements) {
-    return kXml + xml("StreamingChannel!(") + elements + "</StreamingChannel>";
-  };
-  return {{"/1", one(kElements)},
-          {"/2", one(slave)},
-          {"/1/capabilities", one(kCapabilities)},
-          {"/2/capabilities", one(replaced(replaced(kCapabilities, kDefaults), kSlave))},
-          {"", kXml + xml("StreamingChannelList!(") + entry + kElements + end + entry + listed + end +
-                   "</StreamingChannelList>"}};
-}
-
-/// `failing` are the documents that give a device error instead.
-void MediaTest::expect_streams(const std::string& sql, const Pairs& changes, const std::string& failing) {
-  restore_settings();
-  run_sql(sql);
-  for (const auto& [end, text] : factory_documents()) {
-    SCOPED_TRACE("after " + sql);
-    expect_shown("/PSIA/Streaming/channels" + end,
-                 failing.find("'" + end + "'") != std::string::npos ? "status 3" : replaced(text, changes));
+class StreamsTest : public RunningServiceTest {
+ protected:
+  void SetUp() override {
+    RunningServiceTest::SetUp();
+    for (const std::string end : {"1", "2", "1/capabilities", "2/capabilities"})
+      factory_["/" + end] = body_of(get(kStreams + end));
+    factory_[""] = body_of(get("/PSIA/Streaming/channels"));
   }
+
+  /// What the documents of both streams show after a statement, as changes of those in the factory state;
+  /// `failing` are those that give a device error instead.
+  void expect_streams(const std::string& sql, const Pairs& changes, const std::string& failing = "") {
+    restore_settings();
+    run_sql(sql);
+    for (const auto& [end, text] : factory_) {
+      SCOPED_TRACE("after " + sql);
+      expect_shown("/PSIA/Streaming/channels" + end,
+                   failing.find("'" + end + "'") != std::string::npos ? "status 3" : replaced(text, changes));
+    }
+  }
+
+  std::map<std::string, std::string> factory_;  // by what stands behind the URL of the list
+};
+
+TEST_F(StreamsTest, TheIdentifierChoosesTheStreamAndNoneIsRefused) {
+  for (const std::string end : {"", "/capabilities"})
+    EXPECT_TRUE(same(factory_["/2" + end], replaced(replaced(factory_["/1" + end], kDefaults), kSlave)));
+  for (const char* id : {"10", "1/x", "MASTER-0", "master-01"})
+    expect_shown(kStreams + id, factory_["/1"]);
+  for (const char* id : {"7", "0", "Slave-0", "Master-", "Master_0", "%31", "/1"})
+    expect_shown(kStreams + id, factory_["/2"]);
 }
 
-TEST_F(MediaTest, TheIdentifierChoosesTheStreamAndNoneIsRefused) {
-  for (const char* id : {"1", "10", "1/x", "MASTER-0", "master-01"})
-    expect_shown(kStreams + id, factory_documents().at("/1"));
-  for (const char* id : {"2", "7", "0", "Slave-0", "Master-", "Master_0", "%31", "/1"})
-    expect_shown(kStreams + id, factory_documents().at("/2"));
-}
-
-TEST_F(MediaTest, SizesFollowResolutionCodeAndCaptureMode) {
+TEST_F(StreamsTest, SizesFollowResolutionCodeAndCaptureMode) {
   // The sizes offered (Spec.VideoResolution: 0x20 larger ones, 0x200000 the smaller class of sensors), the
   // capture mode, the resolution code, and the sizes then shown as the stream's and in its capabilities.
   for (const auto& [offered, mode, code, plain, capabilities] : std::vector<std::array<std::string, 5>>{
@@ -200,31 +147,32 @@ TEST_F(MediaTest, SizesFollowResolutionCodeAndCaptureMode) {
   }
 }
 
-TEST_F(MediaTest, StreamsShowStoredValuesAndWhatMissingRowsStandFor) {
-  expect_streams("update VideoEncoder set Codec=-2", {{">MJPEG<", ">H.264<"}});
-  expect_streams("update VideoEncoder set Enable=2",
-                 {{"true</enabled><Transport>", "false</enabled><Transport>"},
+TEST_F(StreamsTest, ShowStoredValuesAndWhatMissingRowsStandFor) {
+  expect_streams("update VideoEncoder set Codec=-2, Enable=2",
+                 {{">MJPEG<", ">H.264<"},
+                  {"true</enabled><Transport>", "false</enabled><Transport>"},
                   {"true</enabled><videoInput", "false</enabled><videoInput"}});
-  expect_streams("update VideoEncoder set QualityType=-1 where VideoEncoderID=1", {});
-  int level = -1;
-  for (const std::string percentage : {"50", "100", "75", "50", "25", "0", "50"})
-    expect_streams("update VideoEncoder set Quality=" + std::to_string(level++),
-                   {{">50<", ">" + percentage + "<"}});
-  // In double precision the first interval would be 700.
-  for (const auto& [sql, rate, interval] :
-       std::vector<std::array<std::string, 3>>{{"GOPSize=7, Framerate=10", ">1000<", ">699<"},
-                                               {"GOPSize=15, Framerate=0", ">0<", ">2147483647<"},
-                                               {"GOPSize=-15, Framerate=0", ">0<", ">-2147483648<"},
-                                               {"GOPSize=0, Framerate=0", ">0<", ">0<"}})
-    expect_streams("update VideoEncoder set " + sql,
-                   {{">1000<", interval}, {">3000<", rate}, {">1500<", rate}});
+  expect_streams("delete from Network;update VideoEncoder set QualityType=-1 where VideoEncoderID=1", {});
+  // Quality, size of a group of pictures, frame rate, audio codec; what stands for them. In double precision
+  // the first interval would be 700.
+  for (const auto& [quality, group, frames, audio, percent, interval, rate, compression, bits] :
+       std::vector<std::array<std::string, 9>>{
+           {"-1", "7", "10", "0", "50", "699", "1000", "G.711ulaw", "64"},
+           {"0", "15", "0", "1", "100", "2147483647", "0", "G.711alaw", "64"},
+           {"1", "-15", "0", "2", "75", "-2147483648", "0", "G.726", "24"},
+           {"3", "0", "0", "3", "25", "0", "0", "G.726", "32"},
+           {"4", "5", "5", "4", "0", "1000", "500", "G.711", "64"},
+           {"5", "5", "5", "0", "50", "1000", "500", "G.711ulaw", "64"}}) {
+    expect_streams("update Audio set Codec=" + audio + ";update VideoEncoder set Quality=" + quality +
+                       ", GOPSize=" + group + ", Framerate=" + frames,
+                   {{">50<", ">" + percent + "<"},
+                    {">1000<", ">" + interval + "<"},
+                    {">3000<", ">" + rate + "<"},
+                    {">1500<", ">" + rate + "<"},
+                    {">G.711ulaw<", ">" + compression + "<"},
+                    {">64<", ">" + bits + "<"}});
+  }
   expect_streams("update Network set RTSPPort=8554", {{">554<", ">8554<"}});
-  expect_streams("delete from Network", {});
-
-  expect_streams("update Audio set Codec=1", {{">G.711ulaw<", ">G.711alaw<"}});
-  expect_streams("update Audio set Codec=2", {{">G.711ulaw<", ">G.726<"}, {">64<", ">24<"}});
-  expect_streams("update Audio set Codec=3", {{">G.711ulaw<", ">G.726<"}, {">64<", ">32<"}});
-  expect_streams("update Audio set Codec=4", {{">G.711ulaw<", ">G.711<"}});
   // The capabilities look for the row by its id, the others by its type. The list takes any number for on,
   // the others 1 alone.
   const std::string on = "true</enabled><audioInputChannelID";
@@ -232,7 +180,7 @@ TEST_F(MediaTest, StreamsShowStoredValuesAndWhatMissingRowsStandFor) {
   expect_streams("update Audio set Type=1", {{on + ">", off + ">"}});
   expect_streams("update Audio set AudioID=3", {{on + " min", off + " min"}});
   run_sql("update Audio set AudioID=0, Enable=2");
-  for (const auto& [end, text] : factory_documents())
+  for (const auto& [end, text] : factory_)
     expect_shown("/PSIA/Streaming/channels" + end, end.empty() ? text : replaced(text, {{on, off}}));
 
   expect_streams("delete from VideoEncoder", kDefaults, "'/1/capabilities' '/2/capabilities'");
@@ -246,19 +194,16 @@ TEST_F(MediaTest, StreamsShowStoredValuesAndWhatMissingRowsStandFor) {
 }
 
 TEST_F(MediaTest, ViewersOfTheStreamChosenByTheLengthOfTheUri) {
-  const auto expect_viewers = [this](const std::string& end, const std::string& addresses) {
-    // With header lines of its own, and percent signs as they are stored.
-    std::string list = R"(<StreamingSessionStatusList version="1.0" xmlns="urn:psialliance-org">)";
-    list += for_each(addresses, xml("StreamingSessionStatus(clientAddress(ipAddress=$1))"));
-    const std::string header = "Content-Type: application/xml; charset=\"UTF-8\"\n\n" + kXml;
-    EXPECT_TRUE(same(get(kStreams + end), header + list + "</StreamingSessionStatusList>")) << end;
-  };
-  for (const char* end : {"Slave-0/status", "slave-0/STATUS", "1234567/status"})
-    expect_viewers(end, "192.168.1.60");
+  // Each with header lines of its own, and percent signs as they are stored.
+  const std::string slave = get(kStreams + "Slave-0/status");
+  const std::string viewer = xml("StreamingSessionStatus(clientAddress(ipAddress=192.168.1.60))");
+  const std::string viewers = replaced(viewer, {{".60", ".50"}}) + replaced(viewer, {{".60", ".51"}});
+  for (const char* end : {"slave-0/STATUS", "1234567/status"})
+    EXPECT_TRUE(same(get(kStreams + end), slave)) << end;
   for (const char* end : {"2/status", "Slave-0//status", "slave/status"})
-    expect_viewers(end, "192.168.1.50\n192.168.1.51");
+    EXPECT_TRUE(same(get(kStreams + end), replaced(slave, {{viewer, viewers}}))) << end;
   run_sql("update ClientList set Address='%%%%d%s<&%%' where StreamName='Slave-0'");
-  expect_viewers("Slave-0/status", "%%%%d%s<&%%");
+  EXPECT_EQ(get(kStreams + "Slave-0/status"), replaced(slave, {{"192.168.1.60", "%%%%d%s<&%%"}}));
   expect_documents(R"(
 OF := StreamingSessionStatus'(clientAddress(ipAddress
 update ClientList set Address='%%%%d%s<&%%' where StreamName='Slave-0' :: /PSIA/Streaming/status => StreamingStatus!(
@@ -309,40 +254,25 @@ PUT STREAMS CHANNEL(Video()) => Network RTSPPort=554; message 37; status 1
 TEST_F(MediaTest, VideoConversions) {
   // What each element's text makes of its column, where the others have what an update without them stores.
   expect_effects(kWords + R"(
-always := update VideoEncoder set Enable=1, Codec=1, Resolution=4-4*VideoEncoderID, QualityType=1, Bitrate=2048, Quality=2,
- Framerate=30
-)" +
-                 for_each(R"(
-Resolution | videoResolutionWidth={1920|2040px} | 5
-Resolution | videoResolutionWidth={1919|704} | 4
-Resolution | videoResolutionHeight={1080|1536} | 5
-Resolution | videoResolutionHeight=1200 | 4
-Codec | videoCodecType=MJPEG2 | 1
-QualityType | TYPE=vbr | 1
-QualityType | TYPE=X | 0
-Quality | fixedQuality={0|0x} | 4
-Quality | fixedQuality={-5|25} | 3
-Quality | fixedQuality={26|50|76|99|101} | 2
-Quality | fixedQuality={51|75} | 1
-Quality | fixedQuality=100 | 0
-Framerate | maxFrameRate=1599 | 15
-Framerate | maxFrameRate=-199 | -1
-)",
-                          R"(
-update VideoEncoder set $1=9 :: PUT STREAMS/2 CHANNEL(id=1 Video($2)) => VideoEncoder/0 $1=$3; message 2 master=1; status 1)") +
-                 for_each(R"(
-videoResolutionWidth=176 | 3
-videoResolutionWidth=352 | 2
-videoResolutionWidth=704 videoResolutionHeight={240|288} | 1
-videoResolutionWidth=704 | 0
-videoResolutionHeight={112|144} | 3
-videoResolutionHeight={240|288} | 1
-videoResolutionWidth=352 videoResolutionHeight=240 | 2
-videoResolutionHeight=480 | 0
-)",
-                          R"(
-update VideoEncoder set Resolution=9 :: PUT STREAMS/1 CHANNEL(id=2 Video($1)) =>
- VideoEncoder/1 Resolution=$2; message 2; status 1)"));
+W= := videoResolutionWidth=
+H= := videoResolutionHeight=
+DONE := ; message 2 master=1; status 1
+always := update VideoEncoder set Enable=1, Codec=9, Resolution=9, QualityType=9, Bitrate=2048, Quality=9, Framerate=9
+PUT STREAMS/2 CHANNEL(id=1 Video(videoCodecType=MJPEG2 W={1920|2040px} TYPE=vbr fixedQuality={0|0x} maxFrameRate=1599))
+ => VideoEncoder/0 Codec=1 Resolution=5 QualityType=1 Quality=4 Framerate=15DONE
+CHANNEL(id=1 Video(W={1919|704} TYPE=X fixedQuality={-5|25} maxFrameRate=-199))
+ => VideoEncoder/0 Codec=1 Resolution=4 QualityType=0 Quality=3 Framerate=-1DONE
+CHANNEL(id=1 Video(H={1080|1536} fixedQuality={26|50|76|99|101}))
+ => VideoEncoder/0 Codec=1 Resolution=5 QualityType=1 Quality=2 Framerate=30DONE
+CHANNEL(id=1 Video(H=1200 fixedQuality={51|75}))
+ => VideoEncoder/0 Codec=1 Resolution=4 QualityType=1 Quality=1 Framerate=30DONE
+CHANNEL(id=1 Video(fixedQuality=100)) => VideoEncoder/0 Codec=1 Resolution=4 QualityType=1 Quality=0 Framerate=30DONE
+always := update VideoEncoder set Codec=1, Resolution=9, QualityType=1, Bitrate=2048, Quality=2, Framerate=30
+CHANNEL(id=2 Video({W=176|H=112|H=144})) => VideoEncoder/1 Resolution=3; message 2; status 1
+CHANNEL(id=2 Video({W=352|W=352 H=240})) => VideoEncoder/1 Resolution=2; message 2; status 1
+CHANNEL(id=2 Video({W=704 H=240|W=704 H=288|H=240|H=288})) => VideoEncoder/1 Resolution=1; message 2; status 1
+CHANNEL(id=2 Video({W=704|H=480})) => VideoEncoder/1 Resolution=0; message 2; status 1
+)");
 }
 
 }  // namespace
