@@ -25,6 +25,11 @@ class LifecycleTest : public ServiceTest {
     return state.substr(0, state.find(' ')) == std::to_string(system_call);
   }
 
+  void start_and_ask() {
+    start_service();
+    EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+  }
+
   /// The answer when a message could not be sent.
   static void expect_busy(const fastcgi::Answer& answer) {
     EXPECT_TRUE(same(answer.out, status(2, kAudio)));
@@ -73,19 +78,16 @@ TEST_F(LifecycleTest, MessagesLeftInTheQueuesAreDiscardedAtStart) {
   ASSERT_TRUE(camera::send_reply(stale));
   ASSERT_EQ(msgsnd(msgget(1111, 0666), &stale, sizeof stale.body, 0), 0);
   ASSERT_EQ(msgsnd(msgget(1111, 0666), &stale, 1, 0), 0);
-  start_service();
-  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+  start_and_ask();
   expect_no_message();
   EXPECT_EQ(msgrcv(msgget(2222, 0666), &stale, sizeof stale.body, 0, IPC_NOWAIT), -1);
 }
 
 TEST_F(LifecycleTest, StopsCleanlyWhileIdleAndWhileBusy) {
+  start_and_ask();
+  wait_until_idle();
+  EXPECT_EQ(stop_service(SIGUSR1), 0);  // by SIGTERM all tests end
   for (const int signal : {SIGTERM, SIGUSR1}) {
-    start_service();
-    EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
-    wait_until_idle();
-    EXPECT_EQ(stop_service(signal), 0);
-
     start_service();
     const fastcgi::Connection busy = begin(kSwitchOff);
     const camera::Message message = expect_message();
@@ -97,9 +99,8 @@ TEST_F(LifecycleTest, StopsCleanlyWhileIdleAndWhileBusy) {
   }
 }
 
-TEST_F(LifecycleTest, AFullQueueHoldsTheServiceUpUntilThereIsRoomOrItIsStopped) {
-  start_service();
-  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+TEST_F(LifecycleTest, AFullQueueHoldsTheServiceUpUntilThereIsRoomOrItIsStoppedOrTheQueueIsGone) {
+  start_and_ask();
   const auto begin_at_full_queue = [this] {
     const camera::Message filler{.type = 1};
     while (msgsnd(msgget(1111, 0666), &filler, sizeof filler.body, IPC_NOWAIT) == 0) {
@@ -116,13 +117,15 @@ TEST_F(LifecycleTest, AFullQueueHoldsTheServiceUpUntilThereIsRoomOrItIsStopped) 
   const fastcgi::Connection second = begin_at_full_queue();
   EXPECT_EQ(stop_service(SIGTERM), 0);
   expect_busy(second.receive());
+  start_and_ask();
+  remove_queue(1111);
+  expect_busy(exchange(kSwitchOff));
+  ASSERT_EQ(camera::reset_queues(), "");
 }
 
 TEST_F(LifecycleTest, RepliesThatAreLateOrForeign) {
-  start_service();
-  camera::Message foreign{.type = service_pid + 1};
-  ASSERT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
-  ASSERT_TRUE(camera::send_reply(foreign));
+  start_and_ask();
+  ASSERT_TRUE(camera::send_reply({.type = service_pid + 1}));
   const double seconds = seconds_until(kSwitchOff, status(2, kAudio));  // only its own reply counts
   EXPECT_GT(seconds, 4.8);                                              // 5.1 in the rule
   EXPECT_LT(seconds, 9);
@@ -131,17 +134,8 @@ TEST_F(LifecycleTest, RepliesThatAreLateOrForeign) {
   EXPECT_EQ(effect(kSwitchOff), "message 3; status 3");
 }
 
-TEST_F(LifecycleTest, WithoutAQueueAChangeIsBusy) {
-  start_service();
-  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
-  remove_queue(1111);
-  expect_busy(exchange(kSwitchOff));
-  ASSERT_EQ(camera::reset_queues(), "");
-}
-
 TEST_F(LifecycleTest, ALockedDatabaseIsWaitedForButNotForever) {
-  start_service();
-  EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
+  start_and_ask();
   sqlite3* daemon = nullptr;
   ASSERT_EQ(sqlite3_open(camera::kDatabase, &daemon), SQLITE_OK);
   ASSERT_EQ(sqlite3_exec(daemon, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
@@ -197,24 +191,20 @@ TEST_F(LifecycleTest, AsAPlainCgiProgramItServesOneRequest) {
 
 TEST_F(LifecycleTest, AThousandMixedRequestsLeaveMemoryAndDescriptorsWhereTheyWere) {
   start_service();
-  std::vector<Call> calls = {
-      {.uri = "/PSIA/index", .user = "admin:wrong"},
-      {.uri = "/PSIA/nothing/" + std::string(3000, 'x')},
-      {.method = "PUT", .uri = "/PSIA/System/configurationData", .body = std::string(5000, 'c')}};
-  for (const char* uri :
-       {"indexr", "System/deviceInfo", "System/time", "System/Network/interfaces", "Streaming/channels",
-        "Streaming/channels/1/status", "Security/AAA/users", "Custom/Event"})
-    calls.push_back({.uri = std::string("/PSIA/") + uri});
-  for (const auto& [uri, body] : Pairs{{kAudio, "\"<AudioChannel>\""},
-                                       {"/PSIA/System/deviceInfo", "DeviceInfo(deviceName=c)"},
-                                       {"/PSIA/System/deviceInfo", "DeviceInfo(deviceName=')"},
-                                       {"/PSIA/Security/AAA/users/viewer", "User(password=x)"},
-                                       {"/PSIA/Custom/Event/schedule", "EventSchedule()"}})
-    calls.push_back({.method = "PUT", .uri = uri, .body = xml(body)});
+  const Pairs changes = {{kAudio, "<AudioChannel>"},
+                         {"/PSIA/System/deviceInfo", "<DeviceInfo><deviceName>'</deviceName></DeviceInfo>"},
+                         {"/PSIA/System/configurationData", std::string(5000, 'c')},
+                         {"/PSIA/Security/AAA/users/viewer", "<User><password>x</password></User>"},
+                         {"/PSIA/Custom/Event/schedule", "<EventSchedule/>"}};
   const auto run = [&](int times) {
     for (int i = 0; i < times; ++i) {
-      for (const Call& each : calls)
-        (void)exchange(each);
+      (void)get("/PSIA/index", "admin:wrong");
+      for (const char* uri :
+           {"indexr", "nothing", "System/deviceInfo", "System/time", "System/Network/interfaces",
+            "Streaming/channels", "Streaming/channels/1/status", "Security/AAA/users", "Custom/Event"})
+        (void)get(std::string("/PSIA/") + uri);
+      for (const auto& [uri, body] : changes)
+        (void)call({.method = "PUT", .uri = uri, .body = body});
     }
   };
   run(10);
