@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,13 +18,12 @@ void require(bool holds) {
   if (!holds) std::abort();
 }
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
-std::unique_ptr<std::FILE, FileCloser> as_file(const std::string& text) {
-  return std::unique_ptr<std::FILE, FileCloser>(
-      fmemopen(const_cast<char*>(text.data()), text.size() + 1, "r"));
+/// What a parser of files makes of the text.
+template <typename Parser>
+void read_file(const std::string& text, const Parser& parser) {
+  std::FILE* const file = fmemopen(const_cast<char*>(text.data()), text.size() + 1, "r");
+  (void)parser(file);
+  std::fclose(file);
 }
 
 /// Base 64 into a buffer that is too small by any amount.
@@ -49,11 +47,10 @@ void read_address(const std::string& text) {
 }
 
 void check_addresses(const std::string& text) {
-  for (const psia::OctetOrder order : {psia::OctetOrder{0}, psia::OctetOrder{1}})
-    (void)psia::parse_dotted_quad(text.c_str(), order);
+  (void)psia::parse_dotted_quad(text.c_str(), psia::OctetOrder::kFirstLowest);
   const std::size_t first = text.find(' ');
-  const std::size_t second = first == std::string::npos ? first : text.find(' ', first + 1);
-  if (second == std::string::npos) return;
+  const std::size_t second = text.find(' ', first + 1);
+  if (first == std::string::npos || second == std::string::npos) return;
   (void)psia::ip_check(text.substr(0, first).c_str(), text.substr(first + 1, second - first - 1).c_str(),
                        text.substr(second + 1).c_str());
 }
@@ -74,34 +71,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(psia::tz_table_fill(*list));
     return list;
   }();
-  if (size == 0) return 0;
-  std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
+  std::string text(reinterpret_cast<const char*>(data), size);
   text = text.substr(0, text.find('\0'));
-  switch (*data % 7) {
-    case 0:
-      decode(text);
-      break;
-    case 1:
-      (void)psia::posix_tz_check(text);
-      (void)psia::tz_find_zone(*time_zones, text.c_str());
-      break;
-    case 2:
-      check_addresses(text);
-      break;
-    case 3:
-      (void)psia::parse_dns_servers(as_file(text).get());
-      (void)psia::parse_dns_search_domain(as_file(text).get());
-      break;
-    case 4:
-      (void)psia::find_gateway(as_file(text).get(), "eth0");
-      break;
-    case 5:
-      read_address(text);
-      break;
-    default:
-      // No text grows in parsing, but for those in an encoding of one byte per character.
-      if (const psia::XmlDocument document = psia::XmlDocument::parse(text.c_str()))
-        require(total_text(document.root()) <= 4 * text.size());
-  }
+  decode(text);
+  (void)psia::posix_tz_check(text);
+  (void)psia::tz_find_zone(*time_zones, text.c_str());
+  check_addresses(text);
+  read_address(text);
+  read_file(text, psia::parse_dns_servers);
+  read_file(text, psia::parse_dns_search_domain);
+  read_file(text, [](std::FILE* table) { return psia::find_gateway(table, "eth0"); });
+  // No text grows in parsing, but for those in an encoding of one byte per character.
+  if (const psia::XmlDocument document = psia::XmlDocument::parse(text.c_str()))
+    require(total_text(document.root()) <= 4 * text.size());
   return 0;
 }

@@ -11,10 +11,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -183,24 +183,18 @@ class Camera {
 
 /// How many answers `out` holds; each must be as long as it says.
 int count_answers(const std::string& out) {
+  static const std::regex header(
+      "Content-Length: (\\d+)\r\nContent-Type: [^\r]*\r\n\r\n|"
+      "Content-Type: application/octet-stream\nContent-length: (\\d+)\n\n");
   int answers = 0;
-  for (std::size_t at = 0; at < out.size(); ++answers) {
-    unsigned int length = 0;
-    int header = 0;
-    const char* text = out.c_str() + at;
-    if (std::strncmp(text, "Content-Type: application/xml; charset=\"UTF-8\"\n\n", 48) == 0)
-      return answers + 1;
-    if (std::sscanf(text, "Content-Length: %u\r\nContent-Type: %*[^\r]%n", &length, &header) == 1) {
-      if (std::strncmp(text + header, "\r\n\r\n", 4) != 0) fail("No end of the header", out);
-      header += 4;
-    } else if (std::sscanf(text, "Content-Type: application/octet-stream\nContent-length: %u%n", &length,
-                           &header) == 1) {
-      header += 2;
-    } else {
-      fail("No answer", out.substr(at));
-    }
-    at += static_cast<std::size_t>(header) + length;
-    if (at > out.size()) fail("The answer is shorter than it says", out);
+  for (std::string rest = out; !rest.empty(); ++answers) {
+    if (rest.starts_with("Content-Type: application/xml; charset=\"UTF-8\"\n\n")) return answers + 1;
+    std::smatch found;
+    if (!std::regex_search(rest, found, header, std::regex_constants::match_continuous))
+      fail("No answer", rest);
+    const std::size_t length = found.str().size() + std::stoul(found.str(1) + found.str(2));
+    if (length > rest.size()) fail("The answer is shorter than it says", out);
+    rest.erase(0, length);
   }
   return answers;
 }

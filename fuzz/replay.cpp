@@ -9,7 +9,6 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 int main(int argc, char** argv) {
-  int replayed = 0;
   std::vector<std::vector<char>> inputs;  // read beforehand: a target may move to other directories
   for (int i = 1; i < argc; ++i) {
     for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
@@ -17,10 +16,8 @@ int main(int argc, char** argv) {
       inputs.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }
   }
-  for (const std::vector<char>& input : inputs) {
+  for (const std::vector<char>& input : inputs)
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
-    ++replayed;
-  }
-  std::fprintf(stderr, "%d inputs replayed\n", replayed);
-  return replayed == 0 ? 1 : 0;
+  std::fprintf(stderr, "%zu inputs replayed\n", inputs.size());
+  return inputs.empty() ? 1 : 0;
 }
