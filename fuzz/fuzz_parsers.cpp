@@ -37,7 +37,7 @@ void decode(const std::string& text) {
 
 /// What an address is written as must be read as the same address.
 void read_address(const std::string& text) {
-  (void)psia::link_local_text(text.c_str());
+  if (text.size() < 18) (void)psia::link_local_text(text.c_str());  // notes each on standard error
   const auto address = psia::parse_address(text.c_str());
   if (!address) return;
   const auto written = psia::socket_address_text(*address);
