@@ -197,6 +197,11 @@ std::string unauthorized() {
          "Unauthorized\r\n\r\n";
 }
 
+std::string body_of(const std::string& answer) {
+  const std::size_t end = answer.find("\r\n\r\n");
+  return end == std::string::npos ? "" : answer.substr(end + 4);
+}
+
 std::string with_now(std::string answer, std::time_t since, int offset) {
   for (std::time_t time = since + offset; time <= std::time(nullptr) + offset; ++time) {
     char text[20];

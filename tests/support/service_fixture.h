@@ -66,6 +66,8 @@ inline const std::string kXmlType = kBareType + R"(; charset="UTF-8")";
 [[nodiscard]] std::string status(int code, const std::string& uri);
 /// The bytes of the answer to a refused request.
 [[nodiscard]] std::string unauthorized();
+/// The bytes behind the first empty line.
+[[nodiscard]] std::string body_of(const std::string& answer);
 /// `answer` with its first time text from `since` to now, `offset` seconds east of Greenwich, replaced by
 /// kNow, which is as long.
 inline const std::string kNow = "YYYY-MM-DDThh:mm:ss";
