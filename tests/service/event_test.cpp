@@ -19,8 +19,6 @@ namespace {
 const std::string kWords = "S127 := " + std::string(127, 's') + "\nS255 := " + std::string(255, 's') + R"(
 MAIL1 := MailingNotification!(id=Mail-1 authenticationMode=SMTP addressingFormatType=hostname
  hostName=mail.example.com portNo=25 accountName=camera password=mailpass)
-FTP1 := FTPNotification!(id=FTP-1 addressingFormatType=ipaddress ipAddress=192.168.1.20 portNo=21 userName=camera
- password=ftppass uploadPath=/snapshots)
 NOTES := EventTriggerNotificationList
 NOTE := EventTriggerNotification
 BY_IO := notificationMethod=IO notificationInterval
@@ -36,12 +34,10 @@ SERVERS := /PSIA/Custom/Event/notification
 $ := /PSIA/Custom/Event
 )";
 // Rows of other numbers in every table, so that no link can be taken for another; and other values.
-const std::string kOthers = R"(
-insert into FTPServer values (11, 'FTP-11', 'h', 21, '', '', '');
-insert into SMTPServer values (21, 'Mail-21', 'h', 25, '', '', '', '', '', '', 0);
-update Event set (IgnoreInterval, RelayID, FTPServerID, SMTPServerID) = (77, 8, 8, 8);
-update SensorRelay set Interval=123)";
-const std::string kAlways = "always := " + replaced(kOthers, {{"\n", " "}}) + "\n";
+const std::string kOthers = R"(insert into FTPServer values (11, 'FTP-11', 'h', 21, '', '', '');
+ insert into SMTPServer values (21, 'Mail-21', 'h', 25, '', '', '', '', '', '', 0);
+ update Event set (IgnoreInterval, RelayID, FTPServerID, SMTPServerID) = (77, 8, 8, 8);
+ update SensorRelay set Interval=123)";
 
 class EventTest : public RunningServiceTest {};
 
@@ -49,16 +45,13 @@ TEST_F(EventTest, ServersAreShownInTheOrderOfTheirRows) {
   // The id in the URL is not looked at.
   expect_documents(kWords + R"(
 SERVERS/mailing/{|FTP-1} => MAIL1
-SERVERS/ftp/{|Mail-1} => FTP1
 insert into SMTPServer values (0, 'it''s', '1.2.3', 3, '<b>', '%%%%', 'f', 'g', 'h', 'i', 1)
  :: SERVERS/mailing => MailingNotificationList!(MailingNotification!(id=it's authenticationMode=SMTP
  addressingFormatType=hostname hostName=1.2.3 portNo=3 accountName=<b> password=%) MAIL1)
 insert into FTPServer values (0, '', '300.1.1.1', 2121, '%%%%%', 'e', '')
  :: SERVERS/ftp/FTP-1 => FTPNotification!(id= addressingFormatType=ipaddress ipAddress=300.1.1.1 portNo=2121
  userName=%% password=e uploadPath=)
-delete from SMTPServer :: SERVERS/mailing => MailingNotificationList!()
 drop table FTPServer :: SERVERS/ftp => FTPNotificationList!()
-delete from SMTPServer :: SERVERS/mailing/1 => MailingNotification!()
 drop table FTPServer :: SERVERS/ftp/1 => FTPNotification!()
 )");
 }
@@ -85,7 +78,7 @@ PUT SERVERS/ftp FTPNotificationList(MailingNotification(id=FTP-1) FTPNotificatio
 PUT SERVERS EVENTnotificationmethods(FTPNotificationLIST(FTPNotification(id=FTP-5 REST)) X(MailingNotification(id=Mail-1))
  MailingNotificationList(MailingNotification(id=Mail-5 REST)) FTPFormat(FTPNotification(id=FTP-1))) =>
  FTPServer/5 Address= Port=9 UserID=u Password=p Path=/; SMTPServer/5 Address= Port=9 UserID=a Password=p; status 1
-PUT SERVERS{/mailing/1|/mailing|/ftp/1|/ftp|} X(MailingNotification(id=Mail-5) FTPNotification(id=FTP-5)) => status 3
+{PUT SERVERS/mailing/1|PUT SERVERS/mailing|POST SERVERS/mailing|PUT SERVERS} X(MailingNotification(id=Mail-5) FTPNotification(id=FTP-5)) => status 3
 )");
 }
 
@@ -96,7 +89,6 @@ TEST_F(EventTest, ServersAreAddedUpToTheLimitAndDeletedByTheUrlsId) {
 always := insert into FTPServer values (2, 'FTP-1', 'h', 1, '', '', '')
 POST SERVERS/ftp FTPNotificationList(<x/> FTPNotification(id=S127y hostName=&lt;h&gt; userName=%s password=p
  uploadPath=/)) => +FTPServer 3|S127|<h>|21|%s|p|/; status 1
-X(FTPNotificationList()) => status 3
 FTPNotificationList(FTPNotification(portNo=1) FTPNotification(id=') FTPNotification()) =>
  +FTPServer 3|||1|||; +FTPServer 4|||21|||; status 1
 insert into FTPServer values (3, '', '', 1, '', '', '') :: FTPNotificationList(FTPNotification()) => status 3
@@ -137,33 +129,29 @@ D= := dayOfWeek=
 B= := bitString=
 FROM= := TimeRange(beginTime=
 TO= := endTime=
-)" +
-                 for_each(R"(
-<x/> | 0 | 2400 | 0
-D=0 FROM=3 TO=000005) | 1 | 300 | 500
-D=31 FROM=9 TO=00:10) | -2147483648 | 2400 | 0
-{D=1 D=32|D=6 D=-1} FROM=9 TO=00:10) | 0 | 900 | 1000
-FROM=5 TO=00:20) B=1111111111111111 D=3 FROM=07:30:00 TO=00:09) | 8 | 700 | 900
-D=1 FROM= TO=18:1) | 2 | 0 | 100
-D=7 FROM=30 TO=000-5) | 1 | 2400 | 0
-D=1 FROM=-3 TO=000-1) | 2 | -300 | 0
-D=1 FROM=-1 TO=1) | 2 | 2400 | 0
-D=1 FROM=-99999999999 TO=00:99999999999) | 2 | 0 | -100
-D=7 FROM=9 TO=00:17) D=4 FROM=7 TO=00:22) D=2 FROM=8 TO=00:20) | 4 | 700 | 2200
-D=1 B=000000001111111110000000 FROM=3 TO=00:04) | 2 | 1600 | 900
-D=6 B=100000000 | 64 | 2300 | 100
-D=1 {B=0000000000000000000000001|B=} FROM=3 TO=00:04) | 2 | 300 | 400
-D=7 B=111111111111111111111111 FROM=3 TO=00:04) | 1 | 300 | 400
-D=1 B=000000000000000000000000 B=0 | 2 | 100 | 200
-D=1 B=000000000000000000000000 D=2 B=0 | 4 | 2300 | 200
-DAYOFWEEK=2)) TIMEBLOCKLIST(TIMEBLOCK(TIMERANGE(BEGINTIME=8 <x/> ENDTIME=00:18) beginTime=1) x(D=6)) x(TimeBlock(D=6))
- TimeBlockList(TimeBlock( | 4 | 800 | 1800
-)",
-                          R"(
-PUT $/schedule EventSchedule(TimeBlockList(TimeBlock( $1))) => Event Week=$2 StartTime=$3 EndTime=$4; status 1)") +
-                 R"(
+SET( := EventSchedule(TimeBlockList(TimeBlock(
+PUT $/schedule SET(<x/>))) => Event Week=0 StartTime=2400 EndTime=0; status 1
+SET(D=0 FROM=3 TO=000005)))) => Event Week=1 StartTime=300 EndTime=500; status 1
+SET(D=31 FROM=9 TO=00:10)))) => Event Week=-2147483648 StartTime=2400 EndTime=0; status 1
+SET({D=1 D=32|D=6 D=-1} FROM=9 TO=00:10)))) => Event Week=0 StartTime=900 EndTime=1000; status 1
+SET(FROM=5 TO=00:20) B=1111111111111111 D=3 FROM=07:30:00 TO=00:09)))) =>
+ Event Week=8 StartTime=700 EndTime=900; status 1
+SET(D=1 FROM= TO=18:1)))) => Event Week=2 StartTime=0 EndTime=100; status 1
+SET(D=7 FROM=30 TO=000-5)))) => Event Week=1 StartTime=2400 EndTime=0; status 1
+SET(D=1 FROM=-3 TO=000-1)))) => Event Week=2 StartTime=-300 EndTime=0; status 1
+SET(D=1 FROM=-1 TO=1)))) => Event Week=2 StartTime=2400 EndTime=0; status 1
+SET(D=1 FROM=-99999999999 TO=00:99999999999)))) => Event Week=2 StartTime=0 EndTime=-100; status 1
+SET(D=7 FROM=9 TO=00:17) D=4 FROM=7 TO=00:22) D=2 FROM=8 TO=00:20)))) =>
+ Event Week=4 StartTime=700 EndTime=2200; status 1
+SET(D=1 B=000000001111111110000000 FROM=3 TO=00:04)))) => Event Week=2 StartTime=1600 EndTime=900; status 1
+SET(D=6 B=100000000))) => Event Week=64 StartTime=2300 EndTime=100; status 1
+SET(D=1 {B=0000000000000000000000001|B=} FROM=3 TO=00:04)))) => Event Week=2 StartTime=300 EndTime=400; status 1
+SET(D=7 B=111111111111111111111111 FROM=3 TO=00:04)))) => Event Week=1 StartTime=300 EndTime=400; status 1
+SET(D=1 B=000000000000000000000000 B=0))) => Event Week=2 StartTime=100 EndTime=200; status 1
+SET(D=1 B=000000000000000000000000 D=2 B=0))) => Event Week=4 StartTime=2300 EndTime=200; status 1
+SET(DAYOFWEEK=2)) TIMEBLOCKLIST(TIMEBLOCK(TIMERANGE(BEGINTIME=8 <x/> ENDTIME=00:18) beginTime=1) x(D=6))
+ x(TimeBlock(D=6)) TimeBlockList(TimeBlock())) => Event Week=4 StartTime=800 EndTime=1800; status 1
 TimeBlockList() => status 3
-update Event set "Trigger"=1 :: EventSchedule() => status 1
 )");
 }
 
@@ -183,15 +171,13 @@ update Event set LINKS=(0, -5, -5) :: SHOWN NOTE!(id=Sensor-0 BY_IO=5000 outputI
 update Event set LINKS=(77, 77, 77) :: SHOWN))
 update SensorRelay set DeviceID=-2 where DeviceID=2; update FTPServer set FTPServerID=-2;
  update SMTPServer set SMTPServerID=-2; update Event set LINKS=(-2, -2, -2) :: SHOWN))
-update Event set LINKS=(-1, -1, -1), IgnoreInterval=-700
- :: $/triggers => EventTriggerList!(EventTrigger!(id=Sensor-0 TRIGGER INTERVAL=-700))
-update Event set LINKS=(-1, -1, -1) :: $/triggers/Sensor-0/notifications => NOTES!()
+update SensorRelay set Alias='Door'; update Event set LINKS=(-1, -1, -1), IgnoreInterval=-700
+ :: $/triggers => EventTriggerList!(EventTrigger!(id=Door TRIGGER INTERVAL=-700))
 update Event set "Trigger"=1 :: $/triggers/Sensor-0 => EventTrigger!(id=Sensor-0 TRIGGER)
 update Event set "Trigger"=1 :: $/triggers/Sensor-0/notifications => NOTES!()
 $/triggers/Relay-2 => EventTrigger!(id=Relay-2 TRIGGER INTERVAL=5 NOTES!(NOTE!(id=FTP-1 BY_FTP)))
 $/triggers/{|Relay-2/notifications|/notifications|'or'1'='1|'or'1'='1/notifications} => status 4
 update SensorRelay set DeviceID=-4 where DeviceID=1 :: $/triggers/{Relay-1|Relay-1/notifications} => status 4
-update SensorRelay set Alias='Door';delete from Event :: $/triggers => EventTriggerList!(EventTrigger!(id=Door TRIGGER))
 update Spec set Sensor=-1;delete from SensorRelay;delete from Event
  :: $/triggers => EventTriggerList!(EventTrigger!(id=Sensor-0 TRIGGER))
 update Spec set Sensor=-1 :: $ => status 4
@@ -204,7 +190,7 @@ update SensorRelay set Alias='S255' where DeviceID=0 :: $/triggers/S255s => stat
 TEST_F(EventTest, TheLastNotificationDecidesOverTheLinks) {
   // What the documents say for a mail, "email", is not what they take. Of several notifications the last one
   // decides, and takes on what it does not say itself. A POST replaces the links, too.
-  expect_effects(kAlways + kWords + R"(
+  expect_effects("always := " + kOthers + "\n" + kWords + R"(
 PUT $/triggers/Sensor-0/notifications NOTES(NOTE(id=Sensor-0 BY_io notificationInterval=-1999)) =>
  REL0 FTP=-1 MAIL=-1; SensorRelay/0 Interval=-1; status 1
 NOTES(NOTE(id=Relay-1 BY_Io)) => REL1 FTP=-1 MAIL=-1; SensorRelay/1 Interval=5; status 1
@@ -221,14 +207,14 @@ POST $/triggers/Sensor-0/notifications NOTE(id=Mail-21 BY_SMTP) => REL-1 FTP=-1 
 TEST_F(EventTest, TriggersOfAListAreNamedInTheBodyWithCarriedValuesAndASingleOneByTheUrl) {
   // Without an id nothing is changed; a relay is no trigger, but its interval is stored all the same. A
   // combined document may have several lists, among other elements. Of an id 127 characters count in a body.
-  expect_effects(kAlways + kWords + R"(
+  expect_effects("always := " + kOthers + "\n" + kWords + R"(
 SENSOR := EventTrigger(id=Sensor-0
 PUT $/triggers eventTriggerLIST(EventTrigger(INTERVAL=8)) => status 1
 eventTriggerLIST(EventTrigger(INTERVAL=` 8s` NOTES(NOTE(id=FTP-1 BY_FTP))) EventTrigger(id=x id=Sensor-0)) =>
  Event IgnoreInterval=8 RelayID=-1 FTP=1 MAIL=-1; status 1
 eventTriggerLIST(SENSOR NOTES(NOTE(id=Relay-1 BY_IO=2000))) EventTrigger(NOTES(NOTE(id=Relay-2)))) =>
  ALL2 FTP=-1 MAIL=-1; SensorRelay/1 Interval=2; SensorRelay/2 Interval=2; status 1
-eventTriggerLIST(SENSOR) EventTrigger(id=nobody INTERVAL=6) x(INTERVAL=6)) => ALL-1 FTP=-1 MAIL=-1; status 1
+eventTriggerLIST(SENSOR) EventTrigger(id=nobody INTERVAL=6) x(id=Sensor-0 INTERVAL=6)) => ALL-1 FTP=-1 MAIL=-1; status 1
 eventTriggerLIST(EventTrigger(id=Relay-1 NOTES(NOTE(id=Relay-1 BY_IO=1000)))) => SensorRelay/1 Interval=1; status 1
 PUT $ EVENTnotification(EventTriggerLIST(SENSOR NOTES(NOTE(id=Relay-1 BY_IO=2000)))) X(SENSOR INTERVAL=6))
  EventTriggerList(EventTrigger(NOTES(NOTE(id=Relay-2))))) =>

@@ -5,8 +5,8 @@ namespace psia_tests {
 namespace {
 
 /// Stands for texts of many characters and for the resource in the tables below.
-const std::string kWords = "N31 := " + std::string(31, 'n') + "\nP31 := " + std::string(31, 'p') +
-                           "\nN300 := " + std::string(300, 'm') + "\n$ := /PSIA/Security/AAA/users\n";
+const std::string kWords = "N31 := " + std::string(31, 'n') + "\nN300 := " + std::string(300, 'm') +
+                           "\n$ := /PSIA/Security/AAA/users\n";
 
 class UsersTest : public RunningServiceTest {};
 
@@ -25,24 +25,18 @@ delete from User where UserID!='admin' and UserID!='anonymous' :: $/1 => status 
 )");
 }
 
-TEST_F(UsersTest, OnePasswordIsChanged) {
+TEST_F(UsersTest, TheUserOfTheUrlIsChangedAndDeletedByTheWholeName) {
   expect_effects(kWords + R"(
+always := insert into User values ('N31', 'p', 2), ('N31n', 'p', 2)
 PUT $/viewer User(userName=admin PASSWORD=a level=0 passWord=b) => User/viewer Password=b; status 1
-User(password=pP31) => User/viewer Password=P31; status 1
+User(password=N31p) => User/viewer Password=N31; status 1
 "<User><password>%s%%&lt; "&#228;</password></User>" => User/viewer Password=%s%%< "ä; status 1
 User(id=1) => User/viewer Password=; status 1
 {UserList(User(password=new))|User(password=a'b)} => status 3
 PUT $/{nobody|Viewer|1|admin%} User(password=new) => status 1
 PUT $/{anonymous|Anonymous} User(password=new) => nothing
 "" => status 3
-insert into User values ('N31', 'p', 2), ('N31n', 'p', 2) ::
- PUT $/N31n User(password=new) => User/N31 Password=new; status 1
-)");
-}
-
-TEST_F(UsersTest, UsersAreDeletedByTheirWholeName) {
-  expect_effects(kWords + R"(
-always := insert into User values ('N31', 'p', 2), ('N31n', 'p', 2)
+PUT $/N31n User(password=new) => User/N31 Password=new; status 1
 DELETE $/N31n => -User/N31n; status 1
 DELETE $/x'or'1'='1 => status 3
 DELETE $/{1|nobody|Viewer|%|admin?} => status 1
@@ -57,7 +51,7 @@ TEST_F(UsersTest, UsersAreAddedPairByPairUpToTheFirstThatFails) {
   expect_effects(kWords + R"(
 POST $ uSER(id=9 USERNAME=n level=0 <x/> Password=1 userName=N password=2) => +User n|1|2; +User N|2|2; status 1
 User(password=early userName=lost userName=n password= password=1 password=2) => +User n|1|2; status 1
-User(userName=N31x password=P31y userName=n password=1) => +User N31|P31|2; +User n|1|2; status 1
+User(userName=N31x password=N31y userName=n password=1) => +User N31|N31|2; +User n|1|2; status 1
 "<User><userName>&lt;%s ü</userName><password>a&amp;b%%</password></User>" => +User <%s ü|a&b%%|2; status 1
 User(userName=n password=1 userName={guest|n|o'hara} password=x userName=m password=2) => +User n|1|2; status 3
 User(userName=n password=1 userName=m password=p'q userName=m password=2) => +User n|1|2; status 3, status 1
