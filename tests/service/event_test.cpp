@@ -92,9 +92,8 @@ POST SERVERS/ftp FTPNotificationList(<x/> FTPNotification(id=S127y hostName=&lt;
 FTPNotificationList(FTPNotification(portNo=1) FTPNotification(id=') FTPNotification()) =>
  +FTPServer 3|||1|||; +FTPServer 4|||21|||; status 1
 insert into FTPServer values (3, '', '', 1, '', '', '') :: FTPNotificationList(FTPNotification()) => status 3
-POST SERVERS/mailing MailingNotificationList(MailingNotification()) => status 1
 MORE := insert into SMTPServer select FTPServerID + 3, '', '', 1, '', '', '', '', '', '', 0 from FTPServer
-MORE :: MailingNotificationList(MailingNotification()) => status 3
+MORE :: POST SERVERS/mailing MailingNotificationList(MailingNotification()) => status 3
 drop table SMTPServer :: MailingNotificationList(MailingNotification()) => status 1
 DELETE SERVERS/ftp/{|ftp-1|'or'1'='1} => status 1
 insert into FTPServer values (3, 'a/S255', '', 1, '', '', '') :: DELETE SERVERS/ftp/a/S255 => -FTPServer/3; status 1
@@ -199,7 +198,6 @@ NOTES(NOTE(id=Mail-21 BY_smtp)) => REL-1 FTP=-1 MAIL=21; status 1
 NOTES(NOTE(id=Relay-1 BY_IO=9000) NOTE(id=FTP-1 BY_FTP)) => REL-1 FTP=1 MAIL=-1; SensorRelay/1 Interval=9; status 1
 NOTES(NOTE(id=FTP-11 BY_ftp) {NOTE()|Other(id=FTP-1)}) => REL-1 FTP=11 MAIL=-1; status 1
 drop table Event :: NOTES() => status 1
-NOTE() => status 3
 POST $/triggers/Sensor-0/notifications NOTE(id=Mail-21 BY_SMTP) => REL-1 FTP=-1 MAIL=21; status 1
 )");
 }
@@ -293,21 +291,21 @@ TEST_F(EventTest, ChangesOfOneNotificationSetOneLinkAndLeaveTheOthers) {
           ";insert into FTPServer values (12, 'Relay-2', '', 0, '', '', '');"
           "insert into SMTPServer values (22, 'FTP-11', '', 0, '', '', '', '', '', '', 0);"
           "insert into SensorRelay values (-4, 'Mail-1', 1)");
-  constexpr auto kWrite = psia::write_notification;
-  constexpr auto kDelete = psia::delete_notification;
+  constexpr auto write_one = psia::write_notification;
+  constexpr auto delete_one = psia::delete_notification;
   for (const auto& [handler, id, children, changed] :
        std::vector<std::tuple<Handler, std::string, std::string, std::string>>{
-           {kWrite, "Sensor-0/notifications/FTP-1", "id=Sensor-0 BY_IO notificationInterval=3000",
+           {write_one, "Sensor-0/notifications/FTP-1", "id=Sensor-0 BY_IO notificationInterval=3000",
             "; Event RelayID=0; SensorRelay/0 Interval=3"},
-           {kWrite, "Sensor-0/notifications/FTP-1", "id=FTP-1 BY_FTP", "; Event FTPServerID=1"},
-           {kWrite, "Sensor-0/notifications/FTP-1", "id=Mail-21 BY_SMTP", "; Event SMTPServerID=21"},
-           {kWrite, "Sensor-0/notifications/FTP-1", "id=Mail-1 BY_IO notificationInterval=1000", ""},
-           {kWrite, "Relay-1/notifications/FTP-1", "id=FTP-1 BY_FTP", ""},
-           {kDelete, "Sensor-0/notifications/Relay-2", "", "; Event RelayID=2"},
-           {kDelete, "Sensor-0/notifications/nobody", "", ""},
-           {kDelete, "Sensor-0/notifications/FTP-11", "", "; Event FTPServerID=11"},
-           {kDelete, "Sensor-0/notifications/Mail-1", "", "; Event SMTPServerID=1"},
-           {kDelete, "Relay-1/notifications/FTP-1", "", ""}})
+           {write_one, "Sensor-0/notifications/FTP-1", "id=FTP-1 BY_FTP", "; Event FTPServerID=1"},
+           {write_one, "Sensor-0/notifications/FTP-1", "id=Mail-21 BY_SMTP", "; Event SMTPServerID=21"},
+           {write_one, "Sensor-0/notifications/FTP-1", "id=Mail-1 BY_IO notificationInterval=1000", ""},
+           {write_one, "Relay-1/notifications/FTP-1", "id=FTP-1 BY_FTP", ""},
+           {delete_one, "Sensor-0/notifications/Relay-2", "", "; Event RelayID=2"},
+           {delete_one, "Sensor-0/notifications/nobody", "", ""},
+           {delete_one, "Sensor-0/notifications/FTP-11", "", "; Event FTPServerID=11"},
+           {delete_one, "Sensor-0/notifications/Mail-1", "", "; Event SMTPServerID=1"},
+           {delete_one, "Relay-1/notifications/FTP-1", "", ""}})
     EXPECT_EQ(run(handler, id, note(children)), status(1, "/u") + changed) << id << " " << children;
 }
 
