@@ -160,9 +160,9 @@ class Camera {
     psia::Service service{environment_, database_, *queues_, *time_zones_};
     psia::dispatch(service, request);
     std::fflush(stdout);
-    std::string out(static_cast<std::size_t>(lseek(STDOUT_FILENO, 0, SEEK_END)), '\0');
-    if (pread(STDOUT_FILENO, out.data(), out.size(), 0) < 0) fail("Nothing to read", "");
-    return out;
+    std::ostringstream out;
+    out << std::ifstream("/proc/self/fd/1").rdbuf();
+    return out.str();
   }
 
  private:

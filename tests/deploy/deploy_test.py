@@ -72,6 +72,7 @@ class WebServer:
         self.server.terminate()
         self.server.wait(15)
         self.stop_service()
+        wait_for("nothing is left", lambda: not services())
 
 
 class Lighttpd(WebServer):
@@ -209,7 +210,6 @@ def main():
     check_requests()
     check_restart()
     setup.stop()
-    wait_for("nothing is left", lambda: not services())
     log = pathlib.Path(setup.log).read_text()
     assert "PUT /PSIA/System/Audio/channels/1" in log and ADMIN.split()[1] not in log and " admin " not in log
 
@@ -228,7 +228,6 @@ def main():
     assert request("GET", "/PSIA/index")[0] in (301, 307)
     assert request("GET", "/PSIA/System/configurationData", tls=True)[0] == 504
     setup.stop()
-    wait_for("nothing is left", lambda: not services())
     return 0
 
 
