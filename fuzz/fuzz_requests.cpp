@@ -30,15 +30,15 @@
 namespace {
 
 /// Words that stand apart in a text.
-struct Words : std::vector<std::string> {
-  explicit Words(const char* text) {
-    std::istringstream words(text);
-    assign(std::istream_iterator<std::string>(words), {});
-  }
-};
+using Words = std::vector<std::string>;
+
+Words words_in(const char* text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
 
 // Prefixes of the routes, and ends that choose among what they serve.
-const Words kUris(R"(/PSIA/index /PSIA/indexr /PSIA/System/reboot /PSIA/System/configurationData
+const Words kUris = words_in(R"(/PSIA/index /PSIA/indexr /PSIA/System/reboot /PSIA/System/configurationData
 /PSIA/System/factoryReset?MODE=FULL /PSIA/System/factoryReset? /PSIA/System/deviceInfo /PSIA/System/status
 /PSIA/System/time /PSIA/System/time/localTime /PSIA/System/time/timeZone /PSIA/System/time/ntpServers
 /PSIA/System/time/ntpServers/1 /PSIA/System/Network/interfaces /PSIA/System/Network/interfaces/eth0
@@ -53,9 +53,9 @@ const Words kUris(R"(/PSIA/index /PSIA/indexr /PSIA/System/reboot /PSIA/System/c
 /PSIA/Custom/Event/notification/ftp/ /PSIA/Custom/Event/triggers /PSIA/Custom/Event/triggers/Sensor-0
 /PSIA/Custom/Event/triggers/Sensor-0/notifications)");
 
-const Words kMethods("PUT GET POST DELETE put TRACE");
+const Words kMethods = words_in("PUT GET POST DELETE put TRACE");
 
-const Words kNames(
+const Words kNames = words_in(
     R"(DeviceInfo Time NTPServerList NTPServer NetworkInterface IPAddress User UserList AudioChannel
 VideoInputChannel Video Audio StreamingChannel Transport StreamingChannelList EventSchedule DayList
 TimeBlock TimeBlockList Event TimeRange EventTrigger EventTriggerList EventTriggerNotification
@@ -67,7 +67,7 @@ constantBitRate maxFrameRate audioCompressionType audioBitRate brightnessLevel c
 dayOfWeek beginTime endTime intervalBetweenEvents notificationMethod notificationInterval
 addressingFormatType portNo accountName uploadPath bitString)");
 
-const Words kValues(
+const Words kValues = words_in(
     R"(true false 1 0 -1 2147483648 eth0 v4 static dynamic 192.168.1.77 255.255.255.0 ipaddress hostname Master-0
 Slave-0 MJPEG VBR G.726 1920 240 NTP manual 2026-02-30T25:61:61 CST-8 GMT0BST,M3.5.0/1,M10.5.0 Asia/Taipei
 Sensor-0 IO FTP SMTP oper anonymous 08:30:00 it's %%s%n &lt;&#x41;&amp; <![CDATA[x]]> <!--c-->
@@ -113,8 +113,7 @@ int announced = 0;  // messages of this request that tell of a change
 int daemons_result = 0;
 
 int count_statement(unsigned int /*type*/, void* /*context*/, void* /*statement*/, void* text) {
-  const auto* sql = static_cast<const char*>(text);
-  if (strncasecmp(sql, "select", 6) != 0) ++changes;
+  if (strncasecmp(static_cast<const char*>(text), "select", 6) != 0) ++changes;
   return 0;
 }
 
@@ -144,8 +143,8 @@ class Camera {
     psia::install_stop_signals();
     psia::prepare_xml();
     queues_ = psia::ControlQueues::open();
-    if (!database_.open(psia::kConfigurationDatabase) || !queues_) fail("No service", "");
-    if (!psia::tz_table_fill(*time_zones_)) fail("No zones", "");
+    if (!database_.open(psia::kConfigurationDatabase) || !queues_ || !psia::tz_table_fill(*time_zones_))
+      fail("No service", "");
   }
 
   /// What the client receives. `result` is the daemons' reply to each message.

