@@ -157,8 +157,9 @@ class LiveInterface : public testing::Test {
   void TearDown() override {
     allow_descriptors(true);
     allow_changes(true);
-    EXPECT_EQ(__fpending(stdout), 0U);
+    const std::size_t pending = __fpending(stdout);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), told_);
+    EXPECT_EQ(pending, 0U);
     EXPECT_EQ(open_descriptors(), descriptors_);
   }
 
