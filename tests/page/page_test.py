@@ -134,7 +134,7 @@ def check_page(browser, camera, screenshot):
 
 
 with tempfile.TemporaryDirectory() as scratch:
-    simulated = Camera(*sys.argv[1:4], scratch)
+    simulated = Camera(*sys.argv[1:4], scratch, boot=5)  # long enough for the page to be seen without a camera
     try:
         chromium = Browser(scratch)
         try:

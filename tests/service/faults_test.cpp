@@ -4,6 +4,7 @@
 #include <sys/msg.h>
 
 #include <csignal>
+#include <deque>
 #include <random>
 
 #include "tests/support/fault_test.h"
@@ -147,6 +148,15 @@ TEST_F(FaultsTest, AKilledServiceLeavesTheDatabaseWhole) {
               status(1, "/PSIA/Security/AAA/users"));
     EXPECT_EQ(rows("select count(*) from User where Password='sent'"), "3");
   }
+}
+
+TEST_F(FaultsTest, AnswersToParallelRequestsAreNotMixedUp) {
+  const auto uri = [](std::size_t i) { return "/PSIA/" + std::string(100 * i, 'x') + std::to_string(i); };
+  std::deque<fastcgi::Connection> connections;
+  for (std::size_t i = 0; i < 64; ++i)
+    connections.push_back(begin({.uri = uri(i), .user = i % 8 == 0 ? "admin:wrong" : "admin:admin"}));
+  for (std::size_t i = 0; i < 64; ++i)
+    EXPECT_TRUE(same(connections.at(i).receive().out, i % 8 == 0 ? unauthorized() : status(4, uri(i))));
 }
 
 }  // namespace

@@ -120,6 +120,23 @@ TEST_F(DocumentLimitsTest, WhatADocumentCostsIsBounded) {
   }
 }
 
+// The longest document that anybody sends, as a client that writes for people does.
+TEST_F(DocumentLimitsTest, AThousandUsersFitIntoOneDocument) {
+  std::string users;
+  for (int i = 0; i < 1000; ++i) {
+    const std::string number = std::to_string(i);
+    run_sql("insert into User values('u" + number + "', 'old', 2)");
+    users += "  <User version=\"1.0\">\n    <id>u" + number + "</id>\n    <userName>u" + number +
+             "</userName>\n    <password>new" + number +
+             "==</password>\n    <userLevel>2</userLevel>\n  </User>\n";
+  }
+  const std::string uri = "/PSIA/Security/AAA/users";
+  const std::string list =
+      "<UserList version=\"1.0\" xmlns=\"urn:psialliance-org\">\n" + users + "</UserList>\n";
+  EXPECT_EQ(call({.method = "PUT", .uri = uri, .body = list}), status(1, uri));
+  EXPECT_EQ(rows("select count(*) from User where Password='new' || substr(UserID, 2) || '=='"), "1000");
+}
+
 class BodyLimitsTest : public FaultTest {
  protected:
   const std::string body_ = "<DeviceInfo><deviceName>arrived</deviceName></DeviceInfo>";

@@ -35,12 +35,12 @@ def eventually(condition, what):
 
 
 class Camera:
-    def __init__(self, simulator, service, page, directory, port=None):
+    def __init__(self, simulator, service, page, directory, port=None, boot=1):
         self.port = port or free_port()
         self.log_path = directory + "/terminal"
         with open(self.log_path, "wb") as terminal:
             self.process = subprocess.Popen(
-                [os.path.abspath(simulator), "--port", str(self.port), "--page", page, "--boot", "1",
+                [os.path.abspath(simulator), "--port", str(self.port), "--page", page, "--boot", str(boot),
                  "--run-directory", directory + "/run", "--", service], stdout=terminal, preexec_fn=end_with_test)
         eventually(lambda: "service started" in self.log(), "the camera's start")
 
