@@ -196,6 +196,7 @@ NAME := /PSIA/System/time/ntpServers => NTPServerList!(NTPServer'(id=1 addressin
 update Network set NTPServer='t<i>.example' :: NAMEt<i>.example portNo=123))
 update Network set NTPServer='0123456789.' :: ADDRESS0123456789. portNo=123))
 update Network set NTPServer='10:0' :: NAME10:0 portNo=123))
+update Network set NTPServer='10/0' :: NAME10/0 portNo=123))
 update Network set NTPServer='N31x' :: ADDRESSN31 portNo=123))
 update Network set NTPServer=null :: ADDRESS portNo=123))
 delete from Network :: NAMEpool.ntp.org portNo=123))
