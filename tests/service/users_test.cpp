@@ -31,7 +31,9 @@ always := insert into User values ('N31', 'p', 2), ('N31n', 'p', 2)
 PUT $/viewer User(userName=admin PASSWORD=a level=0 passWord=b) => User/viewer Password=b; status 1
 User(password=N31p) => User/viewer Password=N31; status 1
 "<User><password>%s%%&lt; "&#228;</password></User>" => User/viewer Password=%s%%< "ä; status 1
-User(id=1) => User/viewer Password=; status 1
+"<User><password>a<x>b</x>c<![CDATA[&d]]><!--e--></password></User>" => User/viewer Password=ac&d; status 1
+"<User xmlns:p='u'><p:password>x</p:password></User>" => User/viewer Password=x; status 1
+{User(id=1)|"<User><p:password>x</p:password></User>"} => User/viewer Password=; status 1
 {UserList(User(password=new))|User(password=a'b)} => status 3
 PUT $/{nobody|Viewer|1|admin%} User(password=new) => status 1
 PUT $/{anonymous|Anonymous} User(password=new) => nothing
