@@ -2,19 +2,18 @@
 
 #include <fcgiapp.h>
 #include <sys/time.h>
-#include <ucontext.h>
 
 #include <csignal>
 #include <cstdint>
 #include <ctime>
+#include <initializer_list>
 
 namespace psia {
 
 namespace {
 
-// Made once, at start: the mask is changed twice for every request.
-sigset_t stop_signals;  // SIGTERM and SIGUSR1
-sigset_t all_signals;   // those and SIGALRM
+// SIGTERM, SIGUSR1 and SIGALRM. Made once, at start: the mask is changed twice for every request.
+sigset_t all_signals;
 
 /// How soon a stop first interrupts, and how often it does so again. A signal that arrives between a look at
 /// the flag and the system call that then blocks would be lost otherwise, in libfcgi's accept as in our own
@@ -44,19 +43,16 @@ void set_timer(int milliseconds) {
   timer_runs = 1;
 }
 
-void install(int signal, void (*handler)(int, siginfo_t*, void*), int flags) {
+void install(int signal, void (*handler)(int), int flags) {
   struct sigaction action {};
-  action.sa_sigaction = handler;
+  action.sa_handler = handler;
   action.sa_mask = all_signals;
-  action.sa_flags = SA_SIGINFO | flags;
+  action.sa_flags = flags;
   sigaction(signal, &action, nullptr);
 }
 
-/// SIGTERM and SIGUSR1 interrupt nothing themselves; the timer does when it is time to, so its signal is let
-/// in from here on, too. Before a stop only a body lets it in: libfcgi drops a connection when a signal meets
-/// the select(2) that follows its accept.
-extern "C" void request_stop(int /*signal*/, siginfo_t* /*info*/, void* interrupted) {
-  sigdelset(&static_cast<ucontext_t*>(interrupted)->uc_sigmask, SIGALRM);
+/// SIGTERM and SIGUSR1 interrupt nothing themselves; the timer does when it is time to.
+extern "C" void request_stop(int /*signal*/) {
   if (stop_was_requested == 0) silent_since = now();
   stop_was_requested = 1;
   FCGX_ShutdownPending();
@@ -65,7 +61,7 @@ extern "C" void request_stop(int /*signal*/, siginfo_t* /*info*/, void* interrup
 
 /// SIGALRM. Whether a signal interrupts a read is decided when it arrives, so it takes a second one to
 /// interrupt what the first one found to be overdue.
-extern "C" void look_at_clock(int /*signal*/, siginfo_t* /*info*/, void* /*interrupted*/) {
+extern "C" void look_at_clock(int /*signal*/) {
   timer_runs = 0;
   if (body_is_awaited != 0) {
     const int limit = stop_was_requested != 0 ? kBodyTimeoutAfterStopMilliseconds : kBodyTimeoutMilliseconds;
@@ -89,11 +85,9 @@ void let_reads_go_on() {
 }  // namespace
 
 void install_stop_signals() {
-  sigemptyset(&stop_signals);
-  sigaddset(&stop_signals, SIGTERM);
-  sigaddset(&stop_signals, SIGUSR1);
-  all_signals = stop_signals;
-  sigaddset(&all_signals, SIGALRM);
+  sigemptyset(&all_signals);
+  for (const int signal : {SIGTERM, SIGUSR1, SIGALRM})
+    sigaddset(&all_signals, signal);
   sigprocmask(SIG_BLOCK, &all_signals, nullptr);
   install(SIGTERM, request_stop, SA_RESTART);
   install(SIGUSR1, request_stop, SA_RESTART);
@@ -101,7 +95,13 @@ void install_stop_signals() {
 }
 
 StopSignalsAllowed::StopSignalsAllowed() {
-  sigprocmask(SIG_UNBLOCK, stop_requested() ? &all_signals : &stop_signals, nullptr);
+  // A body's timer must not go off here: libfcgi drops a connection when a signal meets the poll(2) that
+  // follows its accept.
+  if (timer_runs != 0 && !stop_requested()) {
+    set_timer(0);
+    timer_runs = 0;
+  }
+  sigprocmask(SIG_UNBLOCK, &all_signals, nullptr);
 }
 
 StopSignalsAllowed::~StopSignalsAllowed() {
