@@ -87,8 +87,7 @@ class ControlQueues {
 
   /// Sends `message` and waits for the reply, which replaces it. Returns the reply's result: 0 done, 1 busy
   /// (also when the message could not be sent or no reply came in time), 2 failed (also when this request has
-  /// sent all it may). Blocks for up to 5.1 s,
-  /// for the commands that take long up to 30.1 s or 180.1 s.
+  /// sent all it may). Blocks for up to 5.1 s, for the commands that take long up to 30.1 s or 180.1 s.
   [[nodiscard]] int send_and_wait(ControlMessage& message) const;
 
  private:

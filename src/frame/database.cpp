@@ -91,8 +91,8 @@ Database::~Database() {
 bool Database::open(const char* path) {
   // One thread uses SQLite, so it needs no locks of its own; this must be said before its first use.
   sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
-  sqlite3_config(SQLITE_CONFIG_MEMSTATUS,
-                 0);  // nobody asks how much memory it uses; counting costs each call
+  // Nobody asks how much memory it uses, and counting costs each call.
+  sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
   if (sqlite3_open(path, &connection_) != SQLITE_OK) {
     sqlite3_close(std::exchange(connection_, nullptr));
     return false;
