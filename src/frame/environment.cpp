@@ -46,7 +46,7 @@ void Environment::restore_tz() {
 }
 
 void Environment::set_tz(const char* rule) {
-  std::array<char, sizeof("TZ=") + 63> variable{};
+  std::array<char, sizeof tz_variable_> variable{};
   (void)std::snprintf(variable.data(), variable.size(), "TZ=%s", rule);
   tz_variable_.assign(variable.data());
   restore_tz();

@@ -120,6 +120,26 @@ TEST_F(DocumentLimitsTest, WhatADocumentCostsIsBounded) {
   }
 }
 
+TEST_F(DocumentLimitsTest, EachBoundIsWhereItIsSaidToBe) {
+  // Of each piece the most that a document may have; blanks are counted with all around them.
+  for (const auto& [begin, most, piece] : std::vector<std::tuple<std::string, std::size_t, const char*>>{
+           {"", 9999, "<a/>"},  // with the root
+           {"", 6000, "="},
+           {"", 6000, "<?a?>"},
+           {"", 2000, "<?a?><a b='' xmlns='c'/>"},
+           {"<!DOCTYPE DeviceInfo SYSTEM 'x'>", 6000, "&a;"},
+           {"<?xml version='1.0' encoding='iso-8859-1'?>", 524288, " "},
+           {"<?xml version='1.0' encoding='SHIFT_JIS'?>", 32768, " "},
+           {"<!DOCTYPE DeviceInfo [<!ELEMENT a ANY>]>", 32768, " "}}) {
+    const std::size_t around = *piece == ' ' ? begin.size() + element("DeviceInfo", "").size() : 0;
+    const auto document = [&](std::size_t count) {
+      return begin + element("DeviceInfo", repeated(static_cast<int>(count - around), piece));
+    };
+    EXPECT_EQ(put(kInfo, document(most)), status(1, kInfo)) << begin << piece;
+    EXPECT_EQ(put(kInfo, document(most + 1)), status(3, kInfo)) << begin << piece;
+  }
+}
+
 // The longest document that anybody sends, as a client that writes for people does.
 TEST_F(DocumentLimitsTest, AThousandUsersFitIntoOneDocument) {
   std::string users;

@@ -95,9 +95,11 @@ TEST_F(DeviceTest, ANewIdentifierGoesIntoBothDatabasesAndEndsTheServicesUse) {
   // Without a defaults database the service goes on.
   unlink(camera::kDefaultsDatabase);
   ASSERT_EQ(mkdir(camera::kDefaultsDatabase, 0700), 0);
-  run_sql("delete from System");
-  EXPECT_NE(get(kInfo), get(kInfo));  // there is no row to keep the identifier
-  EXPECT_NE(get(kInfo), unauthorized());
+  for (const char* statement : {"delete from System", "drop table System"}) {
+    run_sql(statement);
+    EXPECT_NE(get(kInfo), get(kInfo));  // there is nowhere to keep the identifier
+    EXPECT_NE(get(kInfo), unauthorized());
+  }
 }
 
 TEST_F(DeviceTest, StatusShowsTimeAndUptime) {
