@@ -123,13 +123,9 @@ std::optional<ControlQueues> ControlQueues::open() {
 
 int ControlQueues::send_and_wait(ControlMessage& message) const {
   message.type_ = process_;
-  if (++sent_ > kMaxMessagesPerRequest) {
-    message.put_int(kResultOffset, kFailed);
-    return kFailed;
-  }
+  if (++sent_ > kMaxMessagesPerRequest) return kFailed;
   if (!send_request(message)) {
     FCGI_perror("Send Message using Message Queue 1 Failed\n");
-    message.put_int(kResultOffset, kBusy);
     return kBusy;
   }
   const int polls = reply_poll_count(message.int_at(kCommandOffset)) + 1;

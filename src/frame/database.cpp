@@ -8,14 +8,18 @@
 
 #include "frame/numbers.h"
 #include "frame/sleep.h"
+#include "frame/stop.h"
 
 namespace psia {
 
 namespace {
 
-/// Called by SQLite with the number of earlier calls for the same lock; 0 gives the statement up.
-int wait_for_lock(void* /*unused*/, int calls) {
-  if (calls > 5) return 0;
+/// Called by SQLite with the number of earlier calls for the same lock; 0 gives the statement up. A stop ends
+/// the waits once one was in vain: a list that a client sends may need thousands of statements.
+int wait_for_lock(void* waited_in_vain, int calls) {
+  auto& in_vain = *static_cast<bool*>(waited_in_vain);
+  in_vain = in_vain || calls > 5;
+  if (calls > 5 || (in_vain && stop_waiting())) return 0;
   sleep_milliseconds(50 * (calls + 1));
   return 1;
 }
@@ -97,7 +101,7 @@ bool Database::open(const char* path) {
     sqlite3_close(std::exchange(connection_, nullptr));
     return false;
   }
-  sqlite3_busy_handler(connection_, wait_for_lock, nullptr);
+  sqlite3_busy_handler(connection_, wait_for_lock, &waited_in_vain_);
   return true;
 }
 
@@ -111,6 +115,7 @@ Rows Database::query(const char* format, ...) {
     const int result =
         sqlite3_get_table(connection_, statement, &rows.table_, &rows.count_, &rows.columns_, nullptr);
     rows.succeeded_ = result == SQLITE_OK;
+    if (rows.succeeded_) waited_in_vain_ = false;
     rows.certain_ = rows.succeeded_ || (result == SQLITE_ERROR && table_is_missing(connection_));
   }
   sqlite3_free(statement);
@@ -135,7 +140,7 @@ void Database::store_identifier(const char* identifier) {
     run(defaults_, statement);
     sqlite3_close(std::exchange(connection_, nullptr));
   }
-  if (defaults_ != nullptr) sqlite3_busy_handler(defaults_, wait_for_lock, nullptr);
+  if (defaults_ != nullptr) sqlite3_busy_handler(defaults_, wait_for_lock, &waited_in_vain_);
   sqlite3_free(statement);
 }
 

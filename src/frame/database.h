@@ -83,6 +83,7 @@ class Database {
  private:
   sqlite3* connection_ = nullptr;  // null while closed
   sqlite3* defaults_ = nullptr;    // null until an identifier was stored
+  bool waited_in_vain_ = false;    // for a lock, since rows were last read
 };
 
 }  // namespace psia

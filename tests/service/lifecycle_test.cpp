@@ -30,6 +30,14 @@ class LifecycleTest : public ServiceTest {
     EXPECT_EQ(get("/PSIA/x"), status(4, "/PSIA/x"));
   }
 
+  /// As a daemon does that holds a transaction open; close it to let go.
+  static sqlite3* lock_database() {
+    sqlite3* daemon = nullptr;
+    EXPECT_EQ(sqlite3_open(camera::kDatabase, &daemon), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(daemon, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
+    return daemon;
+  }
+
   /// The answer when a message could not be sent.
   static void expect_busy(const fastcgi::Answer& answer) {
     EXPECT_TRUE(same(answer.out, status(2, kAudio)));
@@ -58,7 +66,7 @@ TEST_F(LifecycleTest, WaitsForBothQueuesAndCanBeStoppedMeanwhile) {
     ASSERT_EQ(camera::reset_queues(), "");
     remove_queue(key);
     start_service();
-    wait_until_idle();
+    EXPECT_TRUE(eventually([this] { return service_blocked_in(SYS_clock_nanosleep); }));
     EXPECT_EQ(stop_service(signal), 0) << key;
   }
   ASSERT_EQ(unshare(CLONE_NEWIPC), 0);  // where the first queue gets the number 0
@@ -130,9 +138,7 @@ TEST_F(LifecycleTest, RepliesThatAreLateOrForeign) {
 
 TEST_F(LifecycleTest, ALockedDatabaseIsWaitedForButNotForever) {
   start_and_ask();
-  sqlite3* daemon = nullptr;
-  ASSERT_EQ(sqlite3_open(camera::kDatabase, &daemon), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(daemon, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3* const daemon = lock_database();
   const double seconds = seconds_until({.uri = "/PSIA/x"}, unauthorized());  // the user table cannot be read
   EXPECT_GT(seconds, 0.9);  // six waits, of 50 to 300 ms: 1.05
   EXPECT_LT(seconds, 2.5);
@@ -143,9 +149,37 @@ TEST_F(LifecycleTest, ALockedDatabaseIsWaitedForButNotForever) {
   EXPECT_EQ(sqlite3_close(daemon), SQLITE_OK);
 }
 
+TEST_F(LifecycleTest, AStopEndsTheWaitsOfAListForALock) {
+  start_and_ask();
+  const std::string uri = "/PSIA/Security/AAA/users";
+  const std::string list = element("UserList", repeated(1000, xml("User(userName=viewer password=sent)")));
+  std::optional<fastcgi::Connection> connection =
+      begin({.method = "PUT",
+             .uri = uri,
+             .body = list,
+             .variables = {{"CONTENT_LENGTH", std::to_string(list.size() + 1)}},
+             .finished = false});
+  ASSERT_TRUE(eventually([this] { return service_blocked_in(SYS_read); }));  // with the user let in
+  sqlite3* const daemon = lock_database();
+  connection->send_more("\n");
+  ASSERT_TRUE(eventually([this] { return service_blocked_in(SYS_clock_nanosleep); }));
+  const auto start = std::chrono::steady_clock::now();
+  kill(service_pid, SIGTERM);
+  EXPECT_EQ(connection->receive().out, repeated(1000, status(3, uri)) + status(1, uri));
+  connection.reset();
+  EXPECT_EQ(wait_for_exit(), 0);
+  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+  EXPECT_GT(seconds.count(), 0.5);  // the first wait is whole
+  EXPECT_LT(seconds.count(), 2.5);
+  EXPECT_EQ(sqlite3_close(daemon), SQLITE_OK);
+}
+
 TEST_F(LifecycleTest, ClosedStandardDescriptorsStayOutOfTheWay) {
   start_service({.close_output = true});
   EXPECT_EQ(get("/PSIA/Custom/Event/index"), "");
+  for (const char* descriptor : {"/fd/1", "/fd/2"})
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(service_pid) + descriptor),
+              "/dev/null");
   EXPECT_EQ(effect(kSwitchOff), "Audio Enable=0; message 3; status 1");
   EXPECT_EQ(rows("pragma integrity_check"), "ok");
 }
