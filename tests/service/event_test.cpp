@@ -166,6 +166,8 @@ update Event set LINKS=(2, 1, 1) :: $/triggers/Sensor-0/notifications => NOTES!(
 update SensorRelay set Interval=2147484; update Event set LINKS=(1, -1, -1) :: SHOWN
  NOTE!(id=Relay-1 BY_IO=-2147483296 outputIOPortID=1)))
 update Event set LINKS=(-1, -1, 1) :: SHOWN NOTE!(id=Mail-1 BY_email)))
+update FTPServer set FTPServerID=0; update SMTPServer set SMTPServerID=0; update Event set LINKS=(-1, 0, 0)
+ :: SHOWN NOTE!(id=FTP-1 BY_FTP) NOTE!(id=Mail-1 BY_email)))
 update Event set LINKS=(0, -5, -5) :: SHOWN NOTE!(id=Sensor-0 BY_IO=5000 outputIOPortID=0)))
 update Event set LINKS=(77, 77, 77) :: SHOWN))
 update SensorRelay set DeviceID=-2 where DeviceID=2; update FTPServer set FTPServerID=-2;
@@ -288,8 +290,9 @@ TEST_F(EventTest, ChangesOfOneNotificationSetOneLinkAndLeaveTheOthers) {
   // A deletion links what it names. Of what has the same name the relay counts, then the FTP server; a relay
   // of a negative number is none. The notifications of a relay are not changed.
   run_sql(kOthers +
-          ";insert into FTPServer values (12, 'Relay-2', '', 0, '', '', '');"
+          ";insert into FTPServer values (12, 'Relay-2', '', 0, '', '', ''), (0, 'FTP-0', '', 0, '', '', '');"
           "insert into SMTPServer values (22, 'FTP-11', '', 0, '', '', '', '', '', '', 0);"
+          "update SMTPServer set SMTPServerID=0 where SMTPServerID=21;"
           "insert into SensorRelay values (-4, 'Mail-1', 1)");
   constexpr auto write_one = psia::write_notification;
   constexpr auto delete_one = psia::delete_notification;
@@ -297,8 +300,8 @@ TEST_F(EventTest, ChangesOfOneNotificationSetOneLinkAndLeaveTheOthers) {
        std::vector<std::tuple<Handler, std::string, std::string, std::string>>{
            {write_one, "Sensor-0/notifications/FTP-1", "id=Sensor-0 BY_IO notificationInterval=3000",
             "; Event RelayID=0; SensorRelay/0 Interval=3"},
-           {write_one, "Sensor-0/notifications/FTP-1", "id=FTP-1 BY_FTP", "; Event FTPServerID=1"},
-           {write_one, "Sensor-0/notifications/FTP-1", "id=Mail-21 BY_SMTP", "; Event SMTPServerID=21"},
+           {write_one, "Sensor-0/notifications/FTP-1", "id=FTP-0 BY_FTP", "; Event FTPServerID=0"},
+           {write_one, "Sensor-0/notifications/FTP-1", "id=Mail-21 BY_SMTP", "; Event SMTPServerID=0"},
            {write_one, "Sensor-0/notifications/FTP-1", "id=Mail-1 BY_IO notificationInterval=1000", ""},
            {write_one, "Relay-1/notifications/FTP-1", "id=FTP-1 BY_FTP", ""},
            {delete_one, "Sensor-0/notifications/Relay-2", "", "; Event RelayID=2"},

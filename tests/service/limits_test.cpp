@@ -132,7 +132,7 @@ TEST_F(DocumentLimitsTest, EachBoundIsWhereItIsSaidToBe) {
            {"<?xml version='1.0' encoding='SHIFT_JIS'?>", 32768, " "},
            {"<!DOCTYPE DeviceInfo [<!ELEMENT a ANY>]>", 32768, " "}}) {
     const std::size_t around = *piece == ' ' ? begin.size() + element("DeviceInfo", "").size() : 0;
-    const auto document = [&](std::size_t count) {
+    const auto document = [&begin = begin, &piece = piece, around](std::size_t count) {
       return begin + element("DeviceInfo", repeated(static_cast<int>(count - around), piece));
     };
     EXPECT_EQ(put(kInfo, document(most)), status(1, kInfo)) << begin << piece;
@@ -252,6 +252,22 @@ TEST_F(FaultTest, AStopJustBeforeASystemCallThatBlocksIsNotLost) {
   EXPECT_EQ(begin({.method = "PUT", .uri = "/PSIA/System/reboot"}).receive().out,
             status(2, "/PSIA/System/reboot"));
   EXPECT_EQ(wait_for_exit(), 0);
+}
+
+TEST_F(FaultTest, TheServiceWaitsAsLongAsItIsSaidTo) {
+  plan->speed = 200;
+  const auto slept_in = [this](const std::string& method, const std::string& uri, const std::string& answer) {
+    plan->slept = 0;
+    EXPECT_EQ(call({.method = method, .uri = uri}), answer) << uri;
+    return plan->slept.load();
+  };
+  plan_fault(kLock, 0, 6);
+  EXPECT_EQ(slept_in("GET", "/PSIA/x", status(4, "/PSIA/x")), 50 + 100 + 150 + 200 + 250 + 300);
+  plan_fault(kLock, 0, 7);
+  EXPECT_EQ(slept_in("GET", "/PSIA/x", unauthorized()), 50 + 100 + 150 + 200 + 250 + 300);
+  for (const auto& [uri, milliseconds] :
+       {std::pair{"/PSIA/System/reboot", 5100}, {"/PSIA/System/factoryReset?mode=full", 180100}})
+    EXPECT_EQ(slept_in("PUT", uri, status(2, uri)), milliseconds);
 }
 
 class MessageLimitsTest : public FaultTest {

@@ -174,6 +174,10 @@ TEST_F(LiveInterface, ReadsWhatWasSet) {
   const HardwareAddress changed = {0x02, 0xAB, 0xCD, 0xEF, 0x80, 0xFF};
   EXPECT_EQ(set_hardware_address("eth0", changed), changed);
   EXPECT_EQ(read_hardware_address("eth0"), changed);
+  // Of a name 15 characters count, the most that the kernel takes.
+  ip("link set eth0 down name fifteen-letters\n");
+  EXPECT_EQ(read_hardware_address("fifteen-letters-and-more"), changed);
+  ip("link set fifteen-letters name eth0\n");
 
   write_file("/etc/resolv.conf", "search example.com\n");
   EXPECT_STREQ(read_dns_search_domain().value_or(ResolverText{}).data(), "example.com\n");

@@ -103,7 +103,9 @@ int msgsnd(int queue, const void* message, std::size_t size, int flags) {
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec* left) {
-  const long nanoseconds = (wanted->tv_sec * 1000000000L + wanted->tv_nsec) / speed();
+  const long asked = wanted->tv_sec * 1000000000L + wanted->tv_nsec;
+  if (plan != nullptr) plan->slept += static_cast<int>(asked / 1000000);
+  const long nanoseconds = asked / speed();
   const timespec time{nanoseconds / 1000000000L, nanoseconds % 1000000000L};
   return original(&clock_nanosleep, "clock_nanosleep")(clock, flags, &time, left);
 }

@@ -15,4 +15,5 @@ struct FaultPlan {
   std::atomic<int> skip;   ///< so many operations go well before
   std::atomic<int> fail;   ///< so many that fail then; counts down
   std::atomic<int> speed;  ///< clocks and waits run so many times faster; 0 as 1
+  std::atomic<int> slept;  ///< milliseconds of all sleeps, as they were asked for
 };
