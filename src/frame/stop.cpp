@@ -118,7 +118,6 @@ BodyAwaited::BodyAwaited() {
 BodyAwaited::~BodyAwaited() {
   sigprocmask(SIG_BLOCK, &all_signals, nullptr);
   body_is_awaited = 0;
-  let_reads_go_on();
 }
 
 void BodyAwaited::waits_again() {

@@ -179,13 +179,16 @@ class BodyLimitsTest : public FaultTest {
 
 TEST_F(BodyLimitsTest, AStopEndsARequestThatWaitsForItsBody) {
   for (const int signal : {SIGTERM, SIGUSR1}) {
+    plan->speed = 5;
     const fastcgi::Connection connection = begin_unfinished(1);
+    usleep(400000);  // longer than the patience after a stop, which counts from the stop
     const auto start = steady_clock::now();
     for (int i = 0; i < 3; ++i) {
       kill(service_pid, signal);
-      usleep(300000);
+      usleep(60000);
     }
     EXPECT_EQ(connection.receive().out, status(3, kInfo));
+    EXPECT_GT(steady_clock::now() - start, std::chrono::milliseconds(250));
     EXPECT_EQ(wait_for_exit(), 0);
     EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(3));
     EXPECT_NE(stored(), "arrived");
