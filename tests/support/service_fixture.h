@@ -172,9 +172,10 @@ class ServiceTest : public ::testing::Test {
   /// What the service has printed so far on its standard output and its standard error.
   [[nodiscard]] static std::string printed() { return read_file(kOutput); }
   [[nodiscard]] static std::string reported() { return read_file(kErrors); }
-  /// Open descriptors and resident bytes of the idle service.
+  /// Open descriptors of the idle service; and the bytes that a line of a file of it in /proc tells, which
+  /// begins with `name`.
   [[nodiscard]] std::size_t open_descriptors() const;
-  [[nodiscard]] std::size_t resident_bytes() const;
+  [[nodiscard]] std::size_t memory(const char* file, const std::string& name) const;
 
   std::vector<camera::Message> messages;  ///< of the last effect()
   pid_t service_pid = -1;
