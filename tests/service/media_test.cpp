@@ -71,6 +71,27 @@ const std::string kListedSlaveSize = size("352x240");
 const std::string kCapabilitiesSize = size("1920{1280,1920}x1080{720,1080}");
 const std::string kSlaveCapabilitiesSize = size("352{352,704}x240{240,480}");
 
+/// The Master stream's elements in the factory state; with what a client may set.
+const std::string kElements = xml(R"(
+id=1 channelName=`Master stream` enabled=true Transport(rtspPortNo=554 maxPacketSize=1448
+ ControlProtocolList(ControlProtocol(streamingTransport=RTSP)) Unicast(enabled=true rtpTransportType=RTP/TCP))
+Video(enabled=true videoInputChannelID=1 videoCodecType=H.264 videoScanType=progressive videoResolutionWidth=1920
+ videoResolutionHeight=1080 videoQualityControlType=CBR constantBitRate=4096 maxFrameRate=3000 keyFrameInterval=1000)
+Audio(enabled=true audioInputChannelID=1 audioCompressionType=G.711ulaw audioBitRate=64 audioSamplingRate=8
+ audioResolution=8))");
+const std::string kCapabilities = xml(R"(
+id{opt="1,2"}=1 channelName{min="1" max="128"}=`Master stream` enabled{opt="true,false"}=true
+Transport(rtspPortNo{min="0" max="65535" def="554"}=554
+ ControlProtocolList(ControlProtocol(streamingTransport{opt="RTSP/RTP,HTTP"}=RTSP))
+ Unicast(<enabled opt="true,false" def="true"/> <rtpTransportType opt="RTP/UDP,RTP/TCP" />))
+Video(enabled{opt="true,false"}=true videoInputChannelID{opt="1"}=1 videoCodecType{opt="MJPEG,H.264"}=H.264
+ videoResolutionWidth{opt="1280,1920"}=1920 videoResolutionHeight{opt="720,1080"}=1080
+ videoQualityControlType{opt="CBR,VBR"}=CBR constantBitRate{min="64" max="10240" dynamic="true"}=4096
+ maxFrameRate{min="100" max="3000" default="1500"}=3000 keyFrameInterval{min="0" max="10000"}=1000)
+Audio(enabled{opt="true,false"}=true audioInputChannelID{min="1" max="1"}=1
+ audioCompressionType{opt="G.711ulaw,G.711alaw,G.726" default="G.711ulaw"}=G.711ulaw
+ audioBitRate{opt="24,32,64"}=64 audioSamplingRate{opt="8"}=8 audioResolution{opt="8"}=8))");
+
 /// From the factory values to those shown without a row. The Slave stream has most of them, too.
 const std::string kScanType = "</videoCodecType><videoScanType>progressive</videoScanType>";
 const Pairs kDefaults = {
@@ -87,36 +108,44 @@ const Pairs kSlave = {{">1</id>", ">2</id>"},
                       {">H.264<", ">MJPEG<"},
                       {kCapabilitiesSize, kSlaveCapabilitiesSize}};
 
+/// The documents in the factory state by what stands behind the URL of the list, which shows the Slave's own
+/// size, and its codec by the opposite sense.
+const std::map<std::string, std::string> kFactory = [] {
+  const auto one = [](const std::string& elements) {
+    return kXml + xml("StreamingChannel!(") + elements + "</StreamingChannel>";
+  };
+  const std::string slave = replaced(replaced(kElements, kDefaults), kSlave);
+  const std::string listed = replaced(slave, {{kSlaveSize, kListedSlaveSize}, {">MJPEG<", ">H.264<"}});
+  const std::string between = R"(</StreamingChannel><StreamingChannel version="1.0">)";
+  return std::map<std::string, std::string>{
+      {"/1", one(kElements)},
+      {"/2", one(slave)},
+      {"/1/capabilities", one(kCapabilities)},
+      {"/2/capabilities", one(replaced(replaced(kCapabilities, kDefaults), kSlave))},
+      {"", kXml + xml("StreamingChannelList!(StreamingChannel'(") + kElements + between + listed +
+               "</StreamingChannel></StreamingChannelList>"}};
+}();
+
 class StreamsTest : public RunningServiceTest {
  protected:
-  void SetUp() override {
-    RunningServiceTest::SetUp();
-    for (const std::string end : {"", "/1", "/2", "/1/capabilities", "/2/capabilities"})
-      factory_[end] = body_of(get("/PSIA/Streaming/channels" + end));
-  }
-
   /// What the documents of both streams show after a statement, as changes of those in the factory state;
   /// `failing` are those that give a device error instead.
   void expect_streams(const std::string& sql, const Pairs& changes, const std::string& failing = "") {
     restore_settings();
     run_sql(sql);
-    for (const auto& [end, text] : factory_) {
+    for (const auto& [end, text] : kFactory) {
       SCOPED_TRACE("after " + sql);
       expect_shown("/PSIA/Streaming/channels" + end,
                    failing.find("'" + end + "'") != std::string::npos ? "status 3" : replaced(text, changes));
     }
   }
-
-  std::map<std::string, std::string> factory_;  // by what stands behind the URL of the list
 };
 
 TEST_F(StreamsTest, TheIdentifierChoosesTheStreamAndNoneIsRefused) {
-  for (const std::string end : {"", "/capabilities"})
-    EXPECT_TRUE(same(factory_["/2" + end], replaced(replaced(factory_["/1" + end], kDefaults), kSlave)));
   for (const char* id : {"10", "1/x", "MASTER-0", "master-01"})
-    expect_shown(kStreams + id, factory_["/1"]);
+    expect_shown(kStreams + id, kFactory.at("/1"));
   for (const char* id : {"7", "0", "Slave-0", "Master-", "Master_0", "%31", "/1"})
-    expect_shown(kStreams + id, factory_["/2"]);
+    expect_shown(kStreams + id, kFactory.at("/2"));
 }
 
 TEST_F(StreamsTest, SizesFollowResolutionCodeAndCaptureMode) {
@@ -175,7 +204,7 @@ TEST_F(StreamsTest, ShowStoredValuesAndWhatMissingRowsStandFor) {
   expect_streams("update Audio set Type=1", {{on + ">", off + ">"}});
   expect_streams("update Audio set AudioID=3", {{on + " min", off + " min"}});
   run_sql("update Audio set AudioID=0, Enable=2");
-  for (const auto& [end, text] : factory_)
+  for (const auto& [end, text] : kFactory)
     expect_shown("/PSIA/Streaming/channels" + end, end.empty() ? text : replaced(text, {{on, off}}));
 
   expect_streams("delete from VideoEncoder", kDefaults, "'/1/capabilities' '/2/capabilities'");

@@ -16,19 +16,21 @@ const std::string kConfiguration = "/PSIA/System/configurationData";
 const std::string kIdentifier = "6F1E0C52-93B7-4D2A-8E45-2a7d90b1c3f4";
 const std::string kDirectory = std::string(camera::kExchangeDirectory) + "/";
 
+const std::string kFactory =
+    kXml + xml("DeviceInfo!(deviceName=camera-1 deviceID=" + kIdentifier +
+               " systemContact=http://www.quellan.example model=`QC-2040 Dome` serialNumber=QC2040-0007-4242 "
+               "macAddress=02:51:43:20:40:0a firmwareVersion=QC2040.1.4.2 firmwareReleasedDate=1.4.2)");
+
 class DeviceTest : public ServiceTest {
  protected:
   void SetUp() override {
     ServiceTest::SetUp();
     unsetenv("HOSTNAME");  // of the machine that runs the tests
     start_service();
-    factory_ = body_of(get(kInfo));
   }
 
   /// The document of the factory state with some changes.
-  std::string info_document(const Pairs& changes) { return document(replaced(factory_, changes)); }
-
-  std::string factory_;
+  static std::string info_document(const Pairs& changes) { return document(replaced(kFactory, changes)); }
 };
 
 TEST_F(DeviceTest, InformationShowsWhatIsStoredOrItsFallback) {
