@@ -19,12 +19,13 @@
 #include <vector>
 
 #include "simulator/device.h"
+#include "simulator/fastcgi_client.h"
 #include "simulator/message.h"
 #include "simulator/unix_socket.h"
-#include "tests/support/fastcgi_client.h"
 
 namespace {
 
+namespace fastcgi = camera::fastcgi;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kHelp =

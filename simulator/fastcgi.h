@@ -1,5 +1,5 @@
-// The FastCGI protocol as far as one who stands between a web server and its responder needs it: records out
-// of a stream of bytes, the variables of a request, and an answer of one's own.
+// The FastCGI protocol as far as a web server, and one who stands between it and its responder, need it:
+// records out of a stream of bytes and into one, the variables of a request, and an answer of one's own.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,12 @@
 namespace camera::fastcgi {
 
 // Record types (fastcgi.h of the FastCGI 1.0 protocol, section 8).
+constexpr unsigned char kBeginRequest = 1;
 constexpr unsigned char kEndRequest = 3;
 constexpr unsigned char kParameters = 4;
 constexpr unsigned char kInput = 5;
 constexpr unsigned char kOutput = 6;
+constexpr unsigned char kErrors = 7;
 
 struct Record {
   unsigned char type = 0;

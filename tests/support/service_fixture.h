@@ -15,10 +15,12 @@
 #include <vector>
 
 #include "simulator/device.h"
+#include "simulator/fastcgi_client.h"
 #include "simulator/message.h"
-#include "tests/support/fastcgi_client.h"
 
 namespace psia_tests {
+
+namespace fastcgi = camera::fastcgi;
 
 /// What a test sends; what it leaves out is what a client would most likely send.
 struct Call {

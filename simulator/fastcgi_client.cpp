@@ -1,4 +1,4 @@
-#include "tests/support/fastcgi_client.h"
+#include "simulator/fastcgi_client.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -8,15 +8,9 @@
 
 #include "simulator/fastcgi.h"
 
-namespace fastcgi {
+namespace camera::fastcgi {
 
 namespace {
-
-namespace protocol = camera::fastcgi;
-
-// Further record types of the FastCGI protocol, version 1.
-constexpr unsigned char kBeginRequest = 1;
-constexpr unsigned char kErrors = 7;
 
 constexpr std::uint16_t kRequest = 1;
 
@@ -37,9 +31,8 @@ void Connection::send(const Request& request) const {
   for (const auto& [name, value] : request.variables)
     variables += length_of(name) + length_of(value) + name + value;
   const std::string role = {0, 1, static_cast<char>(request.keep ? 1 : 0), 0, 0, 0, 0, 0};  // a responder
-  const std::string bytes = protocol::record(kBeginRequest, kRequest, role) +
-                            protocol::stream(protocol::kParameters, kRequest, variables) +
-                            protocol::stream(protocol::kInput, kRequest, request.body, request.finished);
+  const std::string bytes = record(kBeginRequest, kRequest, role) + stream(kParameters, kRequest, variables) +
+                            stream(kInput, kRequest, request.body, request.finished);
   for (std::size_t at = 0; at < bytes.size();) {
     const ssize_t sent = ::send(socket_.number, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
     if (sent <= 0) return;  // the service need not read all of a request it refuses
@@ -53,7 +46,7 @@ bool Connection::answers_within(int milliseconds) const {
 }
 
 void Connection::send_more(const std::string& body) const {
-  const std::string bytes = protocol::stream(protocol::kInput, kRequest, body, false);
+  const std::string bytes = stream(kInput, kRequest, body, false);
   (void)::send(socket_.number, bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
 
@@ -63,13 +56,13 @@ Answer Connection::receive() const {
   std::array<char, 65536> piece{};
   for (ssize_t got = 0; !answer.ended && (got = read(socket_.number, piece.data(), piece.size())) > 0;) {
     bytes.append(piece.data(), static_cast<std::size_t>(got));
-    for (const auto& record : protocol::take_records(bytes)) {
-      if (record.type == protocol::kOutput) answer.out += record.content;
+    for (const auto& record : take_records(bytes)) {
+      if (record.type == kOutput) answer.out += record.content;
       if (record.type == kErrors) answer.errors += record.content;
-      answer.ended = record.type == protocol::kEndRequest;
+      answer.ended = record.type == kEndRequest;
     }
   }
   return answer;
 }
 
-}  // namespace fastcgi
+}  // namespace camera::fastcgi

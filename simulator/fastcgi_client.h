@@ -6,7 +6,7 @@
 
 #include "simulator/unix_socket.h"
 
-namespace fastcgi {
+namespace camera::fastcgi {
 
 struct Request {
   std::map<std::string, std::string> variables;
@@ -24,7 +24,7 @@ struct Answer {
 class Connection {
  public:
   /// Connects to the socket `path`; ok() tells whether that worked.
-  explicit Connection(const std::string& path) : socket_(camera::connect_to(path)) {}
+  explicit Connection(const std::string& path) : socket_(connect_to(path)) {}
   [[nodiscard]] bool ok() const { return socket_.number >= 0; }
 
   /// Sends a request; a further one only when the one before asked to keep the connection.
@@ -39,7 +39,7 @@ class Connection {
   [[nodiscard]] Answer receive() const;
 
  private:
-  camera::Descriptor socket_;
+  Descriptor socket_;
 };
 
-}  // namespace fastcgi
+}  // namespace camera::fastcgi
