@@ -1,5 +1,6 @@
-// Which request reaches which handler, and who may send it. The documents by which clients explore the URLs
-// stand in docs/reference.md, which is compared with what the service answers.
+// Which request reaches which handler, and who may send it; and the documents by which clients explore the
+// URLs.
+#include <regex>
 #include <sstream>
 
 #include "tests/support/service_fixture.h"
@@ -77,6 +78,63 @@ GET {/PSIA|/PSIA/inde|PSIA/index|/PSIA/%69ndex|/PSIA/<a>&%20%s%n"} => status 4
   for (const std::string& uri : {std::string(), "/PSIA/nothing/" + std::string(60000, 'x')})
     EXPECT_EQ(effect({.uri = uri}), "status 4") << uri.substr(0, 80);
   EXPECT_EQ(effect({.method = "", .uri = "/PSIA/System/status"}), "status 4");
+}
+
+/// Entries from their names: services with a '/' behind them, their own lists in braces.
+std::string entries(const std::string& names) {
+  std::string text;
+  const std::regex token(R"((\w+(?:/\w+)?)(/?)(\{?)|\})");
+  for (std::sregex_iterator at(names.begin(), names.end(), token); at != std::sregex_iterator(); ++at) {
+    const std::smatch& match = *at;
+    const std::string type = match.length(2) > 0 ? "service" : "resource";
+    const std::string end = match.length(3) > 0 ? R"(<ResourceList version="1.0">)" : "</Resource>";
+    text += match[0] == "}" ? "</ResourceList></Resource>"
+                            : R"(<Resource version="1.0">)" +
+                                  xml("name=" + match.str(1) + " version=1.0 type=" + type) + end;
+  }
+  return text;
+}
+
+TEST_F(RoutesTest, IndexAndDescriptionDocuments) {
+  const std::string attributes =
+      R"( version="1.0" xmlns="urn:psialliance-org" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" )"
+      R"(xsi:schemaLocation="urn:psialliance-org http://www.psialliance.org/XMLSchemas/service.xsd">)";
+  const std::string description = xml(replaced(
+      "name=index version=1.0 type=resource get(<QueryStringParameterList /> inboundData=none returnResult=ResourceList "
+      "function=`enumerate 1st level children` notes=non-recursive) put(NOT) post(NOT) delete(NOT)",
+      {{"NOT",
+        "<QueryStringParameterList /> inboundData=none returnResult=none function=`not supported` notes=`not "
+        "supported`"}}));
+  for (const auto& [level, names] :
+       Pairs{{"", "index indexr description System/ Security/ Streaming/"},
+             {"/System",
+              "index description reboot updateFirmware configurationData factoryReset deviceInfo status time "
+              "localTime timeZone ntpServers ntpServers/ID Network/ Audio/ Video/"},
+             {"/System/Network", "index description interfaces"},
+             {"/System/Audio", "index description channels"},
+             {"/System/Video", "index description inputs"},
+             {"/Security", "index description"},
+             {"/Security/AAA", "index description users"},
+             {"/Streaming", "index description status channels"},
+             {"/Custom/Event", "index description triggers schedule notification"}}) {
+    const std::string root =
+        level == "/System/Video" ? R"( version="1.0" xmlns="urn:psialliance-org">)" : attributes;
+    const bool bare = level.empty() || level == "/System/Network" || level == "/Custom/Event";
+    const std::string& declaration = bare ? kBareXml : kXml;
+    expect_shown("/PSIA" + level + "/index",
+                 declaration + "<ResourceList" + root + entries(names) + "</ResourceList>");
+    expect_shown("/PSIA" + level + "/description",
+                 declaration + "<ResourceDescription" + attributes + description + "</ResourceDescription>");
+  }
+  expect_shown(
+      "/PSIA/indexr",
+      kBareXml + "<ResourceList" + attributes +
+          entries(
+              "index indexr description System/{index description reboot updateFirmware configurationData factoryReset "
+              "deviceInfo status Network/{index description interfaces} Video/{index description inputs}} "
+              "Security/{index description AAA/{index description users}} "
+              "Streaming/{index description status channels}") +
+          "</ResourceList>");
 }
 
 }  // namespace
