@@ -16,13 +16,14 @@
 #include "frame/service.h"
 #include "frame/stop.h"
 #include "frame/xml.h"
+#include "index/index_documents.h"
 #include "routes.h"
 #include "system/time_zone_table.h"
 
 namespace {
 
-/// Web servers start FastCGI programs with descriptors 1 and 2 closed; without this the next file or
-/// connection opened would become standard output, and Event documents would be written into it.
+/// Web servers start FastCGI programs with file descriptors 1 and 2 closed. The next file or connection would
+/// then become standard output, and Event documents would be written into it.
 void open_standard_descriptors() {
   for (int descriptor = 0; descriptor <= 2; ++descriptor) {
     if (fcntl(descriptor, F_GETFD) == -1) (void)open("/dev/null", O_RDWR);  // takes the lowest free number
@@ -61,7 +62,10 @@ int main(int argc, char** argv) {
   const psia::TzPairListOwner time_zones(psia::tz_pair_list_create());
   if (!time_zones || !psia::tz_table_fill(*time_zones)) return EXIT_FAILURE;
 
-  psia::Service service{environment, database, *queues, *time_zones};
+  const psia::IndexDocuments index_documents;
+  if (!index_documents.valid()) return EXIT_FAILURE;
+
+  psia::Service service{environment, database, *queues, *time_zones, index_documents};
   psia::Gateway gateway;
   while (gateway.accept()) {
     environment.restore_tz();

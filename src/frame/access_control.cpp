@@ -26,7 +26,7 @@ constexpr std::array<std::uint8_t, 256> kSixBits = [] {
   return table;
 }();
 
-/// Compares a supplied password with the stored one in a time that does not tell how much of it was right.
+/// Compares a supplied password with the stored one. The time it takes does not depend on where they differ.
 bool same_password(const FixedText<32>& supplied, const char* stored) {
   const FixedText<32> expected(stored);
   std::size_t difference = std::strlen(supplied.c_str()) ^ std::strlen(stored);

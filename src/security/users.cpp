@@ -26,7 +26,7 @@ bool is_name(const FixedText<32>& name, const char* account) {
 }
 
 /// Takes a userName or password element into `account`; true when the element completes a pair, which only a
-/// password behind its name does.
+/// password after its name does.
 bool take_account(XmlElement element, Account& account) {
   if (element.is("userName")) element.copy_text(account.name);
   if (!element.is("password")) return false;
@@ -60,8 +60,8 @@ bool has_several_passwords(XmlElement root) {
 
 enum class Added {
   kAll,
-  kUntilRefusal,  // by the look for the name: it exists, or the look failed
-  kUntilFailure,  // of an insert
+  kUntilRefusal,  // the name exists, or the search for it failed
+  kUntilFailure,  // an insert failed
 };
 
 Added insert_users(Database& database, XmlElement root) {
@@ -79,12 +79,12 @@ Added insert_users(Database& database, XmlElement root) {
   return Added::kAll;
 }
 
-/// What a User element holds, and its end; the login name is also the id.
+/// The content of a User element and its end tag; the login name is also the id.
 void append_user(TextBuffer& document, const char* name) {
   document.append("<id>", name, "</id><userName>", name, "</userName></User>");
 }
 
-/// The rows of the user that a URI names, the first of them being the one meant.
+/// The rows for the user that a URI names; only the first one is meant.
 Rows find_user(Database& database, const char* name) {
   if (std::strlen(name) > kLongestNumber) {
     return database.query("select * from User where UserID='%s'", name);
@@ -96,7 +96,7 @@ Rows find_user(Database& database, const char* name) {
 
 }  // namespace
 
-void list_users(Service& service, const Request& request) {
+void read_users(Service& service, const Request& request) {
   const Rows users = service.database.query("select * from User");
   answer_xml(request, [&users](TextBuffer& document) {
     document.append(kXmlDeclaration);
@@ -109,10 +109,10 @@ void list_users(Service& service, const Request& request) {
   });
 }
 
-void change_passwords(Service& service, const Request& request) {
+void write_users(Service& service, const Request& request) {
   const XmlDocument document = read_document(request, "UserList");
   if (!document) return answer_status(request, Status::kDeviceError);
-  Account account;  // kept from one User to the next: a password without a name is for the user before it
+  Account account;  // kept from one User to the next: a password without a name is for the previous user
   int stored = 0;
   int failed = 0;
   Transaction transaction(service.database);
@@ -125,7 +125,7 @@ void change_passwords(Service& service, const Request& request) {
   if (!transaction.commit()) failed += stored;
   for (; failed > 0; --failed)
     answer_status(request, Status::kDeviceError);
-  answer_status(request, Status::kOk);  // clients receive it behind the others
+  answer_status(request, Status::kOk);  // clients receive it after the others
 }
 
 void add_users(Service& service, const Request& request) {
@@ -136,10 +136,10 @@ void add_users(Service& service, const Request& request) {
   Added added = insert_users(service.database, document.root());
   if (transaction && !transaction->commit()) added = Added::kUntilFailure;
   if (added != Added::kAll) answer_status(request, Status::kDeviceError);
-  if (added != Added::kUntilRefusal) answer_status(request, Status::kOk);  // also behind the other
+  if (added != Added::kUntilRefusal) answer_status(request, Status::kOk);  // also after the other
 }
 
-void delete_users(Service& service, const Request& request) {
+void remove_users(Service& service, const Request& request) {
   answer_done(request,
               service.database.execute("delete from User where UserID != 'admin' and UserID != 'anonymous'"));
 }
@@ -154,7 +154,7 @@ void read_user(Service& service, const Request& request) {
   });
 }
 
-void change_password(Service& service, const Request& request) {
+void write_user(Service& service, const Request& request) {
   const XmlDocument document = read_document(request, "User");
   if (!document) return answer_status(request, Status::kDeviceError);
   Account account{FixedText<32>(request.tail), {}};
@@ -165,7 +165,7 @@ void change_password(Service& service, const Request& request) {
   answer_done(request, store_password(service.database, account));
 }
 
-void delete_user(Service& service, const Request& request) {
+void remove_user(Service& service, const Request& request) {
   const FixedText<32> name(request.tail);
   if (is_name(name, "admin") || is_name(name, "anonymous")) return;
   answer_done(request, service.database.execute("delete from User where UserID='%s'", request.tail));

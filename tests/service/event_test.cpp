@@ -9,6 +9,7 @@
 
 #include "event/triggers.h"
 #include "frame/service.h"
+#include "index/index_documents.h"
 #include "system/time_zone_table.h"
 #include "tests/support/service_fixture.h"
 
@@ -243,10 +244,11 @@ std::string run(Handler handler, const std::string& tail, const std::string& bod
     dup2(open("/usr/local/orvid/answer", O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
     psia::Environment environment;
     psia::Database database;
-    const auto queues = psia::ControlQueues::open();
+    auto queues = psia::ControlQueues::open();
     const psia::TzPairListOwner zones(psia::tz_pair_list_create());
     if (FCGI_Accept() < 0 || !database.open(psia::kConfigurationDatabase) || !queues || !zones) _exit(1);
-    psia::Service service{environment, database, *queues, *zones};
+    const psia::IndexDocuments index;
+    psia::Service service{environment, database, *queues, *zones, index};
     const std::string length = std::to_string(body.size());
     handler(service,
             {.uri = "/u", .method = "", .content_length = length.c_str(), .level = 0, .tail = tail.c_str()});
@@ -295,7 +297,7 @@ TEST_F(EventTest, ChangesOfOneNotificationSetOneLinkAndLeaveTheOthers) {
           "update SMTPServer set SMTPServerID=0 where SMTPServerID=21;"
           "insert into SensorRelay values (-4, 'Mail-1', 1)");
   constexpr auto write_one = psia::write_notification;
-  constexpr auto delete_one = psia::delete_notification;
+  constexpr auto delete_one = psia::remove_notification;
   for (const auto& [handler, id, children, changed] :
        std::vector<std::tuple<Handler, std::string, std::string, std::string>>{
            {write_one, "Sensor-0/notifications/FTP-1", "id=Sensor-0 BY_IO notificationInterval=3000",

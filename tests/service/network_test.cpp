@@ -10,7 +10,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "network/interface_address.h"
+#include "network/interface_setup.h"
+#include "network/interface_state.h"
 #include "simulator/daemons.h"
 #include "tests/support/service_fixture.h"
 

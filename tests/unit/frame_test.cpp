@@ -60,13 +60,5 @@ TEST(ControlMessage, ATextEndsWithTheRecord) {
   EXPECT_EQ(message.text_at(4112), "\x04\x03\x02\x01");
 }
 
-TEST(ControlMessage, WaitsByCommandCode) {
-  for (const int command : {9, 10, 11, 12, 22})
-    EXPECT_EQ(reply_poll_count(command), 1800) << command;
-  EXPECT_EQ(reply_poll_count(23), 300);
-  for (const int command : {1, 8, 13, 21, 24, 37, -1})
-    EXPECT_EQ(reply_poll_count(command), 50) << command;
-}
-
 }  // namespace
 }  // namespace psia

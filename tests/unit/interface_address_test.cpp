@@ -1,4 +1,5 @@
-#include "network/interface_address.h"
+#include "network/interface_setup.h"
+#include "network/interface_state.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
