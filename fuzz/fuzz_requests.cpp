@@ -23,8 +23,8 @@
 #include "frame/stop.h"
 #include "frame/xml.h"
 #include "routes.h"
-#include "simulator/daemons.h"
-#include "simulator/device.h"
+#include "simulator/camera/daemons.h"
+#include "simulator/device/device.h"
 #include "system/time_zone_table.h"
 
 namespace {

@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/daemons.h"
-#include "simulator/device.h"
+#include "simulator/camera/daemons.h"
+#include "simulator/device/device.h"
 
 namespace {
 

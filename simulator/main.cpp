@@ -1,9 +1,6 @@
 // camera-simulator: runs the service in a simulated camera, or in several, for a person to try.
 
 #include <sys/signalfd.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,18 +8,19 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "simulator/camera.h"
-#include "simulator/device.h"
-#include "simulator/run_directory.h"
-#include "simulator/shell.h"
-#include "simulator/text.h"
+#include "simulator/camera/camera.h"
+#include "simulator/camera/run_directory.h"
+#include "simulator/camera/shell.h"
+#include "simulator/device/device.h"
+#include "simulator/front/unix_socket.h"
+#include "simulator/tools/child_process.h"
+#include "simulator/tools/text.h"
 
 namespace {
 
@@ -34,27 +32,11 @@ int fail(const std::string& fault) {
   return 1;
 }
 
-// The descriptor of the listening socket, or -1 after telling why. Only this user's web server may connect:
-// the service trusts its peer.
-int listen_at(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof(address.sun_path)) {
-    fail("The socket's path must have 1 to " + std::to_string(sizeof(address.sun_path) - 1) +
-         " characters; give a relative one: " + path);
-    return -1;
-  }
-  std::memcpy(static_cast<void*>(address.sun_path), path.c_str(), path.size());
-  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const mode_t old_mask = umask(0077);
-  const int bound = bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-  umask(old_mask);
-  if (bound != 0 || listen(listener, 128) != 0) {
-    const std::string fault = camera::system_error("Cannot listen at " + path);
-    fail(errno == EADDRINUSE ? fault + "\nRemove the file if no other simulator uses it." : fault);
-    close(listener);
-    return -1;
-  }
+// A socket that listens at the path; without a descriptor after telling why. It is for this user's web server
+// alone, because the service trusts its peer.
+camera::Descriptor listen_or_tell(const std::string& path) {
+  camera::Descriptor listener = camera::listen_at(path);
+  if (listener.number < 0) fail(camera::system_error("Cannot listen at " + path));
   return listener;
 }
 
@@ -128,7 +110,7 @@ int run_camera(const Options& options, const std::string& prefix, int signals) {
     }
   }
   const bool daemons_only = options.shell;
-  const camera::Descriptor web_socket(daemons_only ? -1 : listen_at(socket_path));
+  const camera::Descriptor web_socket = daemons_only ? camera::Descriptor(-1) : listen_or_tell(socket_path);
   if (!daemons_only && web_socket.number < 0) return 1;
   int status = 1;
   std::string fault;
@@ -139,7 +121,7 @@ int run_camera(const Options& options, const std::string& prefix, int signals) {
   if (!fault.empty()) {
     fail(fault);
   } else {
-    const camera::Descriptor service_socket(listen_at(camera::Camera::kServiceSocket));
+    const camera::Descriptor service_socket = listen_or_tell(camera::Camera::kServiceSocket);
     camera::Camera camera(options, prefix, web_socket.number, service_socket.number);
     if (prefix.empty() && options.port > 0) print_welcome(options.port);
     if (!prefix.empty())

@@ -11,7 +11,7 @@
 #include <filesystem>
 
 #include "network/interface_address.h"
-#include "simulator/daemons.h"
+#include "simulator/camera/daemons.h"
 #include "tests/support/service_fixture.h"
 
 namespace psia_tests {

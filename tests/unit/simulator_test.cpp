@@ -5,10 +5,10 @@
 #include <map>
 #include <string>
 
-#include "simulator/daemons.h"
-#include "simulator/fastcgi.h"
-#include "simulator/message.h"
-#include "simulator/text.h"
+#include "simulator/camera/daemons.h"
+#include "simulator/device/message.h"
+#include "simulator/front/fastcgi.h"
+#include "simulator/tools/text.h"
 
 namespace {
 

@@ -1,0 +1,37 @@
+// A camera to run the service against on any Linux machine: the device's files, interface and message queues,
+// in namespaces of this process's own, so that the unmodified service finds its fixed paths, its eth0 and its
+// queue keys there and nothing of the machine itself is touched.
+#pragma once
+
+#include <string>
+
+#include "simulator/device/message.h"
+#include "simulator/device/network.h"
+#include "simulator/device/settings.h"
+
+namespace camera {
+
+constexpr const char* kExchangeDirectory = "/usr/local/httpd/htdocs/Web/updownload";
+constexpr const char* kFactoryData = "/dev/mtdblock7";
+constexpr const char* kSerialNumber = "QC2040-0007-4242";
+/// How far the camera's clock is from the machine's; libfaketime reads it (its name is fixed there).
+constexpr const char* kClockFile = "/etc/faketimerc";
+
+/// Moves the calling process, which must have one thread, into private namespaces and builds the device
+/// there, in its factory state, or with the settings that an earlier run left in the directory `keep`. As
+/// root, or with unprivileged user namespaces, where the caller appears as root. Adds the administrator's
+/// directories to PATH. Returns an empty text, or what is missing and what to do about it; the process should
+/// then end.
+[[nodiscard]] std::string enter_private_device(const std::string& keep = "");
+
+/// Whether enter_private_device has succeeded so far that files and network are the device's own. Whatever
+/// changes them asks this first, so that a forgotten call cannot reach the machine's.
+[[nodiscard]] bool inside_private_device();
+constexpr const char* kOutsideDevice = "enter_private_device has not succeeded in this process";
+
+/// Puts the device back into its factory state: both databases, factory data, resolver file, an empty
+/// exchange directory, empty message queues, eth0. Only after enter_private_device. Returns an empty text or
+/// the fault.
+[[nodiscard]] std::string reset_device();
+
+}  // namespace camera
