@@ -1,11 +1,16 @@
 // The simulated camera at work: the daemons behind the queues, boots and outages, the relay in front of the
-// service, and what of it all is told.
+// service, the journal of it all, and the interface that controls it.
+//
+// The camera is up, about to go down (a reboot or factory reset was answered; restart_at_ is a second away),
+// down (the service is stopped, every request is answered 503; is_down()), and up again after boot(). ending_
+// goes with any of them: the service is stopped and run() returns.
 #pragma once
 
 #include <sys/types.h>
 
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,16 +28,18 @@ namespace camera {
 
 class Camera {
  public:
-  /// In a process that has entered the device. `web_socket` is where the web server connects; -1 leaves the
-  /// service out, and only the daemons work. `service_socket` listens at kServiceSocket.
-  Camera(const Options& options, std::string prefix, int web_socket, int service_socket);
+  /// In a process that has entered the device. `web_socket` listens for the web server; with -1 only the
+  /// daemons work, without the service. `service_socket` listens at kServiceSocket. `ready` is called once,
+  /// when the service has been started.
+  Camera(const Options& options, std::string prefix, int web_socket, int service_socket,
+         std::function<void()> ready);
 
-  /// Runs until SIGINT, SIGTERM or SIGHUP, which `signals` (a signalfd) tells, or until the web server or the
-  /// shell has ended (-1: there is none). Gives the exit status.
+  /// Runs until SIGINT, SIGTERM or SIGHUP, which `signals` (a signalfd) reports, until a client stops it, or
+  /// until the web server or the shell (-1: there is none) has ended. Gives the exit status.
   [[nodiscard]] int run(int signals, WebServer& web_server, pid_t shell);
 
-  /// Makes the stored settings those of the device, as at every boot; run() does it by itself where there is
-  /// a service to start.
+  /// Applies the stored settings to the device, as at every boot. run() calls it when there is a service to
+  /// start.
   void boot();
 
   static constexpr const char* kServiceSocket = "/dev/psia.socket";
@@ -50,30 +57,39 @@ class Camera {
   [[nodiscard]] std::string act_and_answer(const Message& message);
   [[nodiscard]] std::string answer(const Message& reply, const std::string& how);
   void notice_zone_of_request();
+  void answer_all_waiting();
 
   // Boots.
   [[nodiscard]] bool is_down() const { return restart_at_ && !booted_; }
   [[nodiscard]] std::string tend_service();
+  [[nodiscard]] std::string reset();
 
-  // The page.
-  [[nodiscard]] std::string answer_itself(const Exchange& exchange);
+  // What the camera answers instead of the service: control.cpp.
+  [[nodiscard]] bool answers_itself(const Exchange& exchange) const;
+  [[nodiscard]] std::optional<std::string> answer_itself(const Exchange& exchange);
+  [[nodiscard]] std::optional<std::string> answer_log(const Exchange& exchange) const;
+  [[nodiscard]] std::string control(const Exchange& exchange);
   [[nodiscard]] std::string state() const;
-  [[nodiscard]] bool may_look(const Exchange& exchange) const;
+  [[nodiscard]] std::string foreign(const Exchange& exchange) const;
 
   void wait(int signals);
   void end_request(const Exchange& exchange);
 
   const Options& options_;
   Journal journal_;
-  SettingsWatch watch_;
+  std::optional<SettingsWatch> watch_;
   ServiceProcess service_;
   std::optional<Relay> relay_;
   Uploads uploads_;
 
+  std::function<void()> ready_;
+  std::vector<AnswerRule> rules_;
   std::vector<LateAnswer> late_;
+  std::vector<Message> never_;  // messages that a rule leaves without an answer
   std::deque<Message> unsent_;  // while the reply queue is full
-  std::string service_zone_;    // that a client gave the service for as long as it runs
+  std::string service_zone_;    // set by a client; the service forgets it when it ends
   std::string zone_;
+  std::int64_t run_;  // distinguishes the runs of the simulator, whose journals all begin with 1
   bool booted_ = false;
   bool ending_ = false;
   std::optional<Clock::time_point> restart_at_;  // an outage is due or under way

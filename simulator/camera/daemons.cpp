@@ -1,5 +1,6 @@
 #include "simulator/camera/daemons.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <filesystem>
@@ -13,6 +14,9 @@
 
 namespace camera {
 namespace {
+
+constexpr std::array kCommands = {kPicture,      kEncoder, kAudio,      kClock,       kTimeZone, kReboot,
+                                  kFactoryReset, kExport,  kAddressing, kNameServers, kRtspPort};
 
 constexpr std::array<std::pair<std::string_view, AnswerKind>, 5> kAnswerWords = {
     {{"ok", AnswerKind::kOk},
@@ -118,7 +122,9 @@ std::optional<AnswerRule> parse_answer_rule(std::string_view text) {
   const std::size_t equals = text.find('=');
   if (equals == std::string_view::npos) return std::nullopt;
   const auto command = whole_number<std::int32_t>(text.substr(0, equals), 0, 0x7fffffff);
-  if (!command) return std::nullopt;
+  if (!command || std::find(kCommands.begin(), kCommands.end(), *command) == kCommands.end()) {
+    return std::nullopt;
+  }
 
   const std::string_view answer = text.substr(equals + 1);
   const std::string_view word = answer.substr(0, answer.find(':'));
@@ -132,6 +138,14 @@ std::optional<AnswerRule> parse_answer_rule(std::string_view text) {
     return rule;
   }
   return std::nullopt;
+}
+
+std::string to_text(const AnswerRule& rule) {
+  std::string text = std::to_string(rule.command) + "=";
+  for (const auto& [name, kind] : kAnswerWords) {
+    if (kind == rule.kind) text += name;
+  }
+  return rule.kind == AnswerKind::kLate ? text + ":" + std::to_string(rule.delay.count()) : text;
 }
 
 }  // namespace camera

@@ -1,4 +1,5 @@
-// What the camera's daemons do about each control message, and the ways a person can make them misbehave.
+// What the camera's daemons do about each control message, and the ways in which they can be made to
+// misbehave.
 #pragma once
 
 #include <chrono>
@@ -22,11 +23,12 @@ struct Deed {
 };
 
 /// Does what the message asks for, as far as it can be seen from outside, and gives the reply:
-/// 6 stores the time mode and sets the camera's clock, 10 restores the factory rows and the resolver file, 11
-/// exports the settings into the exchange directory and names the file at offset 12, 31 addresses eth0, 33
-/// rewrites the resolver file. The others need nothing here; that a reboot follows 8 and 10 is the caller's
-/// part. Gives kResultFailed as the result when it cannot be done. A time set by hand is local time in
-/// `zone`, a TZ text, empty for the camera's own.
+/// kClock stores the time mode and sets the camera's clock, kFactoryReset restores the factory rows and the
+/// resolver file, kExport writes the settings into the exchange directory and names the file in the payload,
+/// kAddressing addresses eth0, kNameServers rewrites the resolver file. The others change nothing here. The
+/// caller performs the reboot that follows kReboot and kFactoryReset. The result is kResultFailed when the
+/// message cannot be carried out. A time set by hand is local time in `zone`, a TZ text, empty for the
+/// camera's own.
 [[nodiscard]] Deed act_on(const Message& message, const std::string& zone = "");
 
 /// The reply alone.
@@ -41,8 +43,15 @@ struct AnswerRule {
   std::chrono::seconds delay{0};  ///< of a late answer
 };
 
-/// Reads "COMMAND=ok|busy|failed|late|never", where late may be followed by ":SECONDS" up to a day; by itself
-/// it is 6 seconds, a little more than the service waits for most commands.
+constexpr const char* kAnswerRuleForm =
+    "COMMAND=ok|busy|failed|never|late[:SECONDS], for example 3=busy, with a COMMAND of 1, 2, 3, 6, 7, 8, 10, "
+    "11, 31, 33 or 37";
+
+/// Reads a text of kAnswerRuleForm. SECONDS are at most a day; without them they are 6, a little more than
+/// the service waits for most commands. Null when the text is none or the command unknown.
 [[nodiscard]] std::optional<AnswerRule> parse_answer_rule(std::string_view text);
+
+/// The rule as a text that parse_answer_rule reads.
+[[nodiscard]] std::string to_text(const AnswerRule& rule);
 
 }  // namespace camera

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -13,7 +14,7 @@
 namespace camera {
 namespace {
 
-// The words of a ResponseStatus document's codes.
+// The texts of a ResponseStatus document's codes.
 constexpr std::array<const char*, 8> kStatusWords = {"",
                                                      "OK",
                                                      "Device Busy",
@@ -26,8 +27,8 @@ constexpr std::array<const char*, 8> kStatusWords = {"",
 constexpr std::string_view kBase64Alphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-constexpr std::size_t kMostEntries = 200;
-constexpr std::size_t kMostPrinted = 1U << 18U;
+constexpr std::size_t kMaxEntries = 1000;
+constexpr std::size_t kMaxPrinted = 1U << 18U;
 
 std::string time_of_day() {
   const std::time_t now = std::time(nullptr);
@@ -43,7 +44,7 @@ const char* status_words(int code) {
              : "?";
 }
 
-// Passwords in a document, which the service shows in clear, are not shown here.
+// The service prints passwords in plain text; the journal does not show them.
 std::string without_passwords(std::string text) {
   const std::string_view open = "<password>";
   for (std::size_t at = 0; (at = text.find(open, at)) != std::string::npos;) {
@@ -55,7 +56,7 @@ std::string without_passwords(std::string text) {
   return text;
 }
 
-// The document without its header lines, and the header lines in one.
+// The header lines joined into one, then the document's lines.
 std::vector<std::string> printed_lines(const std::string& text) {
   std::vector<std::string> lines;
   const std::size_t start = text.find("\r\n\r\n");
@@ -107,8 +108,10 @@ void Journal::begin_request(const Exchange& exchange) {
   in_request_ = true;
 }
 
-void Journal::refuse_request(const Exchange& exchange) {
-  finish(entry_of(exchange));
+void Journal::refuse_request(const Exchange& exchange, const std::string& reason) {
+  Entry entry = entry_of(exchange);
+  entry.messages.push_back(reason);
+  finish(std::move(entry));
 }
 
 void Journal::end_request(const Exchange& exchange, const std::vector<std::string>& changes) {
@@ -134,7 +137,7 @@ void Journal::event(const std::string& words, const std::vector<std::string>& de
 
 void Journal::printed(const std::string& text) {
   if (in_request_) {
-    if (printed_.size() < kMostPrinted) printed_ += text;
+    if (printed_.size() < kMaxPrinted) printed_ += text;
     return;
   }
   Entry entry;
@@ -143,20 +146,28 @@ void Journal::printed(const std::string& text) {
   finish(std::move(entry));
 }
 
-void Journal::finish(Entry entry) {
-  entry.number = ++last_;
-  entry.time = time_of_day();
+std::string Journal::title(const Entry& entry) {
+  if (!entry.is_request) return entry.text;
   const Exchange& exchange = entry.exchange;
-  std::string text = entry.text;
-  if (entry.is_request) {
-    text = entry.user + "  " + exchange.method + " " + exchange.url + "  " +
-           std::to_string(exchange.http_status);
-    if (exchange.status_code != 0) {
-      text += ", status " + std::to_string(exchange.status_code) + " " + status_words(exchange.status_code);
-    }
-    text += ", " + std::to_string(exchange.milliseconds) + " ms";
+  std::string text =
+      entry.user + "  " + exchange.method + " " + exchange.url + "  " + std::to_string(exchange.http_status);
+  if (exchange.status_code != 0) {
+    text += ", status " + std::to_string(exchange.status_code) + " " + status_words(exchange.status_code);
   }
-  show(entry.time, text);
+  return text + ", " + std::to_string(exchange.milliseconds) + " ms";
+}
+
+bool Journal::holds(const Entry& entry, const std::string& part) {
+  const auto in = [&part](const std::string& text) { return text.find(part) != std::string::npos; };
+  return in(title(entry)) || std::any_of(entry.changes.begin(), entry.changes.end(), in) ||
+         std::any_of(entry.messages.begin(), entry.messages.end(), in) ||
+         std::any_of(entry.printed.begin(), entry.printed.end(), in);
+}
+
+void Journal::finish(Entry entry) {
+  entry.id = ++last_;
+  entry.time = time_of_day();
+  show(entry.time, title(entry));
   const std::string margin(8, ' ');
   for (const std::string& line : entry.changes)
     show(margin, "  " + line);
@@ -169,14 +180,14 @@ void Journal::finish(Entry entry) {
     show(margin, "    " + line);
   std::fflush(stdout);
   entries_.push_back(std::move(entry));
-  if (entries_.size() > kMostEntries) entries_.pop_front();
+  if (entries_.size() > kMaxEntries) entries_.pop_front();
 }
 
-std::string Journal::json(std::uint64_t since) const {
+std::string Journal::json(std::uint64_t since, const std::string& part) const {
   std::string list;
   for (const Entry& entry : entries_) {
-    if (entry.number <= since) continue;
-    list += (list.empty() ? "{" : ",{") + std::string("\"number\":") + std::to_string(entry.number) +
+    if (entry.id <= since || !holds(entry, part)) continue;
+    list += (list.empty() ? "{" : ",{") + std::string("\"id\":") + std::to_string(entry.id) +
             ",\"time\":" + json_text(entry.time);
     if (entry.is_request) {
       list += ",\"user\":" + json_text(entry.user) + ",\"method\":" + json_text(entry.exchange.method) +

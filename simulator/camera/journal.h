@@ -1,5 +1,6 @@
-// What a person is told about the camera: each request with the rows it changed, the messages it caused and
-// what the service printed, and whatever happens besides. Shown on the terminal and kept for the page.
+// The record of what happens in the camera: each request with the rows it changed, the messages it caused and
+// what the service printed, and every other event. It is shown on the terminal and kept for the page and for
+// test programs.
 #pragma once
 
 #include <cstdint>
@@ -20,8 +21,8 @@ class Journal {
   void begin_request(const Exchange& exchange);
   void end_request(const Exchange& exchange, const std::vector<std::string>& changes);
 
-  /// A request that the service never saw.
-  void refuse_request(const Exchange& exchange);
+  /// A request that does not reach the service, and why.
+  void refuse_request(const Exchange& exchange, const std::string& reason);
 
   /// A message to the daemons, or what became of it, in words.
   void message(const std::string& words);
@@ -30,14 +31,15 @@ class Journal {
   /// What the service wrote on its standard output: a document with its header lines, or a diagnostic line.
   void printed(const std::string& text);
 
-  /// The entries with numbers above `since` as a JSON array, the oldest first.
-  [[nodiscard]] std::string json(std::uint64_t since) const;
+  /// The entries with ids above `since` in whose texts `part` occurs, as a JSON array with the oldest first.
+  [[nodiscard]] std::string json(std::uint64_t since, const std::string& part = "") const;
+  /// The id of the newest entry. Ids count from 1.
   [[nodiscard]] std::uint64_t last() const { return last_; }
 
  private:
   struct Entry {
-    std::uint64_t number = 0;
-    std::string time;
+    std::uint64_t id = 0;
+    std::string time;  // of the machine, not of the camera
     std::string text;  // of an event; a request has an exchange instead
     bool is_request = false;
     std::string user;
@@ -48,6 +50,8 @@ class Journal {
   };
   void show(const std::string& start, const std::string& text) const;
   [[nodiscard]] static Entry entry_of(const Exchange& exchange);
+  [[nodiscard]] static std::string title(const Entry& entry);
+  [[nodiscard]] static bool holds(const Entry& entry, const std::string& part);
   void finish(Entry entry);
 
   std::string prefix_;
@@ -58,8 +62,7 @@ class Journal {
   std::uint64_t last_ = 0;
 };
 
-/// User name and password of an Authorization header's value, parted by a colon; empty when it is no basic
-/// one.
+/// "USER:PASSWORD" of an Authorization header's value; empty when its scheme is not Basic.
 [[nodiscard]] std::string basic_credentials(const std::string& authorization);
 
 }  // namespace camera

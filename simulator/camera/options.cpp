@@ -3,74 +3,78 @@
 #include <cstddef>
 #include <functional>
 #include <map>
-#include <optional>
+#include <utility>
 
+#include "simulator/device/device.h"
+#include "simulator/front/tcp_socket.h"
 #include "simulator/tools/numbers.h"
 
 namespace camera {
 namespace {
 
+constexpr int kMaxPort = 65535;
+constexpr int kMaxBoot = 3600;  // seconds
+
+// Stores a value. False when the option cannot take it.
 using Setter = std::function<bool(const std::string&)>;
 
-Setter text(std::string& place) {
-  return [&place](const std::string& value) {
-    place = value;
-    return !value.empty();
-  };
+struct Option {
+  std::string needs;  // what a good value is
+  Setter set;
+};
+
+Option text(const std::string& needs, std::string& place) {
+  return {needs, [&place](const std::string& value) {
+            place = value;
+            return !value.empty();
+          }};
 }
 
-Setter number(int& place, int least, int most) {
-  return [&place, least, most](const std::string& value) {
-    const std::optional<int> found = whole_number(value, least, most);
-    place = found.value_or(place);
-    return found.has_value();
-  };
+template <typename Place>
+Option number(int least, int most, Place& place) {
+  return {"a number from " + std::to_string(least) + " to " + std::to_string(most),
+          [&place, least, most](const std::string& value) {
+            const std::optional<int> found = whole_number(value, least, most);
+            if (found) place = Place(*found);
+            return found.has_value();
+          }};
+}
+
+Option texts(const std::string& needs, std::vector<std::string>& list) {
+  return {needs, [&list](const std::string& value) {
+            list.push_back(value);
+            return !value.empty();
+          }};
+}
+
+std::map<std::string, Option> options_with_values(Options& options) {
+  return {{"--port", number(0, kMaxPort, options.port)},
+          {"--listen",
+           {"an IPv4 or IPv6 address, for example 0.0.0.0",
+            [&options](const std::string& value) {
+              options.listen = value;
+              return is_ip_address(value);
+            }}},
+          {"--allow-host", texts("a host name", options.allowed_hosts)},
+          {"--ready-file", text("a file", options.ready_file)},
+          {"--page", text("a directory", options.page)},
+          {"--run-directory", text("a directory", options.run_directory)},
+          {"--socket", text("a path", options.socket)},
+          {"--boot", number(0, kMaxBoot, options.boot)},
+          {"--keep", text("a directory", options.keep)},
+          {"--cameras", number(1, kMaxCameraNumber, options.cameras)},
+          {"--set", texts("SQL", options.statements)},
+          {"--answer", {kAnswerRuleForm, [&options](const std::string& value) {
+                          const std::optional<AnswerRule> rule = parse_answer_rule(value);
+                          if (rule) options.rules.push_back(*rule);
+                          return rule.has_value();
+                        }}}};
 }
 
 }  // namespace
 
-const char* const kHelp =
-    "Usage: camera-simulator [OPTION]... -- SERVICE-BINARY\n"
-    "\n"
-    "Runs the service in a simulated camera: the device's paths, its eth0, its message queues and its clock,\n"
-    "private to this program. Shows each request, what it changed and the messages it caused, until Ctrl-C.\n"
-    "\n"
-    "  --port N            start a web server on 127.0.0.1:N, with the camera's page\n"
-    "  --page DIRECTORY    where the page's files are\n"
-    "  --run-directory D   where the web server's configuration and log lie meanwhile (default build/run)\n"
-    "  --socket PATH       without --port: the FastCGI socket for a web server of your own (default psia.socket)\n"
-    "  --boot SECONDS      how long a restart takes (default 5)\n"
-    "  --keep DIRECTORY    keep the settings there from run to run\n"
-    "  --set 'SQL'         change rows before the start; may be repeated\n"
-    "  --cameras N         so many cameras on successive ports\n"
-    "  --shell             a shell inside the running camera (of --port N); when none runs, one with its daemons\n"
-    "                      only, to start the service by hand\n"
-    "  --answer RULE       how the daemons answer a command: COMMAND=ok|busy|failed|late|never; may be repeated\n"
-    "                      late waits 6 seconds before it acts, or as many as in COMMAND=late:SECONDS\n"
-    "\n"
-    "Commands: 1 picture, 2 encoder, 3 audio, 6 clock, 7 time zone, 8 reboot, 10 factory reset, 11 export,\n"
-    "31 addressing, 33 name servers, 37 RTSP port.\n";
-
 std::string read_options(const std::vector<std::string>& arguments, Options& options) {
-  int boot = static_cast<int>(options.boot.count());
-  const std::map<std::string, Setter> setters = {{"--port", number(options.port, 1, 65535)},
-                                                 {"--page", text(options.page)},
-                                                 {"--run-directory", text(options.run_directory)},
-                                                 {"--socket", text(options.socket)},
-                                                 {"--boot", number(boot, 0, 3600)},
-                                                 {"--keep", text(options.keep)},
-                                                 {"--cameras", number(options.cameras, 1, 100)},
-                                                 {"--set",
-                                                  [&options](const std::string& value) {
-                                                    options.statements.push_back(value);
-                                                    return !value.empty();
-                                                  }},
-                                                 {"--answer", [&options](const std::string& value) {
-                                                    const std::optional<AnswerRule> rule =
-                                                        parse_answer_rule(value);
-                                                    if (rule) options.rules.push_back(*rule);
-                                                    return rule.has_value();
-                                                  }}};
+  const std::map<std::string, Option> known = options_with_values(options);
   std::size_t next = 0;
   while (next < arguments.size() && arguments[next] != "--") {
     const std::string& name = arguments[next++];
@@ -82,16 +86,24 @@ std::string read_options(const std::vector<std::string>& arguments, Options& opt
       options.shell = true;
       continue;
     }
-    const auto setter = setters.find(name);
-    if (setter == setters.end()) return "There is no option " + name + ".";
-    if (next == arguments.size()) return name + " needs a value.";
-    if (!setter->second(arguments[next++])) return name + " cannot be " + arguments[next - 1] + ".";
+    const auto option = known.find(name);
+    if (option == known.end()) return "There is no option " + name + ".";
+    if (next == arguments.size() || arguments[next] == "--") {
+      return name + " needs " + option->second.needs + ".";
+    }
+    const std::string& value = arguments[next++];
+    if (!option->second.set(value)) {
+      return name + " cannot be '" + value + "'; it needs " + option->second.needs + ".";
+    }
   }
-  options.boot = std::chrono::seconds(boot);
-  if (next + 2 != arguments.size()) return "The service's binary is missing, behind --.";
+  if (next + 2 != arguments.size()) return "The service's binary is missing, after --.";
   options.service = arguments[next + 1];
-  if (options.cameras > 1 && options.port == 0) return "--cameras needs --port.";
-  if (options.cameras > 1 && options.port + options.cameras > 65536) return "There are no so many ports.";
+  if (options.cameras > 1 && options.shell) return "--shell opens one camera; leave --cameras out.";
+  if (options.cameras > 1 && !options.socket.empty()) return "--cameras cannot be used with --socket.";
+  if (options.port.value_or(0) > 0 && *options.port + options.cameras - 1 > kMaxPort) {
+    return "There are not enough ports above --port " + std::to_string(*options.port) + " for " +
+           std::to_string(options.cameras) + " cameras.";
+  }
   return "";
 }
 

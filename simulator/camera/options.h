@@ -1,7 +1,8 @@
-// The command line of camera-simulator.
+// The command line of camera-simulator, which is that of scripts/run; help.txt describes it.
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,20 +12,22 @@ namespace camera {
 
 struct Options {
   bool help = false;
-  int port = 0;  ///< of the web server; 0: none is started
+  std::optional<int> port;  ///< 0: any free one; none: 8080 or the next free one
+  std::string listen = "127.0.0.1";
+  std::vector<std::string> allowed_hosts;
+  std::string ready_file;
   std::string page;
   std::string run_directory = "build/run";
-  std::string socket = "psia.socket";
+  std::string socket;  ///< where the service is to be reached without a web server; empty: there is one
   std::string keep;
   int cameras = 1;
+  int number = 1;  ///< of this camera among them
   bool shell = false;
   std::chrono::seconds boot{5};
   std::vector<AnswerRule> rules;
   std::vector<std::string> statements;
   std::string service;
 };
-
-extern const char* const kHelp;
 
 /// Reads the arguments into the options. Returns an empty text, or what is wrong with which argument.
 [[nodiscard]] std::string read_options(const std::vector<std::string>& arguments, Options& options);

@@ -27,7 +27,7 @@ Descriptor lock_file(const std::string& path) {
 RunDirectory::RunDirectory(const std::string& base, int port) {
   std::error_code fault;
   fs::create_directories(base, fault);
-  // One at a time here, so that no directory is taken for an old one before it is locked.
+  // One process at a time here, so that none removes a new directory before it is locked.
   const Descriptor turn(open((base + "/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   flock(turn.number, LOCK_EX);
   for (const fs::directory_entry& entry : fs::directory_iterator(base, fault)) {
@@ -41,13 +41,9 @@ RunDirectory::RunDirectory(const std::string& base, int port) {
     return;
   }
   path_ = path;
+  removal_.emplace(path_);  // before the lock, which its process would hold too
   lock_ = lock_file(path_ + kOwner);
   std::ofstream(path_ + kOwner) << getpid() << " " << port << "\n";
-}
-
-RunDirectory::~RunDirectory() {
-  std::error_code ignored;
-  if (!path_.empty()) fs::remove_all(path_, ignored);
 }
 
 std::vector<Run> find_runs(const std::string& base) {

@@ -1,13 +1,16 @@
-// The directory in which one run of the simulator keeps the web server's configuration, log and socket. It
-// goes with the run; what a killed run left behind goes when the next one starts.
+// The directory in which one run of the simulator keeps the web server's configuration, log and socket. It is
+// removed when the run ends, also when the run is killed. One that is left all the same, because the whole
+// process group was killed or the machine went down, is removed when the next run starts.
 #pragma once
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "simulator/tools/descriptor.h"
+#include "simulator/tools/removed_at_end.h"
 
 namespace camera {
 
@@ -20,7 +23,7 @@ class RunDirectory {
   RunDirectory(RunDirectory&&) = delete;
   RunDirectory& operator=(const RunDirectory&) = delete;
   RunDirectory& operator=(RunDirectory&&) = delete;
-  ~RunDirectory();
+  ~RunDirectory() = default;
 
   /// Empty when it could not be made; `fault` tells why.
   [[nodiscard]] const std::string& path() const { return path_; }
@@ -29,6 +32,7 @@ class RunDirectory {
  private:
   std::string path_;
   std::string fault_;
+  std::optional<RemovedAtEnd> removal_;
   Descriptor lock_{-1};
 };
 
@@ -39,7 +43,8 @@ struct Run {
 };
 [[nodiscard]] std::vector<Run> find_runs(const std::string& base);
 
-/// Takes a lock of one file for this process, as long as it lives. Not held: another process has it.
+/// Locks a file, which it creates, for as long as the descriptor is open. Without a descriptor when another
+/// process has the lock, or the file cannot be created.
 [[nodiscard]] Descriptor lock_file(const std::string& path);
 
 }  // namespace camera

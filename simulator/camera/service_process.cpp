@@ -16,7 +16,7 @@
 namespace camera {
 namespace {
 
-// What can be read now. The end of the stream closes the descriptor.
+// Reads without waiting. The end of the stream closes the descriptor.
 std::string read_waiting(Descriptor& stream) {
   std::string bytes;
   std::array<char, 4096> chunk{};
@@ -64,6 +64,20 @@ void ServiceProcess::stop() {
   if (process_ <= 0 || kill_at_) return;
   kill(process_, SIGTERM);
   kill_at_ = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+}
+
+void ServiceProcess::end() {
+  stop();
+  for (int attempt = 0; attempt < 50 && runs(); attempt++) {
+    if (attempt > 0) usleep(5000);
+    step();
+  }
+  kill_at_ = std::chrono::steady_clock::now();
+  while (runs()) {
+    step();
+    if (runs()) usleep(1000);
+  }
+  kill_at_.reset();
 }
 
 void ServiceProcess::read_outputs() {

@@ -1,5 +1,5 @@
-// The service as a process of the camera: started with its FastCGI socket on descriptor 0, its two output
-// streams read, stopped and started again.
+// The service as a process of the camera: starts it with its FastCGI socket on descriptor 0, reads its two
+// output streams, and stops it.
 #pragma once
 
 #include <poll.h>
@@ -24,15 +24,17 @@ class ServiceProcess {
 
   ServiceProcess(std::string binary, int socket, Listener listener);
 
-  /// Starts it. Returns an empty text or the fault.
+  /// Starts it; only when it does not run. Returns an empty text or the fault.
   [[nodiscard]] std::string start();
-  /// Asks it to end after the request at hand; 3 s later it is killed.
+  /// Asks it to end after the current request; 3 s later it is killed.
   void stop();
-  /// Reads what it wrote and notices its end.
+  /// Ends it before this returns: it has a quarter of a second until it is killed.
+  void end();
+  /// Reads its output and checks whether it has ended.
   void step();
 
   [[nodiscard]] bool runs() const { return process_ > 0; }
-  /// When it ended by itself or was stopped; nothing before that.
+  /// When it last ended; the epoch before that.
   [[nodiscard]] std::chrono::steady_clock::time_point ended_at() const { return ended_at_; }
   void add_to(std::vector<pollfd>& events) const;
 

@@ -68,7 +68,7 @@ std::string join_camera(pid_t process, const std::string& service) {
   const std::string namespaces = "/proc/" + std::to_string(process) + "/ns/";
   const std::string here = std::filesystem::current_path().string();
   std::vector<std::pair<Descriptor, int>> opened;
-  // The user namespace comes first: it gives the right to enter the others.
+  // First the user namespace: it gives the right to enter the others.
   if (!is_own(namespaces + "user", "/proc/self/ns/user")) {
     opened.emplace_back(open((namespaces + "user").c_str(), O_RDONLY | O_CLOEXEC), CLONE_NEWUSER);
   }

@@ -1,4 +1,4 @@
-// A shell inside the camera, where its files, its eth0, its queues and its clock are to be seen.
+// A shell inside the camera, which sees the camera's files, eth0, queues and clock.
 #pragma once
 
 #include <sys/types.h>
@@ -7,8 +7,8 @@
 
 namespace camera {
 
-/// Starts a shell as a child of a process that has entered the camera; -1 when that fails. `service` is the
-/// binary that its greeting names.
+/// Starts a shell as a child of this process, which has entered the camera. Gives its process id, or -1.
+/// `service` is the binary that its greeting names.
 [[nodiscard]] pid_t start_shell(const std::string& service);
 
 /// Makes the calling process a shell inside the camera of another process. Returns only with a fault.

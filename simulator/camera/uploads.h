@@ -1,4 +1,4 @@
-// Notices when a client's upload has been stored, and judges it.
+// Watches for settings that a client uploads, checks them, and applies them at the next boot.
 #pragma once
 
 #include <optional>
@@ -12,13 +12,13 @@ class Uploads {
  public:
   Uploads();
 
-  /// What is to be said about an upload that has just been stored; nothing when there is none.
+  /// The verdict on an upload that has been stored since the last call; null when there is none.
   [[nodiscard]] std::optional<std::string> news();
 
-  /// Makes the upload that is waiting, when there is one, the camera's settings, and removes it. Gives what
-  /// is to be said about it.
+  /// Replaces the settings by the upload that waits, and removes its file. Gives the result in words; null
+  /// when no upload waits.
   [[nodiscard]] std::optional<std::string> apply();
-  /// Removes it without that.
+  /// Removes the file without applying it.
   void forget();
 
  private:

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Puts a zone in place for as long as it lives.
+// Sets TZ to a zone, and back in the destructor.
 class InZone {
  public:
   explicit InZone(const std::string& zone) {
@@ -45,7 +45,7 @@ class InZone {
   bool had_zone_ = false;
 };
 
-// Replaced as a whole, as the service may read it at any time.
+// The file is replaced by rename, because the service may read it at any time.
 std::string write_offset(std::int64_t seconds) {
   if (!inside_private_device()) return kOutsideDevice;
   std::error_code fault;
@@ -127,7 +127,7 @@ void use_camera_clock() {
   setenv("FAKETIME_NO_CACHE", "1", 1);
   setenv("FAKETIME_DONT_FAKE_MONOTONIC", "1", 1);
   setenv("NO_FAKE_STAT", "1", 1);
-  // A file in the home directory would go before the camera's.
+  // Without this variable libfaketime prefers a file in the home directory.
   setenv("FAKETIME_TIMESTAMP_FILE", kClockFile, 1);
 }
 

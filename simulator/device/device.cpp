@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -18,6 +19,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "namespaces_text.h"
+#include "simulator/device/clock.h"
 #include "simulator/tools/descriptor.h"
 
 namespace camera {
@@ -25,24 +28,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kNoNamespaces =
-    "Run it as root, or let ordinary users create namespaces, by whichever of these this system has:\n"
-    "  sysctl -w user.max_user_namespaces=10000\n"
-    "  sysctl -w kernel.unprivileged_userns_clone=1\n"
-    "  sysctl -w kernel.apparmor_restrict_unprivileged_userns=0\n"
-    "In a container, run that container privileged. In a chroot only root can.";
-
 constexpr const char* kPlainChroot =
-    "This is a plain chroot: its / is no mount point, so that the camera's mounts cannot be kept apart from the\n"
-    "machine's. Make it one before you enter it, from outside:\n"
+    "This is a plain chroot: its / is not a mount point, so the camera's mounts cannot be kept apart from the\n"
+    "machine's. Make it one from outside, before you enter it:\n"
     "  mount --bind DIRECTORY DIRECTORY; mount -t proc proc DIRECTORY/proc; chroot DIRECTORY";
 constexpr const char* kNoProc = "/proc is not mounted here. As root: mount -t proc proc /proc";
 
-// What of the machine's /dev the device has as well.
+// The device files of the machine that the camera has as well.
 constexpr std::array<std::string_view, 12> kDevices = {"null", "zero", "full", "random", "urandom", "tty",
                                                        "ptmx", "pts",  "fd",   "stdin",  "stdout",  "stderr"};
 
 bool inside = false;
+Identity identity = identity_of(1);
 
 bool write_file(const fs::path& path, const std::string& content) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
@@ -65,7 +62,7 @@ bool is_plain_chroot() {
          (root.stx_attributes & STATX_ATTR_MOUNT_ROOT) == 0;
 }
 
-// Private namespaces. Being root is tried first: it works without user namespaces.
+// Enters private namespaces: as root if that is possible, which works without user namespaces.
 std::string enter_namespaces() {
   if (access("/proc/self/fd", X_OK) != 0) return kNoProc;
   if (is_plain_chroot()) return kPlainChroot;
@@ -74,31 +71,31 @@ std::string enter_namespaces() {
   const std::string group = std::to_string(getegid());
   if (unshare(namespaces) != 0) {
     if (unshare(CLONE_NEWUSER | namespaces) != 0) {
-      return system_error("Cannot create private namespaces") + "\n" + kNoNamespaces;
+      return system_error("Cannot create private namespaces") + "\n" + kNamespacesText;
     }
     // The kernel takes a group map from an ordinary user only after setgroups is given up
     // (user_namespaces(7)).
     if (!write_file("/proc/self/setgroups", "deny") ||
         !write_file("/proc/self/uid_map", "0 " + user + " 1") ||
         !write_file("/proc/self/gid_map", "0 " + group + " 1")) {
-      return std::string("Cannot become root in the private namespaces.\n") + kNoNamespaces;
+      return std::string("Cannot become root in the private namespaces.\n") + kNamespacesText;
     }
   }
   if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    return system_error("Cannot make the mounts private") + "\n" + kNoNamespaces;
+    return system_error("Cannot make the mounts private") + "\n" + kNamespacesText;
   }
   return "";
 }
 
-// Puts an empty file system of our own over a directory, with those of the entries it had that are to be kept
-// bound to their places. So entries can be added without a write to the machine's file system.
+// Mounts an empty file system over a directory and binds those of its entries into it that `keep` names. So
+// entries can be added without a write to the machine's file system.
 std::string cover(const fs::path& directory, const std::function<bool(const std::string&)>& keep) {
-  // O_PATH keeps the way to what is about to be covered.
+  // A descriptor still reaches the directory after the mount.
   const Descriptor covered(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (covered.number < 0) return system_error("Cannot open " + directory.string());
   const fs::path original = "/proc/self/fd/" + std::to_string(covered.number);
   if (mount("tmpfs", directory.c_str(), "tmpfs", 0, "mode=755") != 0) {
-    return system_error("Cannot mount over " + directory.string()) + "\n" + kNoNamespaces;
+    return system_error("Cannot mount over " + directory.string()) + "\n" + kNamespacesText;
   }
   for (const fs::directory_entry& entry : fs::directory_iterator(original)) {
     const fs::path name = entry.path().filename();
@@ -121,7 +118,7 @@ std::string cover(const fs::path& directory, const std::function<bool(const std:
   return "";
 }
 
-// Where the settings are to be kept, they and what belongs to them lie in that directory.
+// The device's directories and files. When the settings are to be kept, they lie in the directory `keep`.
 std::string lay_out_directories(const std::string& keep) {
   const Descriptor kept(keep.empty() ? -1 : open(keep.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!keep.empty() && kept.number < 0) return system_error("Cannot open " + keep);
@@ -132,13 +129,13 @@ std::string lay_out_directories(const std::string& keep) {
               [](const std::string& name) {
                 return std::find(kDevices.begin(), kDevices.end(), name) != kDevices.end();
               }),
-        // Covering the whole of /etc works also where resolv.conf is missing or a dangling link.
+        // Covering the whole of /etc also works where resolv.conf is missing or a dangling link.
         cover("/etc", [](const std::string& name) {
           return name != "resolv.conf" && name != "localtime" && name != "faketimerc";
         })}) {
     if (!fault.empty()) return fault;
   }
-  // A copy, where the machine may have a link or a file, so that it can be replaced.
+  // The machine may have a link or a file here; a copy can be replaced.
   if (!local_time.empty() && !write_file("/etc/localtime", local_time)) {
     return system_error("Cannot write /etc/localtime");
   }
@@ -161,14 +158,15 @@ std::string lay_out_directories(const std::string& keep) {
 std::string reset_fixed_files() {
   // The serial number's place in the factory data: 32 bytes at 256.
   std::string factory_data(65536, '\0');
-  factory_data.replace(256, std::strlen(kSerialNumber), kSerialNumber);
+  factory_data.replace(256, identity.serial_number.size(), identity.serial_number);
   if (!write_file(kFactoryData, factory_data)) return system_error("Cannot write the factory data");
-  fs::remove_all(kExchangeDirectory);
-  fs::create_directories(kExchangeDirectory);
+  // The directory itself stays: it is watched for uploads.
+  for (const fs::directory_entry& entry : fs::directory_iterator(kExchangeDirectory))
+    fs::remove_all(entry.path());
   return "";
 }
 
-// The kept settings, when there are some.
+// Starts from the settings that an earlier run left.
 std::string open_kept_settings() {
   const std::string fault = check_export(kDatabase);
   if (!fault.empty()) return "The kept settings cannot be used: " + fault;
@@ -180,11 +178,33 @@ std::string open_kept_settings() {
 
 }  // namespace
 
+Identity identity_of(int number) {
+  const auto hexadecimal = [](int value, int digits) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%0*x", digits, static_cast<unsigned int>(value));
+    return std::string(text.data());
+  };
+  const std::string decimal = std::to_string(number);
+  const int further = number - 1;  // cameras before this one
+  return {"QC2040-0007-" + std::to_string(4242 + further),
+          "6F1E0C52-93B7-4D2A-8E45-2a7d90b1" + hexadecimal(0xc3f4 + further, 4),
+          "02:51:43:20:40:" + hexadecimal(0x0a + further, 2),
+          "camera-" + decimal,
+          "192.168." + decimal + ".10",
+          "192.168." + decimal + ".1",
+          "192.168." + decimal + ".20"};
+}
+
 bool inside_private_device() {
   return inside;
 }
 
-std::string enter_private_device(const std::string& keep) {
+const Identity& own_identity() {
+  return identity;
+}
+
+std::string enter_private_device(const std::string& keep, int number) {
+  identity = identity_of(number);
   std::string fault = enter_namespaces();
   if (!fault.empty()) return fault;
   try {
@@ -195,7 +215,7 @@ std::string enter_private_device(const std::string& keep) {
   if (!fault.empty()) return fault;
   inside = true;
 
-  // Where ip and route are; an ordinary user's PATH often leaves these out.
+  // ip and route are in the administrator's directories, which an ordinary user's PATH often lacks.
   const char* path = getenv("PATH");
   setenv("PATH", (std::string(path != nullptr ? path : "/usr/bin:/bin") + ":/usr/sbin:/sbin").c_str(), 1);
   fault = create_interfaces();
@@ -212,7 +232,7 @@ std::string reset_device() {
   } catch (const fs::filesystem_error& error) {
     fault = error.what();
   }
-  for (const auto step : {reset_queues, reset_interface}) {
+  for (const auto step : {reset_queues, reset_interface, follow_machine_clock}) {
     if (fault.empty()) fault = step();
   }
   return fault.empty() ? write_resolver(kPrimaryDns, kSecondaryDns) : fault;

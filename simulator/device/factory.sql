@@ -1,5 +1,5 @@
--- The rows a camera leaves the factory with, and, so that there is something to see, three connected viewers
--- and a server of each kind.
+-- The rows of camera 1 when it leaves the factory; the next cameras have other addresses, names and ids. For
+-- demonstration there are also three connected viewers and a server of each kind.
 
 insert into User values ('admin', 'admin', 0);
 insert into User values ('operator', 'operator', 1);

@@ -92,7 +92,7 @@ void put_text(Message& message, std::size_t offset, std::string_view text) {
 }
 
 std::optional<Message> receive_message(std::chrono::milliseconds wait) {
-  // The kernel offers no waiting with a limit on these queues, hence the polling.
+  // Polling, because the kernel offers no wait with a timeout on these queues.
   const auto deadline = std::chrono::steady_clock::now() + wait;
   const int queue = msgget(kRequestQueueKey, 0);
   Message message;

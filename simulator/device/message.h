@@ -70,16 +70,16 @@ void put_text(Message& message, std::size_t offset, std::string_view text);
 [[nodiscard]] std::optional<Message> receive_message(
     std::chrono::milliseconds wait = std::chrono::milliseconds(0));
 
-/// Puts a message on queue 2 as it is. False when the queue is full or gone.
+/// Sends a message over queue 2 unchanged, without waiting. False when the queue is full or gone.
 [[nodiscard]] bool send_reply(const Message& reply);
 
 /// The reply to a message: its type and command, the result, an otherwise empty payload.
 [[nodiscard]] Message reply_to(const Message& message, std::int32_t result);
 
-/// A message in words with its fields: "command 7: time zone Africa/Algiers".
+/// A message in words, with its fields: "command 7: time zone Africa/Algiers".
 [[nodiscard]] std::string describe(const Message& message);
 
-/// Removes both queues where they exist and creates them empty. Returns an empty text or the fault.
+/// Removes both queues if they exist and creates empty ones. Returns an empty text or the fault.
 [[nodiscard]] std::string reset_queues();
 
 }  // namespace camera

@@ -21,7 +21,7 @@
 namespace camera {
 namespace {
 
-// Runs lines of ip commands in one process. Returns an empty text or what the command says.
+// Runs lines of ip commands in one process. Returns an empty text or the command's error message.
 std::string run_ip(const std::string& lines) {
   if (!inside_private_device()) return kOutsideDevice;
   const Descriptor input(memfd_create("ip-input", MFD_CLOEXEC));
@@ -59,8 +59,8 @@ bool is_address(const std::string& text) {
   return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
-// The ip commands that bring eth0 to this addressing; an empty or 0.0.0.0 gateway is none. Nothing when a
-// text, which comes from a database where anything may be stored, is no address.
+// The ip commands that give eth0 this addressing; an empty or 0.0.0.0 gateway is none. Empty when a text is
+// not an address: clients may store anything in the database.
 std::string addressing_commands(const std::string& address, const std::string& mask,
                                 const std::string& gateway) {
   const bool has_gateway = !gateway.empty() && gateway != "0.0.0.0";
@@ -84,17 +84,20 @@ std::string create_interfaces() {
 }
 
 std::string reset_interface() {
-  return run_ip(std::string("link set eth0 address ") + kHardwareAddress + "\n" +
-                addressing_commands(kAddress, kSubnetMask, kGateway));
+  const Identity& own = own_identity();
+  return run_ip("link set eth0 address " + own.hardware_address + "\n" +
+                addressing_commands(own.address, kSubnetMask, own.gateway));
 }
 
 std::string apply_addressing() {
   const auto rows = query("select ConnectionType, IPAddress, SubnetMask, Gateway from Network");
   if (rows.empty()) return "No stored addressing";
   const std::vector<std::string>& stored = rows[0];
-  const std::string commands = stored[0] == "1" ? addressing_commands(kLeasedAddress, kSubnetMask, kGateway)
-                                                : addressing_commands(stored[1], stored[2], stored[3]);
-  return commands.empty() ? "The stored address, mask or gateway is none" : run_ip(commands);
+  const Identity& own = own_identity();
+  const std::string commands = stored[0] == "1"
+                                   ? addressing_commands(own.leased_address, kSubnetMask, own.gateway)
+                                   : addressing_commands(stored[1], stored[2], stored[3]);
+  return commands.empty() ? "The stored address, mask or gateway is not valid" : run_ip(commands);
 }
 
 std::string write_resolver(const std::string& primary, const std::string& secondary) {

@@ -1,5 +1,5 @@
--- The settings tables of the camera. The service reads some rows as a whole (select *), so the places of the
--- columns matter, not only their names.
+-- The settings tables of the camera. The service reads some rows as a whole (select *), so the order of the
+-- columns matters, not only their names.
 
 create table User (
   UserID text primary key,

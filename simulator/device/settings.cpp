@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "factory_sql.h"
+#include "schema_sql.h"
 #include "simulator/device/device.h"
 #include "simulator/tools/text.h"
 
@@ -16,9 +17,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What is shown at most of a value, and of all that changed at once.
-constexpr std::size_t kMostOfValue = 100;
-constexpr std::size_t kMostChanges = 60;
+constexpr std::size_t kMaxValue = 100;   // characters shown of a value
+constexpr std::size_t kMaxChanges = 60;  // lines shown of one change
 
 using Rows = std::vector<std::vector<std::pair<std::string, std::string>>>;  // column and value
 
@@ -33,7 +33,7 @@ int append_row(void* rows, int count, char** values, char** names) {
   return 0;
 }
 
-// Runs the statements and collects the rows they give.
+// Runs the statements and appends their rows. Returns an empty text or the fault.
 std::string run_sql(const std::string& sql, const char* path, int flags, Rows& rows) {
   if (!inside_private_device()) return kOutsideDevice;
   sqlite3* opened = nullptr;
@@ -53,16 +53,17 @@ Rows select_rows(sqlite3* database, const std::string& sql) {
   return rows;
 }
 
-std::string create_database(const std::string& path) {
+std::string create_database(const std::string& path, const std::string& individual) {
   std::error_code ignored;
   for (const char* suffix : {"", "-journal", "-wal", "-shm"})
     fs::remove(path + suffix, ignored);
   std::ofstream(path, std::ios::binary | std::ios::trunc).close();
-  return execute(std::string("pragma synchronous=off; begin;") + kSchemaSql + kFactorySql + "commit;",
-                 path.c_str());
+  return execute(
+      std::string("pragma synchronous=off; begin;") + kSchemaSql + kFactorySql + individual + "commit;",
+      path.c_str());
 }
 
-// Every table with its columns, in the order in which both stand.
+// All tables by name, with their columns in the order of their definition.
 constexpr const char* kColumns =
     "select t.name, c.name from sqlite_master t, pragma_table_info(t.name) c where t.type = 'table' "
     "order by t.name, c.cid";
@@ -77,7 +78,7 @@ std::string replace_rows(const std::string& source) {
 }
 
 std::string shown(const std::string& value) {
-  return value.size() > kMostOfValue ? value.substr(0, kMostOfValue) + "..." : value;
+  return value.size() > kMaxValue ? value.substr(0, kMaxValue) + "..." : value;
 }
 
 }  // namespace
@@ -100,8 +101,12 @@ std::vector<std::vector<std::string>> query(const std::string& sql, const char* 
 }
 
 std::string create_settings() {
+  const Identity& own = own_identity();
+  const std::string individual = "update Network set IPAddress='" + own.address + "', Gateway='" +
+                                 own.gateway + "', DDNSHostname='" + own.name + "';update System set uuid='" +
+                                 own.device_id + "';";
   for (const char* path : {kDatabase, kDefaultsDatabase}) {
-    std::string fault = create_database(path);
+    std::string fault = create_database(path, individual);
     if (!fault.empty()) return fault;
   }
   return "";
@@ -200,9 +205,9 @@ std::vector<std::string> SettingsWatch::changes() {
     compare(name, tables_[name], rows, changes);
   version_ = now;
   tables_ = std::move(tables);
-  if (changes.size() > kMostChanges) {
-    const std::size_t more = changes.size() - kMostChanges;
-    changes.resize(kMostChanges);
+  if (changes.size() > kMaxChanges) {
+    const std::size_t more = changes.size() - kMaxChanges;
+    changes.resize(kMaxChanges);
     changes.push_back("and " + std::to_string(more) + " more");
   }
   return changes;

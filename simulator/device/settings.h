@@ -1,5 +1,5 @@
-// The camera's settings: the database that the service and the daemons share, the one with the factory
-// defaults, and what is to be seen of them: which rows changed, and whether a file is an export of them.
+// The camera's settings: the database that the service and the daemons share, and the one with the factory
+// defaults. Reports which rows have changed, and whether a file is an export of the settings.
 #pragma once
 
 #include <map>
@@ -17,29 +17,31 @@ constexpr const char* kDefaultsDatabase = "/usr/local/orvid/conf/default.db";
 /// Runs one or more statements. Returns an empty text, or what the database says.
 [[nodiscard]] std::string execute(const std::string& sql, const char* database = kDatabase);
 
-/// The rows that a select gives, each value as text (NULL as an empty one). No rows also when it fails.
+/// The rows of a select, each value as text (NULL as an empty one). No rows also when it fails.
 [[nodiscard]] std::vector<std::vector<std::string>> query(const std::string& sql,
                                                           const char* database = kDatabase);
 
-/// Puts both databases into their factory state, whatever was there. Returns an empty text or the fault.
+/// Creates both databases in their factory state, in place of those that were there. Returns an empty text or
+/// the fault.
 [[nodiscard]] std::string create_settings();
 
-/// Replaces every row of the settings by those of the defaults database.
+/// Replaces all rows of the settings by those of the defaults database. Returns an empty text or the fault.
 [[nodiscard]] std::string restore_factory_rows();
 
-/// Whether the file is an export of these settings: an undamaged SQLite database with the same tables and
-/// columns. Returns an empty text or why it is none.
+/// Checks that a file is an export of these settings: an undamaged SQLite database with the same tables and
+/// columns. Returns an empty text or the reason why it is not.
 [[nodiscard]] std::string check_export(const std::string& path);
 
-/// Replaces every row of the settings by those of an export. Returns an empty text or the fault; the settings
-/// are then what they were.
+/// Replaces all rows of the settings by those of an export. Returns an empty text, or the fault; the settings
+/// have then not changed.
 [[nodiscard]] std::string import_settings(const std::string& path);
 
-/// Tells which rows have changed, in words: "Network.NTPServer: pool.ntp.org -> 10.0.0.1". Passwords are
-/// never shown, only that they changed.
+/// Reports which rows have changed: "Network.NTPServer: pool.ntp.org -> 10.0.0.1". Of a password it reports
+/// only that it changed.
 class SettingsWatch {
  public:
-  /// Takes the settings as they are now; only after create_settings.
+  /// Begins with the settings as they are now. Only after create_settings; a later create_settings needs a
+  /// new object.
   SettingsWatch();
   SettingsWatch(const SettingsWatch&) = delete;
   SettingsWatch(SettingsWatch&&) = delete;

@@ -7,13 +7,13 @@ namespace camera::fastcgi {
 namespace {
 
 constexpr std::size_t kHeaderSize = 8;
-constexpr std::size_t kMostContent = 0xffff;
+constexpr std::size_t kMaxContent = 0xffff;
 
 unsigned int byte_at(std::string_view bytes, std::size_t i) {
   return static_cast<unsigned char>(bytes[i]);
 }
 
-// A length of one byte, or of four when the highest bit is set. False at the end of the bytes.
+// Reads a length of one byte, or of four when the highest bit is set. False when the bytes end before.
 bool take_length(std::string_view& bytes, std::size_t& length) {
   if (bytes.empty()) return false;
   const std::size_t size = byte_at(bytes, 0) < 0x80 ? 1 : 4;
@@ -39,8 +39,8 @@ std::string record(unsigned char type, std::uint16_t request, std::string_view c
 
 std::string stream(unsigned char type, std::uint16_t request, std::string_view content, bool end) {
   std::string bytes;
-  for (; !content.empty(); content.remove_prefix(std::min(content.size(), kMostContent)))
-    bytes += record(type, request, content.substr(0, kMostContent));
+  for (; !content.empty(); content.remove_prefix(std::min(content.size(), kMaxContent)))
+    bytes += record(type, request, content.substr(0, kMaxContent));
   return end ? bytes + record(type, request, "") : bytes;
 }
 

@@ -1,5 +1,5 @@
-// The FastCGI protocol as far as a web server, and one who stands between it and its responder, need it:
-// records out of a stream of bytes and into one, the variables of a request, and an answer of one's own.
+// The parts of the FastCGI protocol that a web server needs, and a relay between it and its responder:
+// reading and writing records, reading the variables of a request, and writing a whole answer.
 #pragma once
 
 #include <cstdint>
@@ -24,20 +24,20 @@ struct Record {
   std::string content;
 };
 
-/// Takes the complete records from the front of `bytes`; what is left there is the start of the next one.
+/// Removes the complete records from the front of `bytes` and gives them. The start of the next one remains.
 [[nodiscard]] std::vector<Record> take_records(std::string& bytes);
 
-/// The variables in the joined contents of the parameter records, as far as they are well formed.
+/// The variables in the joined contents of the parameter records, up to the first that is not well-formed.
 [[nodiscard]] std::map<std::string, std::string> read_parameters(std::string_view content);
 
 /// One record; its content has at most 65535 bytes.
 [[nodiscard]] std::string record(unsigned char type, std::uint16_t request, std::string_view content);
 
-/// The content in as many records as it needs, and the empty one that ends the stream.
+/// The content in as many records as it needs, and with `end` the empty one that ends the stream.
 [[nodiscard]] std::string stream(unsigned char type, std::uint16_t request, std::string_view content,
                                  bool end = true);
 
-/// The records of a whole answer: `text` on the output, then the end of the request.
+/// The records of a whole answer: `text` as the output, then the end of the request.
 [[nodiscard]] std::string answer_records(std::uint16_t request, std::string_view text);
 
 }  // namespace camera::fastcgi

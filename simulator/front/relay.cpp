@@ -19,14 +19,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kMostWaiting = 1U << 18U;  // bytes held for a side that does not take them
-constexpr std::size_t kMostNoted = 1U << 16U;    // bytes of an answer, or of variables, that are looked at
+constexpr std::size_t kMaxWaiting = 1U << 18U;  // bytes held for a side that does not take them
+constexpr std::size_t kMaxNoted = 1U << 16U;    // bytes of an answer, or of variables, that are examined
 constexpr std::size_t kBodyStart = 4096;
 
-// Reads what there is, as long as less than kMostWaiting bytes wait. False at the end of the stream.
+// Reads what there is, as long as less than kMaxWaiting bytes wait. False at the end of the stream.
 bool receive(const Descriptor& from, std::string& bytes) {
   std::array<char, 16384> chunk{};
-  while (bytes.size() < kMostWaiting) {
+  while (bytes.size() < kMaxWaiting) {
     const ssize_t count = recv(from.number, chunk.data(), chunk.size(), MSG_DONTWAIT);
     if (count > 0) {
       bytes.append(chunk.data(), static_cast<std::size_t>(count));
@@ -61,11 +61,10 @@ void append_start(std::string& start, const std::string& more, std::size_t most)
 }  // namespace
 
 struct Relay::Connection {
-  explicit Connection(int accepted) : web(accepted) {}
+  explicit Connection(int accepted) : web(accepted) { exchange.arrived = Clock::now(); }
 
   Descriptor web;
   Descriptor service{-1};
-  Clock::time_point arrived = Clock::now();
   Exchange exchange;
   std::uint16_t id = 1;
   std::string to_service;  // from the web server, not yet passed on
@@ -74,9 +73,9 @@ struct Relay::Connection {
   std::string answer_bytes;
   std::string parameters;
   std::string answer;
-  bool asked = false;        // all variables are here
-  bool input_ended = false;  // the body too
-  bool own = false;          // not the service's to answer
+  bool asked = false;        // all variables have arrived
+  bool input_ended = false;  // so has the body
+  bool own = false;          // the camera answers, not the service
   bool web_open = true;
   bool service_shut = false;
   bool done = false;
@@ -100,9 +99,9 @@ void Relay::add_to(std::vector<pollfd>& events) const {
     if (side.number >= 0 && wanted != 0) events.push_back({side.number, static_cast<short>(wanted), 0});
   };
   for (const auto& connection : connections_) {
-    add(connection->web, connection->web_open && connection->to_service.size() < kMostWaiting,
+    add(connection->web, connection->web_open && connection->to_service.size() < kMaxWaiting,
         !connection->to_web.empty());
-    add(connection->service, connection->to_web.size() < kMostWaiting, !connection->to_service.empty());
+    add(connection->service, connection->to_web.size() < kMaxWaiting, !connection->to_service.empty());
   }
 }
 
@@ -114,7 +113,7 @@ void Relay::accept_all() {
   }
 }
 
-// Takes from the web server and notes what passes.
+// Receives from the web server and notes the request.
 void Relay::read_request(Connection& connection) {
   const std::size_t known = connection.to_service.size();
   connection.web_open = receive(connection.web, connection.to_service);
@@ -123,13 +122,15 @@ void Relay::read_request(Connection& connection) {
   for (const fastcgi::Record& record : fastcgi::take_records(connection.request_bytes)) {
     connection.id = record.request;
     if (record.type == fastcgi::kParameters && !connection.asked) {
-      append_start(connection.parameters, record.content, kMostNoted);
+      append_start(connection.parameters, record.content, kMaxNoted);
       if (!record.content.empty()) continue;
       connection.asked = true;
       auto variables = fastcgi::read_parameters(connection.parameters);
       connection.exchange.method = variables["REQUEST_METHOD"];
       connection.exchange.url = variables["REQUEST_URI"];
       connection.exchange.authorization = variables["HTTP_AUTHORIZATION"];
+      connection.exchange.host = variables["HTTP_HOST"];
+      connection.exchange.origin = variables["HTTP_ORIGIN"];
     } else if (record.type == fastcgi::kInput) {
       append_start(connection.exchange.body_start, record.content, kBodyStart);
       connection.input_ended = record.content.empty();
@@ -161,7 +162,7 @@ void Relay::pass_on(Connection& connection) {
   const bool more = receive(connection.service, connection.to_web);
   connection.answer_bytes.append(connection.to_web, known);
   for (const fastcgi::Record& record : fastcgi::take_records(connection.answer_bytes)) {
-    if (record.type == fastcgi::kOutput) append_start(connection.answer, record.content, kMostNoted);
+    if (record.type == fastcgi::kOutput) append_start(connection.answer, record.content, kMaxNoted);
   }
   if (!transmit(connection.web, connection.to_web)) connection.to_web.clear();
   if (!more) end(connection);
@@ -169,7 +170,7 @@ void Relay::pass_on(Connection& connection) {
 
 // The service has closed the connection: the request is over.
 void Relay::end(Connection& connection) {
-  const auto time = Clock::now() - connection.arrived;
+  const auto time = Clock::now() - connection.exchange.arrived;
   connection.exchange.milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
   read_answer(connection.answer, connection.exchange);
   connection.service.reset();
@@ -181,10 +182,13 @@ void Relay::end(Connection& connection) {
 void Relay::advance(Connection& connection) {
   if (connection.web_open && !connection.done) read_request(connection);
   if (connection.service.number >= 0) pass_on(connection);
-  if (connection.own && !connection.done && (connection.input_ended || !connection.web_open)) {
-    connection.to_web = fastcgi::answer_records(connection.id, listener_.answer(connection.exchange));
-    connection.done = true;
+  if (connection.own && !connection.done && connection.input_ended) {
+    if (const auto answer = listener_.answer(connection.exchange)) {
+      connection.to_web = fastcgi::answer_records(connection.id, *answer);
+      connection.done = true;
+    }
   }
+  if (connection.own && !connection.web_open) connection.done = true;
   if (!connection.asked && !connection.web_open) connection.done = true;
   if (connection.done && !transmit(connection.web, connection.to_web)) connection.to_web.clear();
 }

@@ -1,6 +1,6 @@
-// Stands between the web server and the service: passes every byte on as it is, one request after the other
-// as the service takes them, and notes what was asked and answered. Requests that the camera has to answer
-// itself, the page's and all of them while the camera boots, do not reach the service.
+// Stands between the web server and the service. It passes every byte on unchanged, one request after the
+// other because the service takes one at a time, and notes each request and its answer. Requests that the
+// camera answers itself do not reach the service: those below /camera, and all of them during an outage.
 #pragma once
 
 #include <poll.h>
@@ -10,6 +10,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,23 +18,27 @@
 
 namespace camera {
 
-/// What was asked, and once it has ended what was answered.
+/// A request, and once it has ended its answer.
 struct Exchange {
+  std::chrono::steady_clock::time_point arrived;
   std::string method;
   std::string url;
-  std::string authorization;  ///< the header's value
-  std::string body_start;     ///< the first 4 KiB
-  int http_status = 500;      ///< what the client receives; the web server makes 500 of an empty answer
-  int status_code = 0;        ///< of a ResponseStatus document; 0 for any other answer
+  std::string authorization;  ///< the header's value, like the two below
+  std::string host;
+  std::string origin;
+  std::string body_start;  ///< the first 4 KiB
+  int http_status = 500;   ///< that the client receives; the web server turns an empty answer into 500
+  int status_code = 0;     ///< of a ResponseStatus document; 0 for any other answer
   std::int64_t milliseconds = 0;
 };
 
 class Relay {
  public:
   struct Listener {
-    /// Whether the camera answers a request itself, and its whole answer in CGI form.
+    /// Whether the camera answers a request itself.
     std::function<bool(const Exchange&)> answers_itself;
-    std::function<std::string(const Exchange&)> answer;
+    /// Its whole answer in CGI form; null while the client has to wait, and the next step asks again.
+    std::function<std::optional<std::string>(const Exchange&)> answer;
     /// A request is about to reach the service, and has ended there.
     std::function<void(const Exchange&)> begun;
     std::function<void(const Exchange&)> ended;
@@ -48,13 +53,16 @@ class Relay {
   Relay& operator=(Relay&&) = delete;
   ~Relay();
 
-  /// What to wait for.
+  /// The descriptors and events to wait for.
   void add_to(std::vector<pollfd>& events) const;
-  /// Moves what can be moved.
+  /// Receives and sends whatever is possible without waiting.
   void step();
 
   /// The request that is at the service; null when there is none.
   [[nodiscard]] const Exchange* current() const;
+
+  /// Whether a client waits for an answer, or for the rest of one.
+  [[nodiscard]] bool has_work() const { return !connections_.empty(); }
 
  private:
   struct Connection;

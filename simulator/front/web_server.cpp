@@ -1,18 +1,18 @@
 #include "simulator/front/web_server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <system_error>
 
+#include "simulator/front/tcp_socket.h"
 #include "simulator/tools/child_process.h"
 #include "simulator/tools/descriptor.h"
 
@@ -21,15 +21,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool write_configuration(const std::string& path, const std::string& directory, int port,
-                         const std::string& page) {
+// systemd's protocol for listening sockets (sd_listen_fds(3)), which lighttpd knows: the first is this.
+constexpr int kFirstPassed = 3;
+
+bool write_configuration(const std::string& path, const std::string& directory, const std::string& address,
+                         int port, const std::string& page) {
   std::error_code fault;
   const std::string here = fs::absolute(directory, fault).string();
+  const bool six = address.find(':') != std::string::npos;
   std::ofstream file(path);
   file << "server.modules = (\"mod_fastcgi\")\n"
-          "server.bind = \"127.0.0.1\"\n"
-          "server.port = "
-       << port << "\nserver.document-root = \"" << fs::absolute(page, fault).string()
+          "server.systemd-socket-activation = \"enable\"\n"
+          "server.bind = \""
+       << (six ? "[" + address + "]" : address) << "\"\nserver.port = " << port
+       << "\nserver.document-root = \"" << fs::absolute(page, fault).string()
        << "\"\n"
           "index-file.names = (\"index.html\")\n"
           "mimetype.assign = (\".html\" => \"text/html; charset=utf-8\", \".js\" => \"text/javascript; "
@@ -46,40 +51,42 @@ bool write_configuration(const std::string& path, const std::string& directory, 
   return !file.fail();
 }
 
-bool listens(int port) {
-  const Descriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return connect(probe.number, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+std::string file_text(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
 }
 
 }  // namespace
 
-std::string WebServer::start(const std::string& directory, int port, const std::string& page) {
+std::string WebServer::start(const std::string& directory, const Descriptor& listener,
+                             const std::string& address, const std::string& page) {
   const std::string configuration = directory + "/lighttpd.conf";
-  if (!write_configuration(configuration, directory, port, page))
+  if (!write_configuration(configuration, directory, address, port_of(listener), page))
     return system_error("Cannot write " + configuration);
   const pid_t parent = getpid();
   process_ = fork();
   if (process_ < 0) return system_error("Cannot start a process");
   if (process_ == 0) {
     begin_child(parent, SIGKILL);
+    if (listener.number == kFirstPassed) {
+      fcntl(kFirstPassed, F_SETFD, 0);
+    } else {
+      dup2(listener.number, kFirstPassed);
+    }
+    setenv("LISTEN_FDS", "1", 1);
+    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
     for (const char* program : {"lighttpd", "/usr/sbin/lighttpd"})
       execlp(program, "lighttpd", "-D", "-f", configuration.c_str(), nullptr);
     _exit(127);
   }
+  const std::string log = directory + "/lighttpd.log";
   for (int attempt = 0; attempt < 500; attempt++) {
-    if (has_ended()) {
-      std::ostringstream log;
-      log << std::ifstream(directory + "/lighttpd.log").rdbuf();
-      return "The web server lighttpd has ended.\n" + log.str();
-    }
-    if (listens(port)) return "";
+    if (has_ended()) return "The web server lighttpd has ended.\n" + file_text(log);
+    if (file_text(log).find("server started") != std::string::npos) return "";
     usleep(10000);
   }
-  return "The web server lighttpd does not begin to listen.";
+  return "The web server lighttpd does not start.\n" + file_text(log);
 }
 
 bool WebServer::has_ended() {
@@ -88,9 +95,14 @@ bool WebServer::has_ended() {
   return true;
 }
 
+// SIGINT lets it finish the answers it is sending; a client that does not take its answer has half a second.
 WebServer::~WebServer() {
   if (process_ <= 0) return;
-  kill(process_, SIGTERM);
+  kill(process_, SIGINT);
+  for (int attempt = 0; attempt < 50 && !has_ended(); attempt++)
+    usleep(10000);
+  if (process_ <= 0) return;
+  kill(process_, SIGKILL);
   while (waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
   }
 }

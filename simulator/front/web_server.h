@@ -1,10 +1,12 @@
-// The web server in front of one camera, on the machine's own 127.0.0.1: it serves the page and passes what
-// is below /PSIA and /camera to the relay.
+// The web server in front of one camera, in the machine's own network: it serves the page and passes requests
+// below /PSIA and /camera to the relay.
 #pragma once
 
 #include <sys/types.h>
 
 #include <string>
+
+#include "simulator/tools/descriptor.h"
 
 namespace camera {
 
@@ -17,10 +19,11 @@ class WebServer {
   WebServer& operator=(WebServer&&) = delete;
   ~WebServer();
 
-  /// Starts it and waits until it listens. `directory` takes its configuration and log and has the socket
-  /// `psia.socket`; only the files in `page` are served. To be called before the process enters namespaces.
-  /// Returns an empty text or the fault.
-  [[nodiscard]] std::string start(const std::string& directory, int port, const std::string& page);
+  /// Starts it for a socket that listens at `address`. `directory` takes its configuration and log and has
+  /// the socket `psia.socket`; only the files in `page` are served. To be called before the process enters
+  /// namespaces. Returns an empty text or the fault.
+  [[nodiscard]] std::string start(const std::string& directory, const Descriptor& listener,
+                                  const std::string& address, const std::string& page);
 
   /// Whether it has ended by itself.
   [[nodiscard]] bool has_ended();

@@ -1,4 +1,4 @@
-// A descriptor that is closed when its owner goes.
+// A file descriptor that its owner closes.
 #pragma once
 
 #include <unistd.h>
@@ -28,7 +28,7 @@ struct Descriptor {
   int number;
 };
 
-/// What was tried and why the system refused it.
+/// The failed operation `what` with the text of errno.
 [[nodiscard]] inline std::string system_error(const std::string& what) {
   return what + ": " + std::strerror(errno);
 }

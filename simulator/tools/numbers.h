@@ -1,4 +1,4 @@
-// Whole numbers on the command line.
+// Whole numbers in texts: options and parameters of URLs.
 #pragma once
 
 #include <charconv>
@@ -8,7 +8,7 @@
 
 namespace camera {
 
-/// The number that is the whole text, when it is one and within the bounds.
+/// The text as a number; null when it is not one, or out of bounds.
 template <typename Number>
 [[nodiscard]] std::optional<Number> whole_number(std::string_view text, Number least, Number most) {
   Number number = 0;

@@ -1,14 +1,15 @@
 #include "simulator/tools/text.h"
 
+#include <charconv>
 #include <cstddef>
 
 namespace camera {
 namespace {
 
-constexpr std::size_t kDeepest = 40;  // no further indentation, whatever the document holds
+constexpr std::size_t kDeepest = 40;  // levels that are indented; a document may have many more
 
-// How many bytes the UTF-8 character at the start takes, and which it is; 0 bytes when it is none (RFC 3629:
-// no longer forms than needed, no surrogates, nothing above U+10FFFF).
+// Size in bytes and code point of the UTF-8 character at the start; size 0 when it is not valid (RFC 3629: no
+// overlong forms, no surrogates, nothing above U+10FFFF).
 struct Character {
   std::size_t size = 0;
   unsigned int code = 0;
@@ -37,7 +38,7 @@ bool is_harmless(unsigned int code) {
   return !control && !direction && code != 0xfeff;
 }
 
-// What stands at the start of XML: a tag, or the text before the next one.
+// The token at the start of XML: a tag, or the text before the next one.
 std::string_view first_token(std::string_view xml) {
   const std::size_t end = xml[0] == '<' ? xml.find('>') : xml.find('<');
   if (end == std::string_view::npos) return xml;
@@ -123,6 +124,22 @@ std::vector<std::string> indent_xml(std::string_view document) {
     if (tag) leaf = opening;
   }
   return lines;
+}
+
+std::string url_decoded(std::string_view text) {
+  std::string decoded;
+  for (std::size_t i = 0; i < text.size(); i++) {
+    unsigned int code = 0;
+    const char* const digits = text.data() + i + 1;
+    if (text[i] == '%' && i + 2 < text.size() &&
+        std::from_chars(digits, digits + 2, code, 16).ptr == digits + 2) {
+      decoded += static_cast<char>(static_cast<unsigned char>(code));
+      i += 2;
+    } else {
+      decoded += text[i] == '+' ? ' ' : text[i];
+    }
+  }
+  return decoded;
 }
 
 std::vector<std::string> split_lines(std::string_view text) {
