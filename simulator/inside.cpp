@@ -56,7 +56,10 @@ int main(int argc, char** argv) {
   const pid_t command = fork();
   if (command == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (mount("proc", "/proc", "proc", 0, nullptr) != 0) _exit(1);
+    if (mount("proc", "/proc", "proc", 0, nullptr) != 0) {
+      std::perror("Cannot mount /proc (in docker: --security-opt systempaths=unconfined)");
+      _exit(1);
+    }
     execvp(argv[next], argv + next);
     std::perror(argv[next]);
     _exit(127);

@@ -75,7 +75,7 @@ async function poll() {
   if (!asked_by) return;
   const answer = await ask(`/camera/log?since=${last}`).catch(() => null);
   if (authorization !== asked_by) return;
-  if (answer?.status === 401) return sign_out("The camera no longer takes this account.");
+  if (answer?.status === 401) return sign_out("The camera does not take this account.");
   const told = answer?.ok ? await answer.json().catch(() => null) : null;
   if (!told) return show_state("no answer", `No answer. Everything shown is from ${seen_at || "an earlier time"}.`);
   if (told.run !== run) {
@@ -287,7 +287,7 @@ function choose_method() {
   $("body").value = rule.body ? indent_xml(rule.body) : "";
   $("file").value = "";
   const printed = resource.printed && rule.method === "GET" ? " The answer goes to the service's standard output." : "";
-  $("may").textContent = (["Only administrators (level 0) may do this.", "Levels 0 and 1 may do this."][rule.level] ?? "Every account may do this.") + printed;
+  $("may").textContent = (["Only administrators (level 0) may do this.", "Levels 0 and 1 may do this."][rule.level] ?? "Every account of level 0 to 3 may do this.") + printed;
 }
 $("resource").onchange = choose_resource;
 $("method").onchange = choose_method;

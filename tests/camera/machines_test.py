@@ -40,6 +40,7 @@ def check_cameras(ports, terminal):
     with open(terminal, encoding="utf-8") as file:
         assert "OTHER MACHINES CAN REACH THIS" in file.read(), "the terminal does not say so"
     assert "--allow-host other" in get(f"http://192.0.2.1:{ports[0]}/PSIA/index", "-H", "Host: other"), "a foreign name"
+    assert "of http://other sent this" in get(f"http://192.0.2.1:{ports[0]}/camera/log", "-H", "Origin: http://other")
     assert "ResourceList" in get(f"http://192.0.2.1:{ports[0]}/PSIA/index", "-H", "Host: gate"), "an allowed name"
 
 

@@ -139,8 +139,8 @@ def check_page(browser, camera, screenshot):
     if len(ids) != len(set(ids)):
         sys.exit(f"entries appear twice: {ids}")
 
-    camera.put("/System/deviceInfo", f"<DeviceInfo><deviceName>{'long_' * 6}</deviceName></DeviceInfo>")
-    browser.sees("name", "long_long_")
+    camera.put("/System/deviceInfo", f"<DeviceInfo><deviceName>{'W' * 31}</deviceName></DeviceInfo>")
+    browser.sees("name", "W" * 31)
     browser.ask("POST", "/goog/cdp/execute", {"cmd": "Emulation.setDeviceMetricsOverride", "params": {
         "width": 400, "height": 800, "deviceScaleFactor": 1, "mobile": False}})
     if browser.run("return document.documentElement.scrollWidth") > 400:
