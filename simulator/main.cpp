@@ -46,8 +46,7 @@ int fail(const std::string& fault) {
   return 1;
 }
 
-// A socket that listens at the path; without a descriptor after telling why. It is for this user's web server
-// alone, because the service trusts its peer.
+// A socket that listens at the path; without a descriptor after a message on the terminal.
 camera::Descriptor listen_or_tell(const std::string& path) {
   camera::Descriptor listener = camera::listen_at(path);
   if (listener.number < 0) fail(camera::system_error("Cannot listen at " + path));
@@ -112,9 +111,9 @@ void print_welcome(const Options& options, const std::vector<int>& ports) {
       "'%s/System/Audio/channels/1'\n"
       "  scripts/run --shell --port %d\n"
       "\n"
-      "Each request appears here with the rows it changed and its messages to the camera's daemons. The\n"
-      "documents below /PSIA/Custom/Event appear here too: they go to the service's standard output, and the\n"
-      "web server answers the client with an error. Ctrl-C ends everything.\n\n",
+      "Each request appears here with the rows it changed and its messages to the camera's daemons.\n"
+      "The documents below /PSIA/Custom/Event appear here too: they go to the service's standard output, and\n"
+      "the web server answers the client with an error. Ctrl-C ends everything.\n\n",
       address.c_str(), address.c_str(), address.c_str(), ports[0]);
   std::fflush(stdout);
 }
@@ -171,7 +170,7 @@ class ReadyFile {
   std::optional<camera::RemovedAtEnd> removal_;
 };
 
-// Tells the terminal and test programs that all cameras answer. Returns an empty text or the fault.
+// Shows the welcome and writes the ready file, once all cameras answer. Returns an empty text or the fault.
 std::string tell_ready(const Options& options, const std::vector<int>& ports, const ReadyFile& file) {
   if (ports.empty()) return "";
   print_welcome(options, ports);
@@ -305,7 +304,7 @@ int main(int argc, char** argv) {
     std::printf("No camera runs: the shell is inside one with its daemons only.\n");
   }
   pin_own_zone();
-  // Before anything exists that has to be removed at the end.
+  // First, so that no signal can end this process before it has removed what it creates from here on.
   const int signals = block_signals();
   std::vector<camera::Descriptor> listeners;
   std::vector<int> ports;

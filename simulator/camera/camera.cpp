@@ -90,7 +90,7 @@ void Camera::serve_message(const Message& message) {
   for (const AnswerRule& given : rules_) {
     if (given.command == command_of(message)) rule = given;
   }
-  // A service that is to stop must not wait for an answer.
+  // The service is stopping and must not wait.
   if (ending_ || is_down()) rule.kind = AnswerKind::kFailed;
   if (command_of(message) == kClock) notice_zone_of_request();
   std::string how;
@@ -136,7 +136,7 @@ void Camera::serve_messages() {
   }
 }
 
-// Lets a service that waits for the daemons stop at once.
+// Answers the messages that the service still waits for, so that it can stop at once.
 void Camera::answer_all_waiting() {
   for (const LateAnswer& late : late_)
     never_.push_back(late.message);
@@ -203,7 +203,7 @@ std::string Camera::tend_service() {
   return now < service_.ended_at() + std::chrono::seconds(1) ? "" : service_.start();
 }
 
-// Factory settings at once, without the outage of a factory reset, and the answers as they were at the start.
+// Restores factory settings and the answer rules of the command line, without the outage of a factory reset.
 // Returns an empty text or the fault.
 std::string Camera::reset() {
   journal_.event("factory settings, asked for over /camera/reset");
@@ -233,7 +233,7 @@ void Camera::wait(int signals) {
 }
 
 int Camera::run(int signals, WebServer& web_server, pid_t shell) {
-  std::optional<Clock::time_point> give_up_at;  // when a client does not take the last answer
+  std::optional<Clock::time_point> give_up_at;  // ends the wait for a client that does not read its answer
   while (true) {
     wait(signals);
     if (ending_ && !give_up_at) give_up_at = Clock::now() + kFarewell;

@@ -1,9 +1,11 @@
 // The simulated camera at work: the daemons behind the queues, boots and outages, the relay in front of the
 // service, the journal of it all, and the interface that controls it.
 //
-// The camera is up, about to go down (a reboot or factory reset was answered; restart_at_ is a second away),
-// down (the service is stopped, every request is answered 503; is_down()), and up again after boot(). ending_
-// goes with any of them: the service is stopped and run() returns.
+// States:
+//   up      booted_, and the service runs
+//   due     booted_ and restart_at_: a reboot or factory reset was answered; the outage begins at restart_at_
+//   down    restart_at_ without booted_: the service is stopped, and the camera answers each request with 503
+// boot() leads back to up. ending_, in any state, stops the service and then ends run().
 #pragma once
 
 #include <sys/types.h>
@@ -28,7 +30,7 @@ namespace camera {
 
 class Camera {
  public:
-  /// In a process that has entered the device. `web_socket` listens for the web server; with -1 only the
+  /// For a process that has entered the device. `web_socket` listens for the web server; with -1 only the
   /// daemons work, without the service. `service_socket` listens at kServiceSocket. `ready` is called once,
   /// when the service has been started.
   Camera(const Options& options, std::string prefix, int web_socket, int service_socket,
@@ -87,12 +89,12 @@ class Camera {
   std::vector<LateAnswer> late_;
   std::vector<Message> never_;  // messages that a rule leaves without an answer
   std::deque<Message> unsent_;  // while the reply queue is full
-  std::string service_zone_;    // set by a client; the service forgets it when it ends
+  std::string service_zone_;    // set by a client; lost when the service ends
   std::string zone_;
   std::int64_t run_;  // distinguishes the runs of the simulator, whose journals all begin with 1
   bool booted_ = false;
   bool ending_ = false;
-  std::optional<Clock::time_point> restart_at_;  // an outage is due or under way
+  std::optional<Clock::time_point> restart_at_;  // see the states above
   Clock::time_point booted_at_;
 };
 

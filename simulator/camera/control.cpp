@@ -44,8 +44,8 @@ bool is_control(const Exchange& exchange) {
   return exchange.url.compare(0, kControlPrefix.size(), kControlPrefix) == 0;
 }
 
-// The level of the account whose credentials the request has; 4 when there is none. The factory's
-// administrator stays one here, so that a test that changes its password can still reset the camera.
+// The level of the request's account; 4 when there is none. admin:admin always has level 0 here, so that a
+// test that has changed this password can still reset the camera.
 int level_of(const Exchange& exchange) {
   const std::string credentials = basic_credentials(exchange.authorization);
   if (credentials == "admin:admin") return 0;
@@ -80,8 +80,8 @@ std::map<std::string, std::string> query_of(const std::string& url) {
 
 }  // namespace
 
-// Why a request is refused as one that a page of another web site makes a browser send; empty when it is
-// none. A name that the camera does not know may be one that the other site's name server points here.
+// Empty, or why a request is refused because a page of another web site may have made a browser send it. An
+// unknown host name is refused because the other site's name server could give it this camera's address.
 std::string Camera::foreign(const Exchange& exchange) const {
   const std::string name = host_name(exchange.host);
   const bool known = exchange.host.empty() || is_ip_address(name) || is_same_text(name, "localhost") ||
@@ -155,7 +155,7 @@ std::optional<std::string> Camera::answer_log(const Exchange& exchange) const {
                         ",\"now\":" + state() + ",\"entries\":" + entries + "}");
 }
 
-// The requests that change the simulation, for level 0.
+// Carries out the requests that change the simulation.
 std::string Camera::control(const Exchange& exchange) {
   const std::string request = exchange.method + " " + exchange.url;
   if (request == "PUT /camera/reset") {

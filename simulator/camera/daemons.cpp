@@ -76,7 +76,7 @@ std::string carry_out(const Message& message, const std::string& zone) {
   }
 }
 
-// What a real camera would do and this one does not.
+// Which part of a message is not simulated; empty when all of it is.
 const char* not_simulated(const Message& message) {
   switch (command_of(message)) {
     case kPicture:

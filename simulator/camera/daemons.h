@@ -15,8 +15,7 @@ namespace camera {
 constexpr const char* kExportName = "settings.db";      ///< within the exchange directory
 constexpr const char* kUploadName = "psia_config.dat";  ///< likewise, where the service stores an upload
 
-/// The reply to a message and, in words, what there is to say about it: why it failed, or what of it is not
-/// simulated.
+/// The reply to a message, and a remark: why it failed, or which part of it is not simulated.
 struct Deed {
   Message reply;
   std::string said;
@@ -31,12 +30,12 @@ struct Deed {
 /// camera's own.
 [[nodiscard]] Deed act_on(const Message& message, const std::string& zone = "");
 
-/// The reply alone.
+/// As act_on, without the remark.
 [[nodiscard]] Message perform(const Message& message);
 
 enum class AnswerKind { kOk, kBusy, kFailed, kLate, kNever };
 
-/// How one command is to be answered.
+/// How the daemons answer one command.
 struct AnswerRule {
   std::int32_t command = 0;
   AnswerKind kind = AnswerKind::kOk;
@@ -44,8 +43,8 @@ struct AnswerRule {
 };
 
 constexpr const char* kAnswerRuleForm =
-    "COMMAND=ok|busy|failed|never|late[:SECONDS], for example 3=busy, with a COMMAND of 1, 2, 3, 6, 7, 8, 10, "
-    "11, 31, 33 or 37";
+    "COMMAND=ok|busy|failed|never|late[:SECONDS], for example 3=busy, with a COMMAND of 1, 2, 3, 6, 7, 8, "
+    "10, 11, 31, 33 or 37";
 
 /// Reads a text of kAnswerRuleForm. SECONDS are at most a day; without them they are 6, a little more than
 /// the service waits for most commands. Null when the text is none or the command unknown.

@@ -14,19 +14,20 @@ namespace camera {
 
 class Journal {
  public:
-  /// Each line on the terminal begins with the prefix.
+  /// Each line on the terminal starts with the prefix.
   explicit Journal(std::string prefix) : prefix_(std::move(prefix)) {}
 
-  /// From here to end_request everything belongs to this request; its lines appear when it has ended.
+  /// Until end_request, messages and printed texts belong to this request. Its entry appears when it has
+  /// ended.
   void begin_request(const Exchange& exchange);
   void end_request(const Exchange& exchange, const std::vector<std::string>& changes);
 
   /// A request that does not reach the service, and why.
   void refuse_request(const Exchange& exchange, const std::string& reason);
 
-  /// A message to the daemons, or what became of it, in words.
+  /// A message to the daemons or the daemons' answer, in words.
   void message(const std::string& words);
-  /// Anything else that happens, with what belongs to it.
+  /// Any other event, with its details.
   void event(const std::string& words, const std::vector<std::string>& details = {});
   /// What the service wrote on its standard output: a document with its header lines, or a diagnostic line.
   void printed(const std::string& text);
@@ -55,7 +56,7 @@ class Journal {
   void finish(Entry entry);
 
   std::string prefix_;
-  std::string printed_;  // by the request at hand
+  std::string printed_;  // by the current request
   Entry open_;
   bool in_request_ = false;
   std::deque<Entry> entries_;

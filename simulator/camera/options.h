@@ -1,4 +1,4 @@
-// The command line of camera-simulator, which is that of scripts/run; help.txt describes it.
+// The command line of camera-simulator and scripts/run. help.txt describes it.
 #pragma once
 
 #include <chrono>
@@ -18,7 +18,7 @@ struct Options {
   std::string ready_file;
   std::string page;
   std::string run_directory = "build/run";
-  std::string socket;  ///< where the service is to be reached without a web server; empty: there is one
+  std::string socket;  ///< the service's FastCGI socket without a web server; empty: there is a web server
   std::string keep;
   int cameras = 1;
   int number = 1;  ///< of this camera among them

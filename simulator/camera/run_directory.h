@@ -1,6 +1,6 @@
 // The directory in which one run of the simulator keeps the web server's configuration, log and socket. It is
-// removed when the run ends, also when the run is killed. One that is left all the same, because the whole
-// process group was killed or the machine went down, is removed when the next run starts.
+// removed when the run ends, also when the run is killed. A directory that is left, for example after a power
+// failure, is removed when the next run starts.
 #pragma once
 
 #include <sys/types.h>
@@ -25,7 +25,7 @@ class RunDirectory {
   RunDirectory& operator=(RunDirectory&&) = delete;
   ~RunDirectory() = default;
 
-  /// Empty when it could not be made; `fault` tells why.
+  /// Empty when the directory could not be created; fault() tells why.
   [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] const std::string& fault() const { return fault_; }
 
@@ -36,7 +36,7 @@ class RunDirectory {
   Descriptor lock_{-1};
 };
 
-/// A run that is going on.
+/// A run that has not ended.
 struct Run {
   pid_t process = 0;
   int port = 0;

@@ -29,8 +29,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kPlainChroot =
-    "This is a plain chroot: its / is not a mount point, so the camera's mounts cannot be kept apart from the\n"
-    "machine's. Make it one from outside, before you enter it:\n"
+    "This is a plain chroot: its / is not a mount point, so the camera's mounts cannot be kept apart from\n"
+    "the machine's. Make it one from outside, before you enter it:\n"
     "  mount --bind DIRECTORY DIRECTORY; mount -t proc proc DIRECTORY/proc; chroot DIRECTORY";
 constexpr const char* kNoProc = "/proc is not mounted here. As root: mount -t proc proc /proc";
 
@@ -54,7 +54,7 @@ std::string read_file(const fs::path& path) {
   return content.str();
 }
 
-// The kernel lets mounts be made private only where / is the root of one.
+// The kernel makes mounts private only if / is the root of a mount.
 bool is_plain_chroot() {
   struct statx root {};
   return statx(AT_FDCWD, "/", AT_NO_AUTOMOUNT, 0, &root) == 0 &&
@@ -73,7 +73,7 @@ std::string enter_namespaces() {
     if (unshare(CLONE_NEWUSER | namespaces) != 0) {
       return system_error("Cannot create private namespaces") + "\n" + kNamespacesText;
     }
-    // The kernel takes a group map from an ordinary user only after setgroups is given up
+    // An ordinary user may write a group map only after denying setgroups
     // (user_namespaces(7)).
     if (!write_file("/proc/self/setgroups", "deny") ||
         !write_file("/proc/self/uid_map", "0 " + user + " 1") ||
@@ -156,7 +156,7 @@ std::string lay_out_directories(const std::string& keep) {
 }
 
 std::string reset_fixed_files() {
-  // The serial number's place in the factory data: 32 bytes at 256.
+  // The serial number has 32 bytes at offset 256.
   std::string factory_data(65536, '\0');
   factory_data.replace(256, identity.serial_number.size(), identity.serial_number);
   if (!write_file(kFactoryData, factory_data)) return system_error("Cannot write the factory data");

@@ -1,6 +1,6 @@
-// A camera to run the service against on any Linux machine: the device's files, interface and message queues,
-// in namespaces of this process's own, so that the unmodified service finds its fixed paths, its eth0 and its
-// queue keys there and nothing of the machine itself is touched.
+// The device for a simulated camera on any Linux machine: files, network interface and message queues in
+// private namespaces. The unmodified service finds its fixed paths, its eth0 and its queue keys there, and
+// the machine itself does not change.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ namespace camera {
 constexpr const char* kExchangeDirectory = "/usr/local/httpd/htdocs/Web/updownload";
 constexpr const char* kFactoryData = "/dev/mtdblock7";
 constexpr const char* kSerialNumber = "QC2040-0007-4242";  ///< of camera 1
-/// How far the camera's clock is from the machine's; libfaketime reads it (its name is fixed there).
+/// Holds the seconds by which the camera's clock is ahead of the machine's. libfaketime fixes the name.
 constexpr const char* kClockFile = "/etc/faketimerc";
 
 /// What distinguishes one camera from the next of its model. It follows from the camera's number alone, so

@@ -35,7 +35,7 @@ void Connection::send(const Request& request) const {
                             stream(kInput, kRequest, request.body, request.finished);
   for (std::size_t at = 0; at < bytes.size();) {
     const ssize_t sent = ::send(socket_.number, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
-    if (sent <= 0) return;  // the service need not read all of a request it refuses
+    if (sent <= 0) return;  // the service may close the connection before it has read a whole request
     at += static_cast<std::size_t>(sent);
   }
 }

@@ -23,7 +23,7 @@ constexpr std::size_t kMaxWaiting = 1U << 18U;  // bytes held for a side that do
 constexpr std::size_t kMaxNoted = 1U << 16U;    // bytes of an answer, or of variables, that are examined
 constexpr std::size_t kBodyStart = 4096;
 
-// Reads what there is, as long as less than kMaxWaiting bytes wait. False at the end of the stream.
+// Reads without waiting, as long as less than kMaxWaiting bytes wait. False at the end of the stream.
 bool receive(const Descriptor& from, std::string& bytes) {
   std::array<char, 16384> chunk{};
   while (bytes.size() < kMaxWaiting) {
@@ -39,7 +39,7 @@ bool receive(const Descriptor& from, std::string& bytes) {
   return true;
 }
 
-// Sends what can be sent. False when nobody takes it any more.
+// Sends without waiting. False when the peer has closed the connection.
 bool transmit(const Descriptor& to, std::string& bytes) {
   while (!bytes.empty()) {
     const ssize_t count = send(to.number, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -151,7 +151,7 @@ void Relay::start_next() {
   }
 }
 
-// Both directions between the web server and the service.
+// Passes bytes on in both directions between the web server and the service.
 void Relay::pass_on(Connection& connection) {
   if (!transmit(connection.service, connection.to_service)) connection.to_service.clear();
   if (!connection.web_open && connection.to_service.empty() && !connection.service_shut) {

@@ -27,7 +27,7 @@ struct Exchange {
   std::string host;
   std::string origin;
   std::string body_start;  ///< the first 4 KiB
-  int http_status = 500;   ///< that the client receives; the web server turns an empty answer into 500
+  int http_status = 500;   ///< as the client receives it; the web server turns an empty answer into 500
   int status_code = 0;     ///< of a ResponseStatus document; 0 for any other answer
   std::int64_t milliseconds = 0;
 };
@@ -39,7 +39,7 @@ class Relay {
     std::function<bool(const Exchange&)> answers_itself;
     /// Its whole answer in CGI form; null while the client has to wait, and the next step asks again.
     std::function<std::optional<std::string>(const Exchange&)> answer;
-    /// A request is about to reach the service, and has ended there.
+    /// A request is about to reach the service; it has ended there.
     std::function<void(const Exchange&)> begun;
     std::function<void(const Exchange&)> ended;
   };
@@ -80,8 +80,8 @@ class Relay {
   Connection* at_service_ = nullptr;
 };
 
-/// What an answer in CGI form, or its start, says: the HTTP status (500 when it is empty) and the code of a
-/// ResponseStatus document.
+/// Reads an answer in CGI form, or its start, into the exchange: the HTTP status and the code of a
+/// ResponseStatus document. An answer without header lines changes nothing.
 void read_answer(const std::string& answer, Exchange& exchange);
 
 }  // namespace camera

@@ -21,7 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// systemd's protocol for listening sockets (sd_listen_fds(3)), which lighttpd knows: the first is this.
+// lighttpd takes a listening socket over by systemd's protocol: the first is this descriptor
+// (sd_listen_fds(3)).
 constexpr int kFirstPassed = 3;
 
 bool write_configuration(const std::string& path, const std::string& directory, const std::string& address,

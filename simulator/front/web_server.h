@@ -20,7 +20,7 @@ class WebServer {
   ~WebServer();
 
   /// Starts it for a socket that listens at `address`. `directory` takes its configuration and log and has
-  /// the socket `psia.socket`; only the files in `page` are served. To be called before the process enters
+  /// the socket `psia.socket`; only the files in `page` are served. Call it before the process enters
   /// namespaces. Returns an empty text or the fault.
   [[nodiscard]] std::string start(const std::string& directory, const Descriptor& listener,
                                   const std::string& address, const std::string& page);

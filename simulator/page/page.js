@@ -92,7 +92,7 @@ async function poll() {
   if (told.entries.length > 0) draw_journal();
 }
 
-// The words of the pill, and why there is no picture; none: there is one.
+// `words` are the state's; `outage` tells why there is no picture, and is empty when there is one.
 function show_state(words, outage) {
   if ($("state").textContent !== words) $("state").textContent = words;
   $("state").classList.toggle("down", outage !== "");
@@ -292,7 +292,7 @@ function choose_method() {
 $("resource").onchange = choose_resource;
 $("method").onchange = choose_method;
 
-// Nothing of the answer before stays.
+// Also removes everything that the last answer showed.
 function show_verdict(words, kind) {
   $("verdict").textContent = words;
   $("verdict").className = kind;

@@ -5,8 +5,8 @@
 
 namespace camera {
 
-/// To be called in the child, with the parent's process id. The child then receives the signal when its
-/// parent ends, however that happens; the terminal's Ctrl-C does not reach it, and no signal is blocked.
+/// Call this in the child, with the parent's process id. The child then receives the signal when its parent
+/// ends for any reason. The terminal's Ctrl-C does not reach it, and no signal is blocked.
 void begin_child(pid_t parent, int signal_at_parents_end);
 
 }  // namespace camera

@@ -21,7 +21,7 @@ RemovedAtEnd::RemovedAtEnd(const std::string& path) {
   held_ = Descriptor(ends[1]);
   process_ = fork();
   if (process_ != 0) return;
-  // Out of the terminal's reach, with nothing open but the pipe, so that nobody waits for this process.
+  // Signals of the terminal must not end this process, and nobody may wait for the descriptors it inherited.
   setsid();
   sigset_t all;
   sigfillset(&all);

@@ -1,4 +1,4 @@
-// A file or directory that goes when its process ends, also when that is killed.
+// A file or directory that is removed when its process ends, also when the process is killed.
 #pragma once
 
 #include <sys/types.h>
@@ -9,7 +9,7 @@
 
 namespace camera {
 
-/// A small process of its own waits for the end of this one, or of this object, and removes the path then.
+/// A child process waits for the end of this process or of this object, and then removes the path.
 class RemovedAtEnd {
  public:
   explicit RemovedAtEnd(const std::string& path);

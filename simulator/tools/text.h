@@ -1,4 +1,4 @@
-// Texts as they may be shown: on a terminal, in JSON, and XML documents indented.
+// Conversions of texts: safe for a terminal, to JSON, XML indented, URLs decoded.
 #pragma once
 
 #include <string>
