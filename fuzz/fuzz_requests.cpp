@@ -24,8 +24,8 @@
 #include "frame/xml.h"
 #include "index/index_documents.h"
 #include "routes.h"
-#include "simulator/daemons.h"
-#include "simulator/device.h"
+#include "simulator/camera/daemons.h"
+#include "simulator/device/device.h"
 #include "system/time_zone_table.h"
 
 namespace {

@@ -12,7 +12,7 @@
 
 #include "network/interface_setup.h"
 #include "network/interface_state.h"
-#include "simulator/daemons.h"
+#include "simulator/camera/daemons.h"
 #include "tests/support/service_fixture.h"
 
 namespace psia_tests {
