@@ -112,8 +112,8 @@ void print_welcome(const Options& options, const std::vector<int>& ports) {
       "  scripts/run --shell --port %d\n"
       "\n"
       "Each request appears here with the rows it changed and its messages to the camera's daemons.\n"
-      "The documents below /PSIA/Custom/Event appear here too: they go to the service's standard output, and\n"
-      "the web server answers the client with an error. Ctrl-C ends everything.\n\n",
+      "The documents below /PSIA/Custom/Event appear here too: they go to the service's standard output,\n"
+      "and the web server answers the client with an error. Ctrl-C ends everything.\n\n",
       address.c_str(), address.c_str(), address.c_str(), ports[0]);
   std::fflush(stdout);
 }
