@@ -1,0 +1,30 @@
+// Runs the service tests inside a simulated camera.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "simulator/device.h"
+
+namespace {
+
+/// Ends a test at its first failed ASSERT, however deep in helpers that is; after a failed EXPECT it goes on.
+class EndAtFatalFailure : public testing::EmptyTestEventListener {
+  void OnTestPartResult(const testing::TestPartResult& result) override {
+    if (result.fatally_failed()) throw testing::AssertionException(result);
+  }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  testing::UnitTest::GetInstance()->listeners().Append(new EndAtFatalFailure);
+  if (!GTEST_FLAG_GET(list_tests)) {
+    const std::string fault = camera::enter_private_device();
+    if (!fault.empty()) {
+      std::fprintf(stderr, "The service tests need a simulated camera: %s\n", fault.c_str());
+      return 1;
+    }
+  }
+  return RUN_ALL_TESTS();
+}
