@@ -209,8 +209,8 @@ std::string status(int code, const std::string& uri) {
 <requestURL>)" + uri +
                   "</requestURL>\n<statusCode>" + std::to_string(code) +
                   R"(</statusCode>
-<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, 6-Invalid XML content; )"
-                  R"(7-Reboot Required -->
+<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, )"
+                  R"(6-Invalid XML content; 7-Reboot Required -->
 <statusString>)" + words[code] +
                   R"(</statusString>
 <id>1</id>
@@ -369,11 +369,10 @@ Lines CameraTest::effects(const Request& request) const {
 void CameraTest::expect_effects(const Request& request, const Lines& expected, Place place) const {
   const Lines got = effects(request);
   if (got == expected) return;
-  ADD_FAILURE_AT(place.file_name(), static_cast<int>(place.line()))
-      << "the effects (+) are not those expected (-)\n"
-      << request.method << " " << request.uri.substr(0, 300) << "\n"
-      << request.body.substr(0, 2000) << "\n"
-      << difference(split(expected), split(got));
+  ADD_FAILURE_AT(place.file, place.line) << "the effects (+) are not those expected (-)\n"
+                                         << request.method << " " << request.uri.substr(0, 300) << "\n"
+                                         << request.body.substr(0, 2000) << "\n"
+                                         << difference(split(expected), split(got));
 }
 
 }  // namespace service_tests

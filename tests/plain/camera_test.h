@@ -7,7 +7,6 @@
 
 #include <map>
 #include <optional>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -18,9 +17,14 @@
 namespace service_tests {
 
 namespace fastcgi = camera::fastcgi;
-/// The line of a test that a failure names: `Place place = Place::current()` as the last argument of a
-/// helper.
-using Place = std::source_location;
+/// The line of a test that a failure names: `Place place = here()` as the last argument of a helper.
+struct Place {
+  const char* file;
+  int line;
+};
+constexpr Place here(const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+  return {file, line};
+}
 using Lines = std::vector<std::string>;
 
 struct Request {
@@ -91,7 +95,7 @@ class CameraTest : public testing::Test {
   /// reported, the answer. The daemons answer the messages with request.replies, then with 0 (done); 1 is
   /// busy, 2 failed, nullopt no answer.
   [[nodiscard]] Lines effects(const Request& request) const;
-  void expect_effects(const Request& request, const Lines& expected, Place place = Place::current()) const;
+  void expect_effects(const Request& request, const Lines& expected, Place place = here()) const;
 
   [[nodiscard]] static std::string printed_so_far() { return read_file(kOutput); }
   [[nodiscard]] static std::string reported() { return read_file(kErrors); }

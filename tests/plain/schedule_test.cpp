@@ -27,8 +27,7 @@ TEST_F(ScheduleTest, EachStoredDayIsShownWithTheOneRange) {
 
 TEST_F(ScheduleTest, TheBeginIsTheHoursAndTheEndTheMinutes) {
   const auto expect_stored = [this](const std::string& begin_time, const std::string& end_time,
-                                    const std::string& start, const std::string& end,
-                                    Place place = Place::current()) {
+                                    const std::string& start, const std::string& end, Place place = here()) {
     reset();
     expect_effects({"PUT", kUri,
                     R"(<EventSchedule><TimeBlockList><TimeBlock>
@@ -69,8 +68,7 @@ TEST_F(ScheduleTest, TheLastDayIsArmedOverTheLongestRangeOfAllDays) {
 
 TEST_F(ScheduleTest, ABitStringReplacesTheRange) {
   const auto expect_stored = [this](const std::string& day, const std::string& bits, const std::string& week,
-                                    const std::string& start, const std::string& end,
-                                    Place place = Place::current()) {
+                                    const std::string& start, const std::string& end, Place place = here()) {
     reset();
     expect_effects(
         {"PUT", kUri,

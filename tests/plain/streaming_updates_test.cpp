@@ -79,7 +79,7 @@ TEST_F(StreamingUpdatesTest, ChannelsOfAListKeepWhatTheOneBeforeSet) {
 
 TEST_F(StreamingUpdatesTest, AFailingStatementEndsTheRequestAndKeepsWhatWasDone) {
   const auto expect_done = [this](const std::string& failing_table, const Lines& expected,
-                                  Place place = Place::current()) {
+                                  Place place = here()) {
     reset();
     execute("create trigger refuse before update on " + failing_table +
             " begin select raise(abort, 'no'); end");

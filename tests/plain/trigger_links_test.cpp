@@ -43,7 +43,7 @@ TEST_F(TriggerLinksTest, ATriggerShowsItsLinks) {
 
 TEST_F(TriggerLinksTest, ANotificationReplacesAllLinks) {
   const auto expect_links = [this](const std::string& notification, const Lines& expected,
-                                   Place place = Place::current()) {
+                                   Place place = here()) {
     reset();
     execute(kOthers);
     expect_effects({"PUT", kSensor + "/notifications",

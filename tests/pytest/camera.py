@@ -1,7 +1,8 @@
-"""The service in a simulated camera, seen from all sides: what a client receives, what the daemons find in the
-database and on the message queues, what the process prints. A test file is run by camera-inside."""
+"""The service in a simulated camera, seen from all sides: what a client receives, what the daemons find in
+the database and on the message queues, what the process prints. A test file is run by camera-inside."""
 import base64
 import ctypes
+import mmap
 import os
 import pathlib
 import re
@@ -25,7 +26,8 @@ SOCKET = str(DIRECTORY / "psia.sock")
 XML = '<?xml version="1.0" encoding="UTF-8" ?>'
 STATUSES = {1: "OK", 2: "Device Busy", 3: "Device Error", 4: "Invalid Operation", 5: "Invalid XML Format",
             6: "Invalid XML Content", 7: "Reboot Required"}
-UNAUTHORIZED = ('Status: 401 Unauthorized\r\nWWW-Authenticate: Basic realm="Quellan Smart IP Device Authentication"\r\n'
+UNAUTHORIZED = ("Status: 401 Unauthorized\r\n"
+                'WWW-Authenticate: Basic realm="Quellan Smart IP Device Authentication"\r\n'
                 "Content-Type: text/plain\r\n\r\nUnauthorized\r\n\r\n")
 
 
@@ -45,8 +47,8 @@ def status(code, uri):
 <ResponseStatus version="1.0" xmlns="urn:psialliance-org">
 <requestURL>{uri}</requestURL>
 <statusCode>{code}</statusCode>
-<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, 6-Invalid XML content; \
-7-Reboot Required -->
+<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, \
+6-Invalid XML content; 7-Reboot Required -->
 <statusString>{STATUSES[code]}</statusString>
 <id>1</id>
 </ResponseStatus>
@@ -54,11 +56,11 @@ def status(code, uri):
 
 
 def printed(body):
-    """The effect of a request whose document goes to the standard output, as those of the Event resources do."""
+    """The effect of a request whose document is printed, as those of the Event resources are."""
     return "printed " + document(XML + joined(body), "application/xml")
 
 
-# Control messages: for each command its name, and its fields by name, offset and bytes of a text (0: a number).
+# Control messages: for each command its name and its fields: name, offset, bytes of a text (0: a number).
 MESSAGES = {1: ("picture", [("source", 12, 0)]), 2: ("encoder", [("master", 16, 0)]), 3: ("audio", []),
             6: ("time", [("mode", 12, 0), ("server", 16, 128), ("interval", 144, 0), ("year", 148, 0),
                          ("month", 152, 0), ("day", 156, 0), ("hour", 160, 0), ("minute", 164, 0),
@@ -66,6 +68,8 @@ MESSAGES = {1: ("picture", [("source", 12, 0)]), 2: ("encoder", [("master", 16, 
             7: ("time zone", [("zone", 12, 256)]), 8: ("reboot", []), 10: ("factory reset", []),
             11: ("export", []), 31: ("addressing", []), 33: ("name servers", [("servers", 12, 256)]),
             37: ("RTSP port", [])}
+SYSTEM_CALLS = {"read": {"x86_64": 0, "aarch64": 63}, "msgsnd": {"x86_64": 69, "aarch64": 189},
+                "clock_nanosleep": {"x86_64": 230, "aarch64": 115}}
 RECORD = struct.calcsize("@l") + 4112
 libc = ctypes.CDLL(None, use_errno=True)
 
@@ -81,7 +85,7 @@ class Queue:
         return libc.msgget(self.key, 0)
 
     def create(self):
-        libc.msgctl(self.number(), self.REMOVE, None)
+        self.remove()
         assert libc.msgget(self.key, self.CREATE | 0o666) >= 0
 
     def receive(self):
@@ -89,6 +93,13 @@ class Queue:
         record = ctypes.create_string_buffer(RECORD)
         got = libc.msgrcv(self.number(), record, 4112, ctypes.c_long(0), self.NOWAIT)
         return Message(record.raw) if got >= 0 else None
+
+    def next(self):
+        """The next message, for which it waits."""
+        return eventually(self.receive, "a control message")
+
+    def remove(self):
+        libc.msgctl(self.number(), self.REMOVE, None)
 
     def send(self, record, size=4112):
         """Whether there was room."""
@@ -178,11 +189,30 @@ class Connection:
         raise AssertionError(f"The connection was closed without an end of the request, after {out!r}")
 
 
-def eventually(condition):
+def eventually(condition, what):
+    """Waits until the condition gives something true, and gives that."""
     deadline = time.monotonic() + 10
-    while not condition():
-        assert time.monotonic() < deadline, "not seen within 10 s"
+    while not (found := condition()):
+        assert time.monotonic() < deadline, f"not seen within 10 s: {what}"
         time.sleep(0.005)
+    return found
+
+
+class FaultPlan(ctypes.Structure):
+    """What the fault library in the service is told, and tells; tests/support/fault_plan.h says more."""
+    _fields_ = [(name, ctypes.c_int) for name in ("kind", "skip", "fail", "speed", "slept")]
+    MEMORY, WRITE, SYNC, LOCK, STOP = range(1, 6)
+
+    @staticmethod
+    def create():
+        path = DIRECTORY / "faults"
+        path.write_bytes(bytes(ctypes.sizeof(FaultPlan)))
+        with open(path, "r+b") as file:
+            return FaultPlan.from_buffer(mmap.mmap(file.fileno(), 0))
+
+    def let_fail(self, kind, skip=0, fail=1):
+        """So many operations of the kind go well, then so many fail."""
+        self.skip, self.fail, self.kind = skip, fail, kind
 
 
 class Camera:
@@ -192,6 +222,7 @@ class Camera:
     def __init__(self, program):
         self.program = program
         self.process = None
+        self.environment = {}  # of every service that is started
         for path, content in FACTORY_FILES.items():
             path.write_bytes(content)
         REQUESTS.create()
@@ -200,7 +231,7 @@ class Camera:
     # The service's process.
 
     def start_service(self, environment=None, close_output=False, cgi=False):
-        """`close_output`: with descriptors 1 and 2 closed; `cgi`: a plain CGI program, `environment` the request."""
+        """`close_output`: descriptors 1 and 2 closed; `cgi`: a CGI program, `environment` the request."""
         (DIRECTORY / "stdout").write_bytes(b"")
         (DIRECTORY / "stderr").write_bytes(b"")
         pathlib.Path(SOCKET).unlink(missing_ok=True)
@@ -211,7 +242,7 @@ class Camera:
                 listener.listen(128)
             command = ["sh", "-c", 'exec "$0" >&- 2>&-', self.program] if close_output else [self.program]
             self.process = subprocess.Popen(command, stdin=listener, stdout=out, stderr=errors,
-                                            env=os.environ | (environment or {}))
+                                            env=os.environ | self.environment | (environment or {}))
 
     def stop_service(self, number=signal.SIGTERM):
         """Its exit status, or minus the signal that ended it."""
@@ -227,6 +258,30 @@ class Camera:
         if self.process is not None:
             result = self.stop_service()
             assert result == 0, f"The service ended with {result}:\n{self.reported()}"
+
+    def state(self, file):
+        """What a file of the service in /proc says."""
+        return pathlib.Path(f"/proc/{self.process.pid}/{file}").read_text()
+
+    def wait_until_blocked_in(self, system_call):
+        number = SYSTEM_CALLS[system_call][os.uname().machine]
+        eventually(lambda: self.state("syscall").split()[0] == str(number), f"a wait in {system_call}")
+
+    def wait_until_idle(self):
+        """Until it sleeps with SIGTERM unblocked, as it does only while it waits."""
+        def idle():
+            state = dict(line.split(":\t", 1) for line in self.state("status").splitlines())
+            return state["State"][0] == "S" and not int(state["SigBlk"], 16) >> 14 & 1
+        eventually(idle, "the service at rest")
+
+    def open_descriptors(self):
+        self.wait_until_idle()
+        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
+
+    def memory(self, file, name):
+        """Bytes, by a line of a file in /proc: memory("status", "VmRSS")."""
+        self.wait_until_idle()
+        return int(re.search(rf"^{name}:\s+(\d+)", self.state(file), re.M)[1]) * 1024
 
     def printed(self):
         return (DIRECTORY / "stdout").read_bytes().decode()
@@ -254,13 +309,13 @@ class Camera:
         connection.row_factory = sqlite3.Row
         tables = [name for name, in connection.execute("select name from sqlite_master where type='table'")]
         values = {(table, row[0]): dict(zip(row.keys()[1:], row[1:]))
-                  for table in tables for row in connection.execute(f"select rowid as 'row number', * from {table}")}
+                  for table in tables for row in connection.execute(f"select rowid, * from {table}")}
         connection.close()
         return values
 
     @staticmethod
     def changes(before, after):
-        """Lines as "Event.Week = 2"; rows of a table with several by their first column: "Audio[0].Enable = 0"."""
+        """As "Event.Week = 2"; rows of a table with several by their first column: "Audio[0].Enable = 0"."""
         def place(settings, key):
             several = sum(table == key[0] for table, _ in settings) > 1
             return f"{key[0]}[{next(iter(settings[key].values()))}]" if several else key[0]
@@ -269,7 +324,8 @@ class Camera:
             if key not in after:
                 lines.append(f"{place(before, key)} is deleted")
             elif key not in before:
-                lines += [f"{place(after, key)} is added: " + ", ".join(f"{n} = {v}" for n, v in after[key].items())]
+                values = ", ".join(f"{name} = {value}" for name, value in after[key].items())
+                lines.append(f"{place(after, key)} is added: {values}")
             else:
                 lines += [f"{place(before, key)}.{name} = {value}" for name, value in after[key].items()
                           if value != before[key][name]]
@@ -278,7 +334,7 @@ class Camera:
     # Requests.
 
     def begin(self, method, uri, body="", user="admin:admin", variables=None, finished=True, keep=False):
-        """Sends a request. `variables` are added to or replace those that a web server makes; None takes one away."""
+        """Sends a request. `variables` add to or replace those of a web server; None takes one away."""
         content = body if isinstance(body, bytes) else body.encode()
         given = {"REQUEST_METHOD": method, "REQUEST_URI": uri}
         if user:
@@ -295,9 +351,9 @@ class Camera:
         return self.begin(*request, **options).receive()[0]
 
     def effects(self, method, uri, body="", replies=(), **options):
-        """All that follows from a request, in this order: what is stored before each message, the message, what is
-        stored at the end, what is printed, what is reported, the answer. The daemons answer the messages with
-        `replies`, then with 0 (done); 1 is busy, 2 failed, None is no answer."""
+        """All that follows from a request, in this order: what is stored before each message, the message,
+        what is stored at the end, what is printed, what is reported, the answer. The daemons answer the
+        messages with `replies`, then with 0 (done); 1 is busy, 2 failed, None is no answer."""
         settings, lines, results = self.settings(), [], list(replies)
         printed_before, reported_before = len(self.printed()), len(self.reported())
 

@@ -59,17 +59,17 @@ def test_the_last_day_is_armed_over_the_longest_range_of_all_days(camera):
         """) == ["Event.Week = 4", "Event.StartTime = 700", "Event.EndTime = 2200", "status 1"]
 
 
-@pytest.mark.parametrize("day, bits, start, end", [
-    (1, "000000001111111110000000", 1600, 900),  # from the last armed hour to the end of the first
-    (1, "0000000000000000000000001", 300, 400),  # the 25th place is not read; nothing is armed: the range counts
-    (6, "100000000", 2300, 100),                 # places behind the end of the text count as armed
-    (7, "111111111111111111111111", 300, 400),   # a Sunday's is not kept
+@pytest.mark.parametrize("day, bits, week, start, end", [
+    (1, "000000001111111110000000", 2, 1600, 900),  # from the last armed hour to the end of the first
+    (1, "0000000000000000000000001", 2, 300, 400),  # none of the 24 is armed: the range counts
+    (6, "100000000", 64, 2300, 100),                # places behind the end of the text count as armed
+    (7, "111111111111111111111111", 1, 300, 400),   # a Sunday's is not kept
 ])
-def test_a_bit_string_replaces_the_range(camera, day, bits, start, end):
+def test_a_bit_string_replaces_the_range(camera, day, bits, week, start, end):
     assert camera.effects("PUT", URI, f"""
         <EventSchedule><TimeBlockList><TimeBlock>
           <dayOfWeek>{day}</dayOfWeek>
           <bitString>{bits}</bitString>
           <TimeRange><beginTime>03:00:00</beginTime><endTime>00:04:00</endTime></TimeRange>
         </TimeBlock></TimeBlockList></EventSchedule>
-        """) == [f"Event.Week = {1 << day % 7}", f"Event.StartTime = {start}", f"Event.EndTime = {end}", "status 1"]
+        """) == [f"Event.Week = {week}", f"Event.StartTime = {start}", f"Event.EndTime = {end}", "status 1"]

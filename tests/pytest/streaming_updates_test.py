@@ -62,8 +62,8 @@ def test_channels_of_a_list_keep_what_the_one_before_set(camera):
 
 @pytest.mark.parametrize("table, effects", [
     ("VideoEncoder", []),
-    ("Audio", ["VideoEncoder[0].Resolution = 4", "VideoEncoder[0].Bitrate = 2048", "VideoEncoder[0].Quality = 2",
-               "message 2 encoder: master = 1"]),
+    ("Audio", ["VideoEncoder[0].Resolution = 4", "VideoEncoder[0].Bitrate = 2048",
+               "VideoEncoder[0].Quality = 2", "message 2 encoder: master = 1"]),
 ])
 def test_a_failing_statement_ends_the_request_and_keeps_what_was_done(camera, table, effects):
     camera.execute(f"create trigger refuse before update on {table} begin select raise(abort, 'no'); end")

@@ -42,8 +42,8 @@ def test_a_trigger_shows_its_links(camera):
 @pytest.mark.parametrize("notifications, relay, ftp, mail, interval", [
     # The interval is in milliseconds, and stored in whole seconds with the relay.
     ("<id>Relay-1</id><notificationMethod>Io</notificationMethod>", 1, -1, -1, "SensorRelay[1].Interval = 5"),
-    ("<id>Sensor-0</id><notificationMethod>io</notificationMethod><notificationInterval>-1999</notificationInterval>",
-     0, -1, -1, "SensorRelay[0].Interval = -1"),
+    ("<id>Sensor-0</id><notificationMethod>io</notificationMethod>"
+     "<notificationInterval>-1999</notificationInterval>", 0, -1, -1, "SensorRelay[0].Interval = -1"),
     ("<id>FTP-11</id><notificationMethod>ftp</notificationMethod>", -1, 11, -1, None),
     ("<id>Mail-21</id><notificationMethod>smtp</notificationMethod>", -1, -1, 21, None),
     # No link: the method is not that of the server, and what documents call "email" is "SMTP" in a request.
@@ -81,5 +81,5 @@ def test_a_trigger_and_its_notification_keep_what_the_one_before_set(camera):
             </EventTriggerNotificationList>
           </EventTrigger>
         </EventTriggerList>
-        """) == ["Event.IgnoreInterval = 8", "Event.RelayID = 2", "Event.FTPServerID = -1", "Event.SMTPServerID = -1",
-                 "SensorRelay[1].Interval = 2", "SensorRelay[2].Interval = 2", "status 1"]
+    """) == ["Event.IgnoreInterval = 8", "Event.RelayID = 2", "Event.FTPServerID = -1", "Event.SMTPServerID = -1",
+             "SensorRelay[1].Interval = 2", "SensorRelay[2].Interval = 2", "status 1"]
