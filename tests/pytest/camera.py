@@ -257,7 +257,7 @@ class Camera:
     def end(self):
         if self.process is not None:
             result = self.stop_service()
-            assert result == 0, f"The service ended with {result}:\n{self.reported()}"
+            assert result == 0, f"The service ended with {result}:\n{self.standard_error()}"
 
     def state(self, file):
         """What a file of the service in /proc says."""
@@ -283,10 +283,10 @@ class Camera:
         self.wait_until_idle()
         return int(re.search(rf"^{name}:\s+(\d+)", self.state(file), re.M)[1]) * 1024
 
-    def printed(self):
+    def standard_output(self):
         return (DIRECTORY / "stdout").read_bytes().decode()
 
-    def reported(self):
+    def standard_error(self):
         return (DIRECTORY / "stderr").read_bytes().decode()
 
     # The settings.
@@ -355,7 +355,7 @@ class Camera:
         what is stored at the end, what is printed, what is reported, the answer. The daemons answer the
         messages with `replies`, then with 0 (done); 1 is busy, 2 failed, None is no answer."""
         settings, lines, results = self.settings(), [], list(replies)
-        printed_before, reported_before = len(self.printed()), len(self.reported())
+        printed_before, reported_before = len(self.standard_output()), len(self.standard_error())
 
         def take_changes():
             nonlocal settings
@@ -382,8 +382,8 @@ class Camera:
         while take_message():
             pass
         take_changes()
-        lines += ["printed " + text for text in [self.printed()[printed_before:]] if text]
-        lines += ["reported " + text for text in [self.reported()[reported_before:] + errors] if text]
+        lines += ["printed " + text for text in [self.standard_output()[printed_before:]] if text]
+        lines += ["reported " + text for text in [self.standard_error()[reported_before:] + errors] if text]
         code = re.search(r"<statusCode>(\d)<", answer)
         if code and answer == status(int(code[1]), uri):
             answer = f"status {code[1]}"

@@ -81,5 +81,6 @@ def test_a_trigger_and_its_notification_keep_what_the_one_before_set(camera):
             </EventTriggerNotificationList>
           </EventTrigger>
         </EventTriggerList>
-    """) == ["Event.IgnoreInterval = 8", "Event.RelayID = 2", "Event.FTPServerID = -1", "Event.SMTPServerID = -1",
-             "SensorRelay[1].Interval = 2", "SensorRelay[2].Interval = 2", "status 1"]
+    """) == ["Event.IgnoreInterval = 8", "Event.RelayID = 2", "Event.FTPServerID = -1",
+             "Event.SMTPServerID = -1", "SensorRelay[1].Interval = 2", "SensorRelay[2].Interval = 2",
+             "status 1"]
