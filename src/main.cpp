@@ -1,5 +1,4 @@
 // Start, accept loop and stop of the service.
-#include <fcgi_stdio.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include "frame/control_queue.h"
 #include "frame/database.h"
 #include "frame/environment.h"
+#include "frame/gateway.h"
 #include "frame/service.h"
 #include "frame/stop.h"
 #include "frame/xml.h"
@@ -29,13 +29,6 @@ void open_standard_descriptors() {
   }
 }
 
-/// Waits for the next request; false when the service is to end: it was told to stop, libfcgi gives up, or
-/// this is a plain CGI program whose one request is done.
-bool accept_request() {
-  const psia::StopSignalsAllowed allowed;
-  return !psia::stop_requested() && FCGI_Accept() >= 0;
-}
-
 void handle_request(psia::Service& service) {
   const int level = psia::check_access(service.database, std::getenv("HTTP_AUTHORIZATION"));
   if (level < 0) return;
@@ -47,15 +40,6 @@ void handle_request(psia::Service& service) {
                            .content_length = std::getenv("CONTENT_LENGTH"),
                            .level = level,
                            .tail = ""});
-}
-
-/// Ends the request. libfcgi then waits up to 2 s for the web server to close the connection; not when the
-/// service is to end.
-void finish_request() {
-  if (!psia::stop_requested()) return FCGI_Finish();
-  FCGI_fflush(FCGI_stdout);  // the answer goes out first, whole
-  const psia::StopSignalsAllowed allowed;
-  FCGI_Finish();
 }
 
 }  // namespace
@@ -78,11 +62,12 @@ int main(int argc, char** argv) {
   if (!time_zones || !psia::tz_table_fill(*time_zones)) return EXIT_FAILURE;
 
   psia::Service service{environment, database, *queues, *time_zones};
-  while (accept_request()) {
+  psia::Gateway gateway;
+  while (gateway.accept()) {
     environment.restore_tz();
     queues->begin_request();
     handle_request(service);
-    finish_request();
+    gateway.finish();
   }
   return EXIT_SUCCESS;
 }

@@ -201,7 +201,7 @@ void read_notification_methods(Service& service, const Request& request) {
 
 /// Servers can be changed this way, not added; the formats are fixed.
 void write_notification_methods(Service& service, const Request& request) {
-  store_document(request, "EventNotificationMethods", [&](XmlElement root) {
+  store_document(service, request, "EventNotificationMethods", [&](XmlElement root) {
     for (const XmlElement child : root) {
       for (const ServerKind* kind : {&kMailServers, &kFtpServers}) {
         if (child.is(kind->list_element)) store_each(service, child, *kind, kind->update);
@@ -218,7 +218,7 @@ void list_servers(Service& service, const Request& request, const ServerKind& ki
 }
 
 void update_servers(Service& service, const Request& request, const ServerKind& kind) {
-  store_document(request, kind.list_element,
+  store_document(service, request, kind.list_element,
                  [&](XmlElement root) { store_each(service, root, kind, kind.update); });
 }
 
@@ -226,7 +226,7 @@ void add_servers(Service& service, const Request& request, const ServerKind& kin
   if (kind.count(service.database).number(0, 0) >= kMostServers) {
     return answer_status(request, Status::kDeviceError);
   }
-  store_document(request, kind.list_element,
+  store_document(service, request, kind.list_element,
                  [&](XmlElement root) { store_each(service, root, kind, kind.insert); });
 }
 
@@ -243,7 +243,7 @@ void read_server(Service& service, const Request& request, const ServerKind& kin
 }
 
 void update_server(Service& service, const Request& request, const ServerKind& kind) {
-  store_document(request, kind.element,
+  store_document(service, request, kind.element,
                  [&](XmlElement root) { (void)kind.update(service.database, server_of(root, kind)); });
 }
 

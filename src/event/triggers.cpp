@@ -295,7 +295,7 @@ void read_event(Service& service, const Request& request) {
 
 /// Changes the triggers only; servers in the document are not looked at.
 void write_event(Service& service, const Request& request) {
-  store_document(request, "EventNotification", [&](XmlElement root) {
+  store_document(service, request, "EventNotification", [&](XmlElement root) {
     TriggerChange change;
     change.combined = true;
     for (const XmlElement child : root) {
@@ -314,7 +314,7 @@ void list_triggers(Service& service, const Request& request) {
 }
 
 void write_triggers(Service& service, const Request& request) {
-  store_document(request, "EventTriggerList", [&](XmlElement root) {
+  store_document(service, request, "EventTriggerList", [&](XmlElement root) {
     TriggerChange change;
     take_trigger_list(service, root, change);
   });
@@ -331,7 +331,7 @@ void read_trigger(Service& service, const Request& request) {
 
 /// The id in the URL says which trigger is changed, not the one in the body.
 void write_trigger(Service& service, const Request& request) {
-  store_document(request, "EventTrigger", [&](XmlElement root) {
+  store_document(service, request, "EventTrigger", [&](XmlElement root) {
     TriggerChange change;
     take_trigger(service, root, change);
     apply_trigger(service, request.tail, change);
@@ -353,7 +353,7 @@ void list_notifications(Service& service, const Request& request) {
 }
 
 void write_notifications(Service& service, const Request& request) {
-  store_document(request, "EventTriggerNotificationList", [&](XmlElement root) {
+  store_document(service, request, "EventTriggerNotificationList", [&](XmlElement root) {
     TriggerChange change;
     take_notification_list(service, root, change);
     apply_links(service, trigger_id_of(request).c_str(), change.links);
@@ -362,7 +362,7 @@ void write_notifications(Service& service, const Request& request) {
 
 /// Replaces the links rather than adding one.
 void post_notification(Service& service, const Request& request) {
-  store_document(request, "EventTriggerNotification", [&](XmlElement root) {
+  store_document(service, request, "EventTriggerNotification", [&](XmlElement root) {
     TriggerChange change;
     take_notification(service, root, change);
     apply_links(service, trigger_id_of(request).c_str(), change.links);
@@ -384,7 +384,7 @@ void read_notification(Service& service, const Request& request) {
 }
 
 void write_notification(Service& service, const Request& request) {
-  store_document(request, "EventTriggerNotification", [&](XmlElement root) {
+  store_document(service, request, "EventTriggerNotification", [&](XmlElement root) {
     TriggerChange change;
     take_notification(service, root, change);
     if (is_trigger(service, trigger_id_of(request).c_str())) apply_first_link(service, change.links);

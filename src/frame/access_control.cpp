@@ -46,6 +46,17 @@ int refuse(int result) {
   return result;
 }
 
+Rows find_user(Database& database, const Credentials& credentials) {
+  return database.query("select * from User where UserID='%s'", credentials.user.c_str());
+}
+
+int level_of(const Rows& user, const Credentials& credentials) {
+  if (!user.found()) return refuse(-3);
+  if (!same_password(credentials.password, user.text(0, 1))) return refuse(-2);
+  if (user.is_null(0, 2)) return refuse(-3);
+  return user.number(0, 2);
+}
+
 }  // namespace
 
 std::size_t decode_base64(const char* text, char* output, std::size_t limit) {
@@ -93,11 +104,11 @@ Credentials decode_credentials(const char* authorization) {
 int check_access(Database& database, const char* authorization) {
   if (authorization == nullptr) return refuse(-1);
   const Credentials credentials = decode_credentials(authorization);
-  const Rows user = database.query("select * from User where UserID='%s'", credentials.user.c_str());
-  if (!user.found()) return refuse(-3);
-  if (!same_password(credentials.password, user.text(0, 1))) return refuse(-2);
-  if (user.is_null(0, 2)) return refuse(-3);
-  return user.number(0, 2);
+  database.follow_moved_file();
+  const Rows user = find_user(database, credentials);
+  if (!user.unreadable()) return level_of(user, credentials);
+  database.open_again();
+  return level_of(find_user(database, credentials), credentials);
 }
 
 }  // namespace psia

@@ -26,9 +26,10 @@ long long announced_length(const Request& request, long long limit) {
 /// Takes what has come of the body, at most `size` bytes, and waits only for the first one. 0 when none will
 /// come any more.
 std::size_t take(char* to, std::size_t size) {
-  BodyAwaited::waits_again();
+  BodyAwaited::begin_wait();
   FCGX_Stream* const stream = FCGI_stdin->fcgx_stream;
   if (stream == nullptr) {  // a plain CGI program; nobody else reads its standard input
+    if (!BodyAwaited::wait_until_readable(STDIN_FILENO)) return 0;
     return static_cast<std::size_t>(std::max<ssize_t>(::read(STDIN_FILENO, to, size), 0));
   }
   const int first = FCGX_GetChar(stream);

@@ -25,7 +25,6 @@ enum Result { kDone = 0, kBusy = 1, kFailed = 2 };
 
 /// The id of an existing queue, or -1 when the service is told to stop before there is one.
 int find_queue(key_t key) {
-  const StopSignalsAllowed allowed;
   while (!stop_requested()) {
     const int queue = msgget(key, 0666);
     if (queue >= 0) return queue;
@@ -49,7 +48,7 @@ void drain(int queue) {
 }  // namespace
 
 bool ControlQueues::may_send() const {
-  return sent_ == 0 || (sent_ < kMaxMessagesPerRequest && !stop_waiting());
+  return sent_ == 0 || (sent_ < kMaxMessagesPerRequest && !stop_requested());
 }
 
 /// Puts the message into the queue. A full queue holds the service up until the daemons make room, but not
@@ -57,7 +56,6 @@ bool ControlQueues::may_send() const {
 bool ControlQueues::send_request(const ControlMessage& message) const {
   if (msgsnd(requests_, &message, ControlMessage::kTextSize, IPC_NOWAIT) == 0) return true;
   if (errno != EAGAIN) return false;
-  const StopSignalsAllowed allowed;
   while (msgsnd(requests_, &message, ControlMessage::kTextSize, 0) == -1) {
     if (errno != EINTR || stop_requested()) return false;
   }

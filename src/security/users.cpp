@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <cstring>
+#include <optional>
 
 #include "frame/numbers.h"
 #include "frame/response.h"
@@ -36,6 +37,46 @@ bool take_account(XmlElement element, Account& account) {
 bool store_password(Database& database, const Account& account) {
   return database.execute("update User set Password='%s' where UserID='%s'", account.password.c_str(),
                           account.name.c_str());
+}
+
+/// Stores the passwords of a User element up to the first statement that fails. False when one failed,
+/// nothing when the element asks for none.
+std::optional<bool> store_passwords(Database& database, XmlElement user, Account& account) {
+  std::optional<bool> stored;
+  for (const XmlElement child : user) {
+    if (!take_account(child, account) || is_name(account.name, "anonymous")) continue;
+    stored = store_password(database, account);
+    if (!*stored) break;
+  }
+  return stored;
+}
+
+bool has_several_passwords(XmlElement root) {
+  int passwords = 0;
+  for (const XmlElement child : root)
+    passwords += child.is("password") ? 1 : 0;
+  return passwords > 1;
+}
+
+enum class Added {
+  kAll,
+  kUntilRefusal,  // by the look for the name: it exists, or the look failed
+  kUntilFailure,  // of an insert
+};
+
+Added insert_users(Database& database, XmlElement root) {
+  Account account;
+  for (const XmlElement child : root) {
+    if (!take_account(child, account)) continue;
+    const Rows same = database.query("select count(*) from User where UserID='%s'", account.name.c_str());
+    if (!same.found() || same.number(0, 0) > 0) return Added::kUntilRefusal;
+    if (!database.execute("insert into User values('%s', '%s', 2)", account.name.c_str(),
+                          account.password.c_str())) {
+      return Added::kUntilFailure;
+    }
+    account = {};
+  }
+  return Added::kAll;
 }
 
 /// What a User element holds, and its end; the login name is also the id.
@@ -72,35 +113,30 @@ void change_passwords(Service& service, const Request& request) {
   const XmlDocument document = read_document(request, "UserList");
   if (!document) return answer_status(request, Status::kDeviceError);
   Account account;  // kept from one User to the next: a password without a name is for the user before it
+  int stored = 0;
+  int failed = 0;
+  Transaction transaction(service.database);
   for (const XmlElement user : document.root()) {
     if (!user.is("User")) continue;
-    for (const XmlElement child : user) {
-      if (!take_account(child, account) || is_name(account.name, "anonymous")) continue;
-      if (store_password(service.database, account)) continue;
-      answer_status(request, Status::kDeviceError);  // clients receive it and the closing answer
-      break;
+    if (const std::optional<bool> result = store_passwords(service.database, user, account)) {
+      ++(*result ? stored : failed);
     }
   }
-  answer_status(request, Status::kOk);
+  if (!transaction.commit()) failed += stored;
+  for (; failed > 0; --failed)
+    answer_status(request, Status::kDeviceError);
+  answer_status(request, Status::kOk);  // clients receive it behind the others
 }
 
 void add_users(Service& service, const Request& request) {
   const XmlDocument document = read_document(request, "User");
   if (!document) return answer_status(request, Status::kDeviceError);
-  Account account;
-  for (const XmlElement child : document.root()) {
-    if (!take_account(child, account)) continue;
-    const Rows same =
-        service.database.query("select count(*) from User where UserID='%s'", account.name.c_str());
-    if (!same.found() || same.number(0, 0) > 0) return answer_status(request, Status::kDeviceError);
-    if (!service.database.execute("insert into User values('%s', '%s', 2)", account.name.c_str(),
-                                  account.password.c_str())) {
-      answer_status(request, Status::kDeviceError);  // clients receive it and the closing answer
-      break;
-    }
-    account = {};
-  }
-  answer_status(request, Status::kOk);
+  std::optional<Transaction> transaction;
+  if (has_several_passwords(document.root())) transaction.emplace(service.database);
+  Added added = insert_users(service.database, document.root());
+  if (transaction && !transaction->commit()) added = Added::kUntilFailure;
+  if (added != Added::kAll) answer_status(request, Status::kDeviceError);
+  if (added != Added::kUntilRefusal) answer_status(request, Status::kOk);  // also behind the other
 }
 
 void delete_users(Service& service, const Request& request) {
