@@ -49,7 +49,7 @@ def status(code, uri):
 <statusCode>{code}</statusCode>
 <!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, \
 6-Invalid XML content; 7-Reboot Required -->
-<statusString>{STATUSES[code]}</statusString>
+<statusString>{STATUSES.get(code)}</statusString>
 <id>1</id>
 </ResponseStatus>
 """)
@@ -69,8 +69,10 @@ MESSAGES = {1: ("picture", [("source", 12, 0)]), 2: ("encoder", [("master", 16, 
             11: ("export", []), 31: ("addressing", []), 33: ("name servers", [("servers", 12, 256)]),
             37: ("RTSP port", [])}
 # Numbers of system calls on this machine; an emulator may use another one of two that do the same.
-SYSTEM_CALLS = {"x86_64": {"read": [0], "msgsnd": [69], "clock_nanosleep": [230], "accept": [43, 288]},
-                "aarch64": {"read": [63], "msgsnd": [189], "clock_nanosleep": [115], "accept": [202, 242]}}
+SYSTEM_CALLS = {"x86_64": {"read": [0], "poll": [7, 271], "msgsnd": [69], "clock_nanosleep": [230],
+                           "accept": [43, 288]},
+                "aarch64": {"read": [63], "poll": [73], "msgsnd": [189], "clock_nanosleep": [115],
+                            "accept": [202, 242]}}
 RECORD = struct.calcsize("@l") + 4112
 libc = ctypes.CDLL(None, use_errno=True)
 
@@ -105,6 +107,10 @@ class Queue:
     def send(self, record, size=4112):
         """Whether there was room."""
         return libc.msgsnd(self.number(), record, size, self.NOWAIT) == 0
+
+    def fill(self):
+        while self.send(b"\1".ljust(RECORD, b"\0")):
+            pass
 
 
 class Message:
@@ -146,23 +152,30 @@ REQUESTS, REPLIES = Queue(1111), Queue(2222)
 class Connection:
     """A FastCGI client, as a web server is one."""
 
-    def __init__(self, variables, body, finished=True, keep=False):
+    def __init__(self, variables, body, **options):
         self.socket = socket.socket(socket.AF_UNIX)
         self.socket.connect(SOCKET)
-        self.send(variables, body, finished, keep)
+        self.rest = b""
+        self.send(variables, body, **options)
 
     @staticmethod
     def stream(kind, content, end=True):
         pieces = [content[i:i + 65535] for i in range(0, len(content), 65535)] + [b""] * end
         return b"".join(struct.pack(">BBHHBx", 1, kind, 1, len(piece), 0) + piece for piece in pieces)
 
-    def send(self, variables, body, finished=True, keep=False):
+    def send(self, variables, body, finished=True, keep=False, first=None):
+        """`first`: so many bytes are sent now; `send_rest` sends the others."""
         def length(text):
             return bytes([len(text)]) if len(text) < 128 else struct.pack(">I", len(text) | 1 << 31)
         pairs = [(name.encode(), value.encode()) for name, value in variables.items()]
         parameters = b"".join(length(name) + length(value) + name + value for name, value in pairs)
         begin = struct.pack(">BBHHBx", 1, 1, 1, 8, 0) + struct.pack(">HB5x", 1, keep)
-        self.send_bytes(begin + self.stream(4, parameters) + self.stream(5, body, finished))
+        request = begin + self.stream(4, parameters) + self.stream(5, body, finished)
+        self.rest = b"" if first is None else request[first:]
+        self.send_bytes(request[:first])
+
+    def send_rest(self):
+        self.send_bytes(self.rest)
 
     def send_more(self, body):
         self.send_bytes(self.stream(5, body, end=False))
@@ -224,6 +237,7 @@ class Camera:
         self.program = program
         self.process = None
         self.environment = {}  # of every service that is started
+        self.settings_content = self.settings_values = None  # as they were read last
         for path, content in FACTORY_FILES.items():
             path.write_bytes(content)
         REQUESTS.create()
@@ -251,9 +265,11 @@ class Camera:
         return self.wait_for_exit()
 
     def wait_for_exit(self):
-        result = self.process.wait(20)
-        self.process = None
-        return result
+        try:
+            return self.process.wait(20)
+        finally:
+            self.process.kill()  # one that does not end
+            self.process = None
 
     def end(self):
         if self.process is not None:
@@ -303,6 +319,13 @@ class Camera:
 
     def settings(self):
         """All values of all tables: {("Event", rowid): {"Week": 62, ...}, ...}."""
+        content = DATABASE.read_bytes()
+        if content != self.settings_content:  # reading them is slow
+            self.settings_content, self.settings_values = content, self.read_settings()
+        return self.settings_values
+
+    @staticmethod
+    def read_settings():
         connection = sqlite3.connect(DATABASE)
         connection.row_factory = sqlite3.Row
         tables = [name for name, in connection.execute("select name from sqlite_master where type='table'")]
@@ -331,8 +354,9 @@ class Camera:
 
     # Requests.
 
-    def begin(self, method, uri, body="", user="admin:admin", variables=None, finished=True, keep=False):
-        """Sends a request. `variables` add to or replace those of a web server; None takes one away."""
+    def begin(self, method, uri, body="", user="admin:admin", variables=None, **options):
+        """Sends a request. `variables` add to or replace those of a web server; None takes one away. The
+        options are those of Connection.send."""
         content = body if isinstance(body, bytes) else body.encode()
         given = {"REQUEST_METHOD": method, "REQUEST_URI": uri}
         if user:
@@ -342,7 +366,7 @@ class Camera:
         given |= variables or {}
         Camera.last_request = f"{method} {uri}\n{content[:2000].decode(errors='replace')}"
         return Connection({name: value for name, value in given.items() if value is not None},
-                          content, finished, keep)
+                          content, **options)
 
     def call(self, *request, **options):
         """The answer to a request during which no daemon works."""
