@@ -1,6 +1,6 @@
-// camera-inside: runs a command inside a new simulated camera with its daemons, and exits with the command's
-// status. The tests of deploy/ and scripts/make-reference use it.
-// Usage: camera-inside [--answer RULE]... COMMAND [ARGUMENT]...
+// camera-inside: runs a command inside a new simulated camera, with or without its daemons, and exits with the
+// command's status. The service tests, those of deploy/ and scripts/make-reference use it.
+// Usage: camera-inside [--without-daemons | --answer RULE...] COMMAND [ARGUMENT]...
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -37,6 +37,8 @@ void serve(const camera::Message& message, const std::vector<camera::AnswerRule>
 int main(int argc, char** argv) {
   std::vector<camera::AnswerRule> rules;
   int next = 1;
+  const bool daemons = argc < 2 || std::string_view(argv[1]) != "--without-daemons";
+  if (!daemons) ++next;
   for (; next + 1 < argc && std::string_view(argv[next]) == "--answer"; next += 2) {
     const auto rule = camera::parse_answer_rule(argv[next + 1]);
     if (!rule) return 2;
@@ -65,7 +67,8 @@ int main(int argc, char** argv) {
     _exit(127);
   }
   int status = 0;
-  while (command > 0 && waitpid(command, &status, WNOHANG) == 0) {
+  // Without daemons the messages are left to the command.
+  while (command > 0 && waitpid(command, &status, daemons ? WNOHANG : 0) == 0) {
     if (const auto message = camera::receive_message(std::chrono::milliseconds(20))) serve(*message, rules);
   }
   // _exit, because this process cannot start others any more, and a sanitizer's leak check would.

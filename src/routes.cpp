@@ -1,5 +1,6 @@
 #include "routes.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -207,6 +208,49 @@ constexpr auto kRoutes = std::to_array<Route>({
     {"/PSIA/Custom/Event", kPrefix, {{get(kAnyone, read_event), put(kOperator, write_event)}}},
 });
 // clang-format on
+
+/// True when `route` takes every URI that `later` takes.
+constexpr bool takes_all_of(const Route& route, const Route& later) {
+  constexpr auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : +c; };
+  const std::string_view start = later.prefix.substr(0, route.prefix.size());
+  if (!std::ranges::equal(start, route.prefix, {}, lower, lower)) return false;
+  const std::string_view rest = later.prefix.substr(start.size());
+  if (rest.empty() && later.match == route.match) return true;
+  switch (route.match) {
+    case kPrefix:
+      return true;
+    case kLonger:
+      return !rest.empty() || later.match == kNested;
+    case kNested:
+      return rest.find('/') != std::string_view::npos;
+    case kExact:
+    case kFlat:
+      return false;
+  }
+  return false;
+}
+
+constexpr bool share_a_method(const Route& route, const Route& later) {
+  for (const MethodRule& rule : route.methods) {
+    for (const MethodRule& other : later.methods) {
+      if (rule.handler == nullptr || other.handler == nullptr) continue;
+      if (std::string_view(rule.method) == other.method) return true;
+    }
+  }
+  return false;
+}
+
+/// True when some method of a row can never be reached, not even by administrators, because a row above it
+/// takes the same URIs with that method. A row above that takes them with other methods hides nothing.
+constexpr bool some_row_is_hidden() {
+  for (auto later = kRoutes.begin(); later != kRoutes.end(); ++later) {
+    for (auto route = kRoutes.begin(); route != later; ++route) {
+      if (takes_all_of(*route, *later) && share_a_method(*route, *later)) return true;
+    }
+  }
+  return false;
+}
+static_assert(!some_row_is_hidden(), "Move the row above every row whose prefix begins its own.");
 
 bool ends_with_ignoring_case(std::string_view uri, std::string_view suffix) {
   return uri.size() >= suffix.size() &&
