@@ -1,5 +1,4 @@
-// The network interface: the live state in all documents, what a change stores, sends and answers; and the
-// utilities against the real kernel, on the veth named eth0 of a private network.
+// The address utilities against the real kernel, on the veth named eth0 of a private network.
 #include <linux/capability.h>
 #include <stdio_ext.h>
 #include <sys/resource.h>
@@ -11,7 +10,6 @@
 #include <filesystem>
 
 #include "network/interface_address.h"
-#include "simulator/daemons.h"
 #include "tests/support/service_fixture.h"
 
 namespace psia_tests {
@@ -26,127 +24,6 @@ std::string ip(const std::string& commands) {
   EXPECT_EQ(pclose(output), 0) << commands;
   return {text.data(), size};
 }
-
-const std::string kUri = "/PSIA/System/Network/interfaces";
-
-/// The list of interfaces; words in capitals stand for the values that a test expects.
-const std::string kList = kLineXml + R"(<NetworkInterfaceList version="1.0" xmlns="urn:psialliance-org">
-    <NetworkInterface version="1.0">
-        <id>eth0</id>
-        <IPAddress version="1.0">
-            <ipVersion>v4</ipVersion>
-            <addressingType>TYPE</addressingType>
-            <ipAddress>ADDRESS</ipAddress>
-            <subnetMask>MASK</subnetMask>
-            <DefaultGateway>
-                <ipAddress>GATEWAY</ipAddress>
-            </DefaultGateway>
-            <PrimaryDNS>
-                <ipAddress>PRIMARY</ipAddress>
-            </PrimaryDNS>
-            <SecondaryDNS>
-                <ipAddress>SECONDARY</ipAddress>
-            </SecondaryDNS>
-        </IPAddress>
-        <Discovery version="1.0">
-            <Zeroconf>
-                <enabled>true</enabled>
-            </Zeroconf>
-        </Discovery>
-    </NetworkInterface>
-</NetworkInterfaceList>
-)";
-
-/// The document of an element which stands in `list` behind the spaces `margin`.
-std::string element_document(const std::string& list, const std::string& margin, const std::string& name) {
-  const std::string opening = margin + "<" + name + " version=\"1.0\">";
-  const std::size_t start = list.find(opening) + opening.size();
-  const std::string content = list.substr(start, list.find(margin + "</" + name + ">") - start);
-  return kLineXml + xml(name + "!(") + replaced(content, {{"\n" + margin, "\n"}}) + "</" + name + ">\n";
-}
-
-class InterfacesTest : public RunningServiceTest {
- protected:
-  /// All documents must show these values: type, address, mask, gateway and both name servers.
-  void expect_shown_everywhere(const std::array<std::string, 6>& values) {
-    const std::string list = replaced(kList, {{"TYPE", values[0]},
-                                              {"ADDRESS", values[1]},
-                                              {"MASK", values[2]},
-                                              {"GATEWAY", values[3]},
-                                              {"PRIMARY", values[4]},
-                                              {"SECONDARY", values[5]}});
-    expect_shown(kUri, list);
-    expect_shown(kUri + "/eth0", element_document(list, "    ", "NetworkInterface"));
-    expect_shown(kUri + "/eth0/ipAddress", element_document(list, "        ", "IPAddress"));
-  }
-};
-
-TEST_F(InterfacesTest, DocumentsShowTheLiveState) {
-  write_file(camera::kResolverFile, "search example\nnameserver 10.0.0.2");
-  expect_shown_everywhere({"static", "192.168.1.10", "255.255.255.0", "192.168.1.1", "10.0.0.2", ""});
-  std::filesystem::remove(camera::kResolverFile);
-  ip("address flush dev eth0\naddress add 10.1.2.3/9 dev eth0\nroute add default via 10.20.30.40 dev eth0\n");
-  run_sql("update Network set ConnectionType=2");
-  expect_shown_everywhere({"static", "10.1.2.3", "255.128.0.0", "10.20.30.40", "", ""});
-  ip("address flush dev eth0\naddress add 10.1.2.3/32 dev eth0\n");
-  run_sql("update Network set ConnectionType=1");
-  expect_shown_everywhere({"dynamic", "10.1.2.3", "255.255.255.255", "0.0.0.0", "", ""});
-  ip("address flush dev eth0\n");
-  run_sql("delete from Network");
-  expect_shown_everywhere({"dynamic", "0.0.0.0", "0.0.0.0", "0.0.0.0", "", ""});
-  expect_shown(kUri + "/eth0/discovery", element_document(kList, "        ", "Discovery"));
-}
-
-TEST_F(InterfacesTest, WhatTheDaemonHasAppliedIsShown) {
-  camera::Message servers;
-  camera::put_integer(servers, 4, 33);
-  camera::put_text(servers, 12, "10.0.0.2-10.0.0.3");
-  (void)effect(
-      {.method = "PUT", .uri = kUri + "/eth0/ipAddress", .body = xml("IPAddress(addressingType=dhcp)")});
-  for (const camera::Message& message : {servers, messages.at(0)})
-    EXPECT_EQ(camera::integer_at(camera::perform(message), 8), 0);
-  expect_shown_everywhere(
-      {"dynamic", "192.168.1.20", "255.255.255.0", "192.168.1.1", "10.0.0.2\n", "10.0.0.3\n"});
-}
-
-TEST_F(InterfacesTest, ChangesAreStoredAndSent) {
-  // The last occurrence wins; a name server's element clears what came before, the gateway's does not. Every
-  // other type than static is dynamic: the type alone is stored and no name servers are sent. The last
-  // message sent decides the answer. Failures before the message change nothing.
-  expect_effects("S31 := " + std::string(31, '7') + R"(
-always := update Network set ConnectionType=3, IPAddress='-', SubnetMask='-', Gateway='-'
-FULL := ipVersion=v4 addressingType=static ipAddress=a subnetMask=m DefaultGateway(ipAddress=g) PrimaryDNS(ipAddress=p)
- SecondaryDNS(ipAddress=s)
-STORED := Network ConnectionType=0 IPAddress=
-PUT /PSIA/System/Network/interfaces/eth0 networkINTERFACE(ID=ETH0 ipaddress(IPVERSION=V4 ADDRESSINGTYPE=STATIC
- IPADDRESS=a SUBNETMASK=m DEFAULTGATEWAY(IPADDRESS=g) PRIMARYDNS(IPADDRESS=p) SECONDARYDNS(IPADDRESS=s)) IPAddress()) =>
- STOREDa SubnetMask=m Gateway=g; message 31; message 33 servers=p-s; status 1
-NetworkInterface(IPAddress(addressingType=static)) =>
- STORED SubnetMask= Gateway=; message 31; message 33 servers=-; status 1
-NetworkInterface(IPAddress(addressingType=dhcp FULL ipAddress=b subnetMask= DefaultGateway(ipAddress=c ipAddress=d)
- DefaultGateway() PrimaryDNS() SecondaryDNS())) =>
- STOREDb SubnetMask= Gateway=d; message 31; message 33 servers=-; status 1
-NetworkInterface(IPAddress(addressingType=static ipAddress=S31x subnetMask=S31x DefaultGateway(ipAddress=S31x)
- PrimaryDNS(ipAddress=S31x) SecondaryDNS(ipAddress=S31x))) =>
- STOREDS31 SubnetMask=S31 Gateway=S31; message 31; message 33 servers=S31-S31; status 1
-NetworkInterface(IPAddress(addressingType=static ipAddress=&lt;%s&gt; DefaultGateway(x=1) PrimaryDNS(ipAddress=%s'%%n))) =>
- STORED<%s> SubnetMask= Gateway=; message 31; message 33 servers=%s'%%n-; status 1
-{NetworkInterface(FULL)|NetworkInterface(id=eth1 IPAddress(FULL))|NetworkInterface(IPAddress(FULL) id=)} => status 3
-NetworkInterface(IPAddress(FULL ipVersion=`v4 `)) => status 3
-IPAddress(FULL) => status 5
-PUT /PSIA/System/Network/interfaces/eth0/ipAddress IPAddress(FULL) <- 0 1 =>
- STOREDa SubnetMask=m Gateway=g; message 31; message 33 servers=p-s; status 2
-IPAddress(FULL) <- 2 => STOREDa SubnetMask=m Gateway=g; message 31; status 3
-IPAddress(FULL addressingType=static1) <- 1 => Network ConnectionType=1; message 31; status 2
-IPAddress({|ipAddress=1.2.3.4|ipVersion=v6 FULL|FULL ipVersion=|FULL ipAddress='or'1'='1}) => status 3
-create trigger refuse before update on Network begin select raise(abort, 'no'); end ::
- IPAddress({FULL|addressingType=dhcp}) => status 3
-"no XML" => status 3
-NetworkInterface(IPAddress(FULL)) => status 5
-)");
-}
-
-// The utilities.
 
 using namespace psia;  // NOLINT(google-build-using-namespace): nothing else is tested below
 
