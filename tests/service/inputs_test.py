@@ -5,7 +5,7 @@ AUDIO = "/PSIA/System/Audio/channels/1"
 VIDEO = "/PSIA/System/Video/inputs/channels/1"
 
 
-def test_audio_is_enabled_by_any_number_but_0_and_not_without_a_row(camera):
+def test_audio_is_enabled_by_any_number_but_0(camera):
     camera.execute("update Audio set Enable=2")
     assert camera.shown(AUDIO, "enabled") == ["true"]
     camera.execute("update Audio set AudioID=1")

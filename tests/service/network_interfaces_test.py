@@ -39,14 +39,13 @@ def test_the_type_shown_is_the_stored_one_and_dynamic_without_one(camera):
     assert camera.shown(ADDRESS, "addressingType") == ["dynamic"]
 
 
-def test_the_last_element_counts_and_texts_are_cut_at_31_characters(camera):
+def test_later_elements_count_and_texts_are_cut_at_31_characters(camera):
     kept, given = "7" * 31, "7" * 32
     assert camera.effects("PUT", INTERFACE, f"""
         <NetworkInterface>
           <id>ETH0</id>
           <IPAddress>
             <ipVersion>V4</ipVersion>
-            <addressingType>dhcp</addressingType>
             <addressingType>STATIC</addressingType>
             <ipAddress>{given}</ipAddress>
             <subnetMask>{given}</subnetMask>
@@ -56,7 +55,6 @@ def test_the_last_element_counts_and_texts_are_cut_at_31_characters(camera):
             <PrimaryDNS></PrimaryDNS>
             <SecondaryDNS><ipAddress>{given}</ipAddress></SecondaryDNS>
           </IPAddress>
-          <Discovery><ipAddress>d</ipAddress></Discovery>
         </NetworkInterface>
         """) == [f"Network.IPAddress = {kept}", f"Network.SubnetMask = {kept}", f"Network.Gateway = {kept}",
                  "message 31 addressing", f"message 33 name servers: servers = -{kept}", "status 1"]
@@ -74,6 +72,8 @@ def test_the_reply_to_the_last_message_is_the_answer(camera, kind, replies, effe
           <addressingType>{kind}</addressingType>
           <ipAddress>a</ipAddress>
           <PrimaryDNS><ipAddress>%s'%%n</ipAddress></PrimaryDNS>
+          <SecondaryDNS><ipAddress>b</ipAddress></SecondaryDNS>
+          <SecondaryDNS></SecondaryDNS>
         </IPAddress>""", replies) == effects
 
 

@@ -102,9 +102,12 @@ def test_the_smallest_size_is_shown_without_a_choice(camera):
     assert "<videoResolutionWidth>144<" in document and "<videoResolutionHeight>112<" in document
 
 
-@pytest.mark.parametrize("table, height", [("Spec", "1024"), ("System", "720")])
-def test_without_a_row_the_sensor_is_small_and_its_mode_not_4_to_3(camera, table, height):
-    camera.execute(f"delete from {table}; update VideoSource set CaptureMode=1")
+@pytest.mark.parametrize("statement, height", [
+    ("delete from Spec; update VideoEncoder set Resolution=5", "1080"),
+    ("delete from System", "720"),
+])
+def test_without_a_row_the_sensor_is_small_and_not_4_to_3(camera, statement, height):
+    camera.execute(statement + "; update VideoSource set CaptureMode=1")
     assert camera.shown(SLAVE, "videoResolutionHeight") == [height]
 
 
@@ -123,5 +126,6 @@ def test_a_missing_encoder_or_row_is_a_device_error(camera, statement, uri):
 def test_without_a_row_an_encoder_has_usual_values(camera):
     camera.execute("delete from VideoEncoder")
     assert camera.shown(MASTER, "videoCodecType") == ["H.264"]
+    assert camera.shown(MASTER, "fixedQuality") == ["50"]
     assert camera.shown(MASTER, "maxFrameRate") == ["1500"]
     assert camera.shown(MASTER, "keyFrameInterval") == ["1000"]

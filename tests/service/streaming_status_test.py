@@ -15,13 +15,13 @@ def test_urls_of_39_characters_are_the_slave_stream(camera, identifier, addresse
     assert camera.shown(CHANNELS + identifier + "/STATUS", "ipAddress") == addresses
 
 
-def test_percent_signs_are_shown_as_stored_by_one_stream_and_halved_by_all(camera):
+def test_percent_signs_are_shown_as_stored_and_halved_by_all(camera):
     camera.execute("update ClientList set Address='%%%%d%s%%'")
     assert camera.shown(CHANNELS + "Slave-0/status", "ipAddress") == ["%%%%d%s%%"]
     assert camera.shown(STATUS, "ipAddress") == ["%d%s%"] * 3
 
 
-def test_without_viewers_one_stream_is_a_device_error_and_all_streams_are_empty(camera):
+def test_one_stream_without_viewers_is_a_device_error_all_are_empty(camera):
     camera.execute("update ClientList set StreamName='slave-0'")
     assert camera.effects("GET", CHANNELS + "Slave-0/status") == ["status 3"]
     camera.execute("delete from ClientList")

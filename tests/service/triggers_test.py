@@ -3,11 +3,11 @@ import pytest
 
 TRIGGERS = "/PSIA/Custom/Event/triggers"
 SENSOR = TRIGGERS + "/Sensor-0"
-# A second server of each kind, and numbers that no update stores, so that no link is taken for another.
+# A second server of each kind, and numbers that no update stores.
 OTHERS = """
     insert into FTPServer values (11, 'FTP-11', 'h', 21, '', '', '');
     insert into SMTPServer values (21, 'Mail-21', 'h', 25, '', '', '', '', '', '', 0);
-    update Event set RelayID=8, FTPServerID=8, SMTPServerID=8;"""
+    update Event set IgnoreInterval=77, RelayID=8, FTPServerID=8, SMTPServerID=8;"""
 UNLINKED = ["Event.RelayID = -1", "Event.FTPServerID = -1", "Event.SMTPServerID = -1", "status 1"]
 
 
@@ -58,14 +58,14 @@ def test_without_a_sensor_or_a_known_id_a_read_is_refused(camera, statement, uri
 
 @pytest.mark.parametrize("name, method, relay, ftp, mail", [
     ("Relay-1", "Io", 1, -1, -1),
-    ("FTP-11", "ftp", -1, 11, -1),
     ("Mail-21", "smtp", -1, -1, 21),
+    ("n" * 128, "ftp", -1, 11, -1),  # 127 characters count
     # No link: the method is not that of the server, and what documents call "email" is "SMTP" in a request.
     ("FTP-1", "IO", -1, -1, -1),
     ("Mail-21", "email", -1, -1, -1),
 ])
 def test_a_notification_replaces_all_links(camera, name, method, relay, ftp, mail):
-    camera.execute(OTHERS)
+    camera.execute(OTHERS + f"update FTPServer set Alias='{'n' * 127}' where FTPServerID=11")
     assert camera.effects("PUT", SENSOR + "/notifications", f"""
         <EventTriggerNotificationList>
           <EventTriggerNotification>
@@ -113,16 +113,13 @@ def test_triggers_and_notifications_keep_what_the_one_before_set(camera):
 
 
 @pytest.mark.parametrize("url, body, effects", [
-    ("Sensor-0", "Relay-1", ["Event.IgnoreInterval = 12", *UNLINKED]),
+    ("Sensor-0", "Relay-1", ["Event.IgnoreInterval = 5", *UNLINKED]),
     ("Relay-1", "Sensor-0", ["status 1"]),
 ])
 def test_of_one_trigger_the_id_of_the_url_counts(camera, url, body, effects):
     camera.execute(OTHERS)
     assert camera.effects("PUT", f"{TRIGGERS}/{url}", f"""
-        <EventTrigger>
-          <id>{body}</id>
-          <intervalBetweenEvents>12</intervalBetweenEvents>
-        </EventTrigger>""") == effects
+        <EventTrigger><id>{body}</id></EventTrigger>""") == effects
 
 
 @pytest.mark.parametrize("uri, effects", [
