@@ -372,6 +372,10 @@ class Camera:
         """The answer to a request during which no daemon works."""
         return self.begin(*request, **options).receive()[0]
 
+    def shown(self, uri, element):
+        """The texts of the elements of this name that a GET answers or prints, in order."""
+        return re.findall(f"<{element}(?: [^>]*)?>([^<]*)<", self.effects("GET", uri)[-1])
+
     def effects(self, method, uri, body="", replies=(), **options):
         """All that follows from a request, in this order: what is stored before each message, the message,
         what is stored at the end, what is printed, what is reported, the answer. The daemons answer the
