@@ -64,8 +64,6 @@ class TextBuffer {
   [[nodiscard]] const char* data() const { return data_; }
   /// Bytes of text; no zero byte follows them.
   [[nodiscard]] std::size_t length() const { return length_; }
-  /// Bytes of text that fit before the buffer must grow.
-  [[nodiscard]] std::size_t capacity() const { return capacity_; }
 
  private:
   void append_all(const Piece* pieces, std::size_t count);

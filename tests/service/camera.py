@@ -2,6 +2,7 @@
 the database and on the message queues, what the process prints. A test file is run by camera-inside."""
 import base64
 import ctypes
+import datetime
 import mmap
 import os
 import pathlib
@@ -53,6 +54,17 @@ def status(code, uri):
 <id>1</id>
 </ResponseStatus>
 """)
+
+
+def elements(answer):
+    """The texts of a document by the names of their elements."""
+    return dict(re.findall(r"<(\w+)>([^<]*)</", answer))
+
+
+def offset_of(local_time):
+    """By how many seconds a local time that was just shown is ahead of UTC."""
+    ahead = datetime.datetime.fromisoformat(local_time + "+00:00").timestamp() - time.time()
+    return 10 * round(ahead / 10)  # the answer may be a few seconds old
 
 
 def printed(body):
@@ -141,9 +153,9 @@ class Message:
         return f"message {self.command} {name}" + (": " if told else "") + ", ".join(told)
 
 
-def reply(message, result):
+def reply(message, result, payload=b""):
     """The record by which a daemon answers."""
-    return struct.pack("@lii", message.type, message.command, result).ljust(RECORD, b"\0")
+    return (struct.pack("@lii", message.type, message.command, result) + payload).ljust(RECORD, b"\0")
 
 
 REQUESTS, REPLIES = Queue(1111), Queue(2222)
