@@ -122,8 +122,8 @@ TEST_F(DocumentLimitsTest, EachBoundIsWhereItIsSaidToBe) {
            {"<?xml version='1.0' encoding='SHIFT_JIS'?>", 32768, " "},
            {"<!DOCTYPE DeviceInfo [<!ELEMENT a ANY>]>", 32768, " "}}) {
     const std::size_t around = *piece == ' ' ? begin.size() + element("DeviceInfo", "").size() : 0;
-    const auto document = [&begin = begin, &piece = piece, around](std::size_t count) {
-      return begin + element("DeviceInfo", repeated(static_cast<int>(count - around), piece));
+    const auto document = [&head = begin, &part = piece, around](std::size_t count) {
+      return head + element("DeviceInfo", repeated(static_cast<int>(count - around), part));
     };
     EXPECT_EQ(put(kInfo, document(most)), status(1, kInfo)) << begin << piece;
     EXPECT_EQ(put(kInfo, document(most + 1)), status(3, kInfo)) << begin << piece;
