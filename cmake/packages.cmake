@@ -1,4 +1,4 @@
-# Packages: cpack --config build/CPackConfig.cmake makes a .deb and a tarball of each component.
+# Packages: the target `packages` builds what belongs into them and makes a .deb and a tarball of each component.
 
 # The processor that the compiler works for, by Debian's name where it has one.
 separate_arguments(flags UNIX_COMMAND "${CMAKE_CXX_COMPILER_ARG1} ${CMAKE_CXX_FLAGS}")
@@ -102,3 +102,5 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 
 include(CPack)
+add_custom_target(packages COMMAND ${CMAKE_CPACK_COMMAND} COMMENT "Packing" USES_TERMINAL
+  DEPENDS psia psia-rights $<$<BOOL:${PSIA_DAEMONS}>:camera-daemons>)

@@ -91,12 +91,13 @@ int open_entry(int directory, const char* name, int flags) {
   return openat(directory, name, flags | O_CLOEXEC | (only_root_writes(own) ? 0 : O_NOFOLLOW));
 }
 
-/// Opens the directory of an absolute path; on failure errno says why.
+/// Opens the directory of an absolute path, whose parts have less than 64 characters; on failure errno says
+/// why.
 Descriptor open_directory(std::string_view path) {
   Descriptor directory(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   while (directory.is_open() && !path.empty()) {
     path.remove_prefix(1);
-    const std::string_view part = path.substr(0, path.find('/'));
+    const std::string_view part(path.data(), std::min(path.find('/'), path.size()));
     std::array<char, 64> name{};
     std::copy(part.begin(), part.end(), name.begin());
     directory = Descriptor(open_entry(directory.number(), name.data(), O_RDONLY | O_DIRECTORY));
@@ -132,7 +133,7 @@ bool begins_as(int file, Kind kind) {
   if (size <= 0) return size == 0;
   const std::string_view start(buffer.data(), static_cast<std::size_t>(size));
   if (kind == Kind::kDatabase) return start == database;
-  return start.substr(0, 8) == journal || start.substr(0, 8) == done_journal;
+  return start.starts_with(journal) || start.starts_with(done_journal);
 }
 
 /// Lets the group read and write a file, and nobody else. `before` is the directory as it was before this
@@ -271,7 +272,7 @@ bool read_options(int count, char** arguments, Options& options) {
       options.makes_socket = true;
     } else if (word == "--kill" && i + 1 < count) {
       options.user = arguments[++i];
-    } else if (word.substr(0, 1) != "-" && options.group == nullptr) {
+    } else if (!word.starts_with('-') && options.group == nullptr) {
       options.group = arguments[i];
     } else {
       return false;

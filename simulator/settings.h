@@ -14,8 +14,8 @@ namespace camera {
 constexpr const char* kDatabase = "/usr/local/orvid/morvid.db";
 constexpr const char* kDefaultsDatabase = "/usr/local/orvid/conf/default.db";
 
-/// Lets the functions below work on this machine's own files, outside a private device. For camera-daemons alone,
-/// which runs on boards.
+/// Lets the functions below work on this machine's own files, outside a private device. For camera-daemons
+/// alone, which runs on boards.
 void use_settings_of_this_machine();
 
 /// Runs one or more statements. Returns an empty text, or what the database says.
@@ -25,8 +25,8 @@ void use_settings_of_this_machine();
 [[nodiscard]] std::vector<std::vector<std::string>> query(const std::string& sql,
                                                           const char* database = kDatabase);
 
-/// Puts both databases into their factory state, whatever was there; the settings come last, because start scripts
-/// wait for them. Returns an empty text or the fault.
+/// Puts both databases into their factory state, whatever was there; the settings come last, because start
+/// scripts wait for them. Returns an empty text or the fault.
 [[nodiscard]] std::string create_settings();
 
 /// Replaces every row of the settings by those of the defaults database.

@@ -11,6 +11,7 @@ import signal
 import socket
 import subprocess
 import sys
+import threading
 import time
 
 CAMERA = pathlib.Path("/usr/local")
@@ -51,18 +52,20 @@ def nothing_left():
 
 
 class Syslog:
+    """Reads all the time: the socket holds ten messages, and then logger waits."""
+
     def __init__(self):
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.socket.bind("/dev/log")
-        self.socket.setblocking(False)
-        self.text = ""
+        self.lines = []
+        threading.Thread(target=self.read, daemon=True).start()
+
+    def read(self):
+        while True:
+            self.lines.append(self.socket.recv(65536).decode())
 
     def has(self, words):
-        try:
-            while True:
-                self.text += self.socket.recv(65536).decode() + "\n"
-        except BlockingIOError:
-            return any("psia: " in line and words in line for line in self.text.splitlines())
+        return any("psia: " in line and words in line for line in self.lines)
 
 
 def prepare(build, shell):
@@ -138,7 +141,7 @@ def check_failed_start(log):
     status, said = script("start")
     assert status == 1 and "did not start" in said, said
     wait_for("nothing is left", nothing_left)
-    assert log.has("a diagnostic")
+    wait_for("the log has what it said", lambda: log.has("a diagnostic"))
 
 
 def main():

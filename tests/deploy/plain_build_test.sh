@@ -28,3 +28,7 @@ diff - <(cd root && find . -type f | sort) <<'END'
 ./opt/camera/share/psia/psia.init
 END
 grep -q '^PROGRAM=/opt/camera/libexec/psia/psia.fcgi$' root/opt/camera/share/psia/psia.init
+# Neither needs a C++ library, in the smallest build either.
+for program in psia.fcgi psia-rights; do
+  if readelf -d "build/$program" | grep -q 'libstdc++\|libgcc'; then exit 1; fi
+done
