@@ -18,10 +18,10 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/device.h"
-#include "simulator/fastcgi_client.h"
-#include "simulator/message.h"
-#include "simulator/unix_socket.h"
+#include "simulator/device/device.h"
+#include "simulator/device/message.h"
+#include "simulator/front/fastcgi_client.h"
+#include "simulator/front/unix_socket.h"
 
 namespace {
 

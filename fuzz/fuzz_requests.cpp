@@ -22,9 +22,10 @@
 #include "frame/service.h"
 #include "frame/stop.h"
 #include "frame/xml.h"
+#include "index/index_documents.h"
 #include "routes.h"
-#include "simulator/daemons.h"
-#include "simulator/device.h"
+#include "simulator/camera/daemons.h"
+#include "simulator/device/device.h"
 #include "system/time_zone_table.h"
 
 namespace {
@@ -156,7 +157,7 @@ class Camera {
     announced = 0;
     daemons_result = result;
     queues_->begin_request();
-    psia::Service service{environment_, database_, *queues_, *time_zones_};
+    psia::Service service{environment_, database_, *queues_, *time_zones_, index_documents_};
     psia::dispatch(service, request);
     std::fflush(stdout);
     std::ostringstream out;
@@ -177,6 +178,7 @@ class Camera {
   psia::Database database_;
   std::optional<psia::ControlQueues> queues_;
   psia::TzPairListOwner time_zones_{psia::tz_pair_list_create()};
+  psia::IndexDocuments index_documents_;
   unsigned int served_ = 0;
 };
 

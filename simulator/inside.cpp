@@ -1,5 +1,6 @@
-// camera-inside: runs a command inside a simulated camera of its own, with the daemons playing, and ends with
-// its status. Usage: camera-inside [--answer RULE]... COMMAND [ARGUMENT]...
+// camera-inside: runs a command inside a new simulated camera, with or without its daemons, and exits with the
+// command's status. The service tests, those of deploy/ and scripts/make-reference use it.
+// Usage: camera-inside [--without-daemons | --answer RULE...] COMMAND [ARGUMENT]...
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -13,12 +14,12 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/daemons.h"
-#include "simulator/device.h"
+#include "simulator/camera/daemons.h"
+#include "simulator/device/device.h"
 
 namespace {
 
-// The messages in words, a line each, for the command to read.
+// The command reads here which messages the daemons received, a line for each.
 constexpr const char* kMessageLog = "/usr/local/messages";
 
 void serve(const camera::Message& message, const std::vector<camera::AnswerRule>& rules) {
@@ -36,6 +37,8 @@ void serve(const camera::Message& message, const std::vector<camera::AnswerRule>
 int main(int argc, char** argv) {
   std::vector<camera::AnswerRule> rules;
   int next = 1;
+  const bool daemons = argc < 2 || std::string_view(argv[1]) != "--without-daemons";
+  if (!daemons) ++next;
   for (; next + 1 < argc && std::string_view(argv[next]) == "--answer"; next += 2) {
     const auto rule = camera::parse_answer_rule(argv[next + 1]);
     if (!rule) return 2;
@@ -46,7 +49,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%s\n", fault.c_str());
     return 1;
   }
-  // The command is the first of its own processes: when it ends, or this program does, none of them stays.
+  // The command is process 1 of a namespace: the kernel kills the others when it ends, and it dies with this
+  // program.
   if (unshare(CLONE_NEWPID) != 0) {
     std::perror("Private processes");
     return 1;
@@ -54,15 +58,19 @@ int main(int argc, char** argv) {
   const pid_t command = fork();
   if (command == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (mount("proc", "/proc", "proc", 0, nullptr) != 0) _exit(1);
+    if (mount("proc", "/proc", "proc", 0, nullptr) != 0) {
+      std::perror("Cannot mount /proc (in docker: --security-opt systempaths=unconfined)");
+      _exit(1);
+    }
     execvp(argv[next], argv + next);
     std::perror(argv[next]);
     _exit(127);
   }
   int status = 0;
-  while (command > 0 && waitpid(command, &status, WNOHANG) == 0) {
+  // Without daemons the messages are left to the command.
+  while (command > 0 && waitpid(command, &status, daemons ? WNOHANG : 0) == 0) {
     if (const auto message = camera::receive_message(std::chrono::milliseconds(20))) serve(*message, rules);
   }
-  // At once: this process can start none any more, as a sanitizer's check for leaks would.
+  // _exit, because this process cannot start others any more, and a sanitizer's leak check would.
   _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
 }

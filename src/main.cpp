@@ -1,5 +1,4 @@
 // Start, accept loop and stop of the service.
-#include <fcgi_stdio.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,27 +12,22 @@
 #include "frame/control_queue.h"
 #include "frame/database.h"
 #include "frame/environment.h"
+#include "frame/gateway.h"
 #include "frame/service.h"
 #include "frame/stop.h"
 #include "frame/xml.h"
+#include "index/index_documents.h"
 #include "routes.h"
 #include "system/time_zone_table.h"
 
 namespace {
 
-/// Web servers start FastCGI programs with descriptors 1 and 2 closed; without this the next file or
-/// connection opened would become standard output, and Event documents would be written into it.
+/// Web servers start FastCGI programs with file descriptors 1 and 2 closed. The next file or connection would
+/// then become standard output, and Event documents would be written into it.
 void open_standard_descriptors() {
   for (int descriptor = 0; descriptor <= 2; ++descriptor) {
     if (fcntl(descriptor, F_GETFD) == -1) (void)open("/dev/null", O_RDWR);  // takes the lowest free number
   }
-}
-
-/// Waits for the next request; false when the service is to end: it was told to stop, libfcgi gives up, or
-/// this is a plain CGI program whose one request is done.
-bool accept_request() {
-  const psia::StopSignalsAllowed allowed;
-  return !psia::stop_requested() && FCGI_Accept() >= 0;
 }
 
 void handle_request(psia::Service& service) {
@@ -47,15 +41,6 @@ void handle_request(psia::Service& service) {
                            .content_length = std::getenv("CONTENT_LENGTH"),
                            .level = level,
                            .tail = ""});
-}
-
-/// Ends the request. libfcgi then waits up to 2 s for the web server to close the connection; not when the
-/// service is to end.
-void finish_request() {
-  if (!psia::stop_requested()) return FCGI_Finish();
-  FCGI_fflush(FCGI_stdout);  // the answer goes out first, whole
-  const psia::StopSignalsAllowed allowed;
-  FCGI_Finish();
 }
 
 }  // namespace
@@ -77,12 +62,16 @@ int main(int argc, char** argv) {
   const psia::TzPairListOwner time_zones(psia::tz_pair_list_create());
   if (!time_zones || !psia::tz_table_fill(*time_zones)) return EXIT_FAILURE;
 
-  psia::Service service{environment, database, *queues, *time_zones};
-  while (accept_request()) {
+  const psia::IndexDocuments index_documents;
+  if (!index_documents.valid()) return EXIT_FAILURE;
+
+  psia::Service service{environment, database, *queues, *time_zones, index_documents};
+  psia::Gateway gateway;
+  while (gateway.accept()) {
     environment.restore_tz();
     queues->begin_request();
     handle_request(service);
-    finish_request();
+    gateway.finish();
   }
   return EXIT_SUCCESS;
 }

@@ -9,9 +9,9 @@ export PATH="$PATH:/usr/sbin:/sbin"
 
 # The Debian packages, named here only. To build and run the service in the simulated camera:
 run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml2-dev uuid-dev
-  libgtest-dev lighttpd iproute2 net-tools tzdata curl libfaketime sqlite3)
+  libgtest-dev lighttpd iproute2 net-tools tzdata curl libfaketime sqlite3 python3 python3-pytest)
 # and what the tests and checks need besides:
-test_packages=(clang-format clang-tidy shellcheck python3 chromium chromium-driver
+test_packages=(clang-format clang-tidy shellcheck python3 python3-pytest chromium chromium-driver
   nginx-light lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev file)
 # and what scripts/fuzz needs besides:
 fuzz_packages=(clang libclang-rt-14-dev)
@@ -61,6 +61,15 @@ Remove it, it is made anew: rm -rf '$PWD/build'"
   fi
 }
 check_build_directory
+
+# Ends the script when the simulated camera's private namespaces cannot be made.
+check_namespaces() {
+  local spaces=(--mount --ipc --net)
+  command -v unshare >/dev/null || return 0
+  if unshare "${spaces[@]}" true 2>/dev/null; then return; fi
+  unshare --user --map-root-user "${spaces[@]}" mount -t tmpfs none /usr/local 2>/dev/null ||
+    fail "$(cat simulator/device/namespaces.txt)"
+}
 
 # Installs those of the named packages that are missing.
 install_packages() {

@@ -16,12 +16,12 @@
 #include <string_view>
 #include <system_error>
 
-#include "simulator/daemons.h"
-#include "simulator/descriptor.h"
-#include "simulator/device.h"
-#include "simulator/message.h"
-#include "simulator/settings.h"
-#include "simulator/text.h"
+#include "simulator/camera/daemons.h"
+#include "simulator/device/device.h"
+#include "simulator/device/message.h"
+#include "simulator/device/settings.h"
+#include "simulator/tools/descriptor.h"
+#include "simulator/tools/text.h"
 
 namespace {
 
@@ -99,16 +99,16 @@ std::string act_and_answer(const camera::Message& message) {
   camera::Deed deed{camera::reply_to(message, camera::kResultDone), "nothing on this board changes"};
   std::string fault;
   switch (camera::command_of(message)) {
-    case 6:
+    case camera::kClock:
       fault = camera::execute("update Network set DateTimeSync=" +
                               std::to_string(camera::integer_at(message, 12)));
       deed.said = "the mode is stored, the board's clock stays";
       break;
-    case 10:
+    case camera::kFactoryReset:
       fault = camera::restore_factory_rows();
       deed.said = "the factory's rows are back";
       break;
-    case 11:
+    case camera::kExport:
       deed = camera::act_on(message);
       break;
     default:

@@ -1,14 +1,18 @@
 "use strict";
-// The simulated camera's page: what it is set to, drawn; and every resource to read and change. What the camera
-// tells about itself comes from /camera/log, everything else through the interface that all clients use.
+// The simulated camera's page: every resource to read and change, and the camera's settings, drawn. The state and the
+// journal come from /camera/log, everything else from the interface that all clients use.
 
 const $ = (id) => document.getElementById(id);
-let authorization = "";  // of the account that is signed in
-let last = 0;            // number of the newest journal entry
+const kKept = "account";  // in sessionStorage: the account stays signed in when the page is loaded again
+let authorization = "";   // of the account that is signed in
+let run = null;           // which run of the simulator the journal is of
+let last = 0;             // id of the newest journal entry
 let journal = [];
 let tables = {};
 let resources = [];
-let levels_touched = 0;  // when a slider was moved last
+let levels_touched = 0;   // when a slider was moved last
+let looking = null;       // the poll that is under way
+let seen_at = "";         // machine's time of the last poll that was answered
 
 function element(tag, properties, ...children) {
   const made = Object.assign(document.createElement(tag), properties);
@@ -21,20 +25,26 @@ const ask = (url, options) =>
 
 // Signing in and out.
 
-$("sign-in").onsubmit = async (event) => {
-  event.preventDefault();
-  const account = new TextEncoder().encode(`${$("user").value}:${$("password").value}`);
-  authorization = "Basic " + btoa(String.fromCharCode(...account));
+async function sign_in(user, credentials) {
+  authorization = credentials;
   const answer = await ask("/PSIA/System/deviceInfo").catch(() => null);
-  if (answer?.ok) {
-    $("user-name").textContent = $("user").value;
+  // A camera that restarts cannot check the account; its page is shown all the same.
+  if (answer?.ok || answer?.status === 503) {
+    sessionStorage.setItem(kKept, JSON.stringify([user, credentials]));
+    $("user-name").textContent = user;
     show_signed_in(true);
     await load_resources();
-    await look();
-  } else {
-    sign_out(!answer ? "The camera does not answer." : answer.status === 401 ? "User or password is wrong."
-      : answer.status === 503 ? "The camera restarts; try again in a moment." : `The camera answers ${answer.status}.`);
+    $("resource").focus();
+    return look();
   }
+  sign_out(!answer ? "The camera does not answer." : answer.status === 401 ? "User or password is wrong."
+    : `The camera answers ${answer.status}.`);
+}
+
+$("sign-in").onsubmit = (event) => {
+  event.preventDefault();
+  const account = new TextEncoder().encode(`${$("user").value}:${$("password").value}`);
+  sign_in($("user").value, "Basic " + btoa(String.fromCharCode(...account)));
 };
 
 function show_signed_in(signed_in) {
@@ -44,40 +54,57 @@ function show_signed_in(signed_in) {
 
 function sign_out(note) {
   authorization = "";
+  sessionStorage.removeItem(kKept);
   $("password").value = "";
   $("sign-in-note").textContent = note;
   show_signed_in(false);
+  $(note ? "password" : "user").focus();
 }
 $("sign-out").onclick = () => sign_out("");
 
-// What the camera tells, once a second.
+// The state and the journal, once a second. One poll at a time, so that no entry is taken twice.
 
-async function look() {
-  if (!authorization) return;
-  const answer = await ask(`/camera/log?since=${last}`).catch(() => null);
-  if (answer?.status === 401) return sign_out("The camera no longer takes this account.");
-  if (!answer?.ok) return show_state("no answer", false);
-  const told = await answer.json();
-  if (told.last < last) journal = [];  // another run of the camera
-  last = told.last;
-  journal = journal.concat(told.entries).slice(-200);
-  tables = told.now.tables;
-  show_state(told.now.up ? "running" : "restarting", told.now.up);
-  draw(told.now);
-  if (told.entries.length > 0) draw_journal();
+function look() {
+  looking ??= poll().finally(() => looking = null);
+  return looking;
 }
 setInterval(look, 1000);
 
-function show_state(words, good) {
-  $("state").textContent = words;
-  $("state").classList.toggle("bad", !good);
-  $("no-picture").hidden = good;
+async function poll() {
+  const asked_by = authorization;
+  if (!asked_by) return;
+  const answer = await ask(`/camera/log?since=${last}`).catch(() => null);
+  if (authorization !== asked_by) return;
+  if (answer?.status === 401) return sign_out("The camera does not take this account.");
+  const told = answer?.ok ? await answer.json().catch(() => null) : null;
+  if (!told) return show_state("no answer", `No answer. Everything shown is from ${seen_at || "an earlier time"}.`);
+  if (told.run !== run) {
+    const again = run !== null;
+    [run, last, journal] = [told.run, 0, []];
+    if (again) return poll();
+  }
+  last = told.last;
+  journal = journal.concat(told.entries).slice(-200);
+  tables = told.now.tables;
+  seen_at = new Date().toTimeString().slice(0, 8);
+  show_state(told.now.up ? "running" : "restarting", told.now.up ? "" : "The camera restarts");
+  draw(told.now);
+  if (told.entries.length > 0) draw_journal();
+}
+
+// `words` are the state's; `outage` tells why there is no picture, and is empty when there is one.
+function show_state(words, outage) {
+  if ($("state").textContent !== words) $("state").textContent = words;
+  $("state").classList.toggle("down", outage !== "");
+  $("no-picture").textContent = outage;
+  $("no-picture").hidden = outage === "";
 }
 
 const row = (table, column, id) => (tables[table] ?? []).find((found) => !column || found[column] === id) ?? {};
 
 function fill_table(id, heads, rows, none) {
-  const cells = (kind, texts) => element("tr", {}, ...texts.map((text) => element(kind, {textContent: text})));
+  const cells = (kind, texts) => element("tr", {}, ...texts.map((text) => 
+    element(kind, {textContent: text, ...(kind === "th" && {scope: "col"})})));
   $(id).replaceChildren(...(rows.length === 0 ? [element("caption", {className: "hint", textContent: none})]
     : [cells("th", heads), ...rows.map((texts) => cells("td", texts))]));
 }
@@ -101,6 +128,8 @@ function stream_size(code) {
 function draw(now) {
   const network = row("Network"), source = row("VideoSource", "VideoSourceID", "0"), audio = row("Audio", "AudioID", "0");
   $("name").textContent = $("osd-name").textContent = network.DDNSHostname || "Simulated camera";
+  document.title = `${$("name").textContent} · simulated camera`;
+  $("misbehaviour").textContent = now.answers.length > 0 ? `The daemons answer ${now.answers.join(" ")}.` : "";
   $("model").textContent = `${row("System").ModelName ?? ""} · firmware ${row("System").ModelID}.${row("System").Version}`;
   $("osd-clock").textContent = now.clock.replace("T", " ");
   const gain = (level) => (0.4 + level * 0.012).toFixed(2);  // 50 leaves the picture as it is
@@ -112,7 +141,7 @@ function draw(now) {
       slider.value = slider.nextElementSibling.value = value;
     }
   }
-  fill_table("streams", ["", "Size", "Codec", "Rate", "Quality"], (tables.VideoEncoder ?? []).map((stream) => [
+  fill_table("streams", ["Stream", "Size", "Codec", "Rate", "Quality"], (tables.VideoEncoder ?? []).map((stream) => [
     (stream.VideoEncoderID === "0" ? "Master" : "Slave") + (stream.Enable === "1" ? "" : " (off)"), stream_size(stream.Resolution),
     stream.Codec === "0" ? "MJPEG" : "H.264", `${stream.Framerate}/s`,
     stream.QualityType === "0" ? `${stream.Bitrate} kbit/s` : `variable, ${kBest[stream.Quality] ?? "medium"}`]), "No streams");
@@ -124,7 +153,7 @@ function draw(now) {
     ["Gateway", network.ConnectionType === "1" ? "as leased" : network.Gateway], ["Name servers", now.nameServers.join(", ") || "none"],
     ["Clock", `${now.clock.replace("T", " ")}, ${network.DateTimeSync === "2" ? "by NTP" : "set by hand"}`],
     ["Zone", now.zone === network.TimeZone ? now.zone : `${now.zone}; ${network.TimeZone} from the next boot on`],
-    ["NTP server", `${network.NTPServer}, every ${network.NTPInterval} min`], ["Up for", `${now.uptime} s`]]);
+    ["NTP server", `${network.NTPServer}, every ${network.NTPInterval} min`], ["Up for", now.up ? `${now.uptime} s` : "down"]]);
   draw_schedule(row("Event", "Trigger", "0"));
   draw_alarm(row("Event", "Trigger", "0"));
   fill_table("accounts", ["Name", "May"], (tables.User ?? []).map((user) => [user.UserID,
@@ -160,7 +189,7 @@ function draw_alarm(event) {
     ["Mail", mail.Alias ? `${mail.Alias}, ${mail.Address}:${mail.Port}` : "–"]]);
 }
 
-// What a request did, as the journal tells it.
+// The lines of a journal entry about what a request did.
 function effects(entry) {
   const line = (kind, text) => element("div", {}, element("span", {className: "tag", textContent: kind}), text);
   return [...entry.changes.map((text) => line(entry.method ? "row" : "", text)),
@@ -177,22 +206,26 @@ function draw_journal() {
   }));
 }
 
-// Requests. The answer as text, the words about it, and the journal's entry.
-
+// Sends a request. Gives the answer, the words about it and the journal's entry; a request without an answer gives
+// null.
 async function send(method, url, body, type) {
   const before = last, start = performance.now();
-  const answer = await ask(url, {method, body, headers: body === undefined ? {} : {"Content-Type": type}});
-  const bytes = await answer.arrayBuffer();
+  const headers = body === undefined ? {} : {"Content-Type": type};
+  const answer = await ask(url, {method, body, headers}).catch(() => null);
+  const bytes = await answer?.arrayBuffer().catch(() => null);
+  if (!bytes) return null;
   const milliseconds = Math.round(performance.now() - start);
+  await looking;  // a poll from before the answer may lack the entry
   await look();
   const asked = new URL(answer.url);
-  const entry = journal.findLast((found) => found.number > before && found.method === method &&
+  const entry = journal.findLast((found) => found.id > before && found.method === method &&
     found.url === asked.pathname + asked.search);
   const binary = answer.headers.get("Content-Type")?.includes("octet-stream") ?? false;
   const text = binary ? "" : new TextDecoder().decode(bytes);
   const code = /<statusCode>(\d+)<\/statusCode>\s*(?:<!--[^]*?-->)?\s*<statusString>([^<]*)/.exec(text);
   const words = `${answer.status} ${answer.statusText}` + (code ? ` · status ${code[1]} ${code[2]}` : "") + ` · ${milliseconds} ms`;
-  return {answer, text, bytes, binary, entry, words, good: answer.ok && (!code || code[1] === "1")};
+  const good = answer.ok && (!code || code[1] === "1");
+  return {answer, text, bytes, binary, entry, words, good, stored: !good && entry?.changes.length > 0};
 }
 
 // Two spaces deeper with each element; one that holds only text stays on one line.
@@ -213,16 +246,17 @@ $("levels").oninput = (event) => {
   event.target.nextElementSibling.value = event.target.value;
 };
 
-// The picture's row is 0, which the document's 1 does not name.
+// The picture is row 0; the id 1 that the document shows is another row.
 $("levels").onchange = async () => {
   levels_touched = Date.now();
   const level = $("levels").elements;
   const result = await send("PUT", "/PSIA/System/Video/inputs/channels/1", "<VideoInputChannel><id>0</id>" +
     `<brightnessLevel>${level.brightness.value}</brightnessLevel><contrastLevel>${level.contrast.value}</contrastLevel>` +
     `<hueLevel>${level.hue.value}</hueLevel></VideoInputChannel>`, "application/xml");
-  $("levels-note").textContent = (result.good ? "Set: " : "Refused: ") + result.words;
-  $("levels-note").className = result.good ? "hint" : "hint bad";
-  levels_touched = result.good ? levels_touched : 0;
+  $("levels-note").textContent = !result ? "Not sent: the camera does not answer." :
+    (result.good ? "Set: " : result.stored ? "Stored, but: " : "Not changed: ") + result.words;
+  $("levels-note").className = result?.good ? "hint" : "hint bad";
+  levels_touched = result?.good ? levels_touched : 0;
 };
 
 async function load_resources() {
@@ -253,22 +287,29 @@ function choose_method() {
   $("body").value = rule.body ? indent_xml(rule.body) : "";
   $("file").value = "";
   const printed = resource.printed && rule.method === "GET" ? " The answer goes to the service's standard output." : "";
-  $("may").textContent = (["Only administrators (level 0) may do this.", "Levels 0 and 1 may do this."][rule.level] ?? "Every account may do this.") + printed;
+  $("may").textContent = (["Only administrators (level 0) may do this.", "Levels 0 and 1 may do this."][rule.level] ?? "Every account of level 0 to 3 may do this.") + printed;
 }
 $("resource").onchange = choose_resource;
 $("method").onchange = choose_method;
+
+// Also removes everything that the last answer showed.
+function show_verdict(words, kind) {
+  $("verdict").textContent = words;
+  $("verdict").className = kind;
+  for (const id of ["why", "answer", "effects"]) $(id).replaceChildren();
+}
 
 $("request").onsubmit = async (event) => {
   event.preventDefault();
   const rule = resources[$("resource").value].methods.find((found) => found.method === $("method").value);
   const body = $("body").hidden ? undefined : $("file").files[0] ?? $("body").value;
-  $("verdict").textContent = "…";
-  const result = await send(rule.method, $("url").value, body, rule.type ?? "application/xml").catch((fault) => fault);
-  if (result instanceof Error) return void ($("verdict").textContent = result.message);
+  show_verdict("Waiting for the answer", "");
+  const result = await send(rule.method, $("url").value, body, rule.type ?? "application/xml");
+  if (!result) return show_verdict("The camera does not answer.", "bad");
   const printed = result.answer.status === 500 ? result.entry?.printed ?? [] : [];  // the web server's own page
-  $("verdict").textContent = result.words;
-  $("verdict").className = result.good ? "good" : "bad";
-  $("why").textContent = printed.length > 0 ? "The document below went to the service's standard output, not to the client: over FastCGI a " +
+  show_verdict(result.words, result.good ? "good" : "bad");
+  $("why").textContent = result.stored ? "The rows below changed all the same: the service stores first and then reports " +
+    "what the daemons answer." : printed.length > 0 ? "The document below went to the service's standard output, not to the client: over FastCGI a " +
     "client receives nothing here, and the web server makes an error of it. Started as a plain CGI program the service delivers it." : "";
   $("answer").textContent = printed.length > 0 ? printed.slice(1).join("\n") : indent_xml(result.text);
   $("effects").replaceChildren(...(result.entry ? effects(result.entry) : []).map((line) => element("li", {}, line)));
@@ -277,3 +318,6 @@ $("request").onsubmit = async (event) => {
       textContent: `${result.bytes.byteLength} bytes, to be saved`}));
   }
 };
+
+const [kept_user, kept_credentials] = JSON.parse(sessionStorage.getItem(kKept) ?? "[]");
+if (kept_credentials) sign_in(kept_user, kept_credentials);

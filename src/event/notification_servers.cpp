@@ -6,12 +6,12 @@
 #include "frame/response.h"
 #include "frame/service.h"
 #include "frame/xml.h"
-#include "network/interface_address.h"
+#include "network/interface_state.h"
 
 namespace psia {
 
-/// One server as a body gives it.
-struct Server {
+/// The server that a body describes.
+struct RequestedServer {
   FixedText<128> alias;
   FixedText<128> address;
   FixedText<128> account;
@@ -29,15 +29,15 @@ struct ServerKind {
   void (*append_content)(TextBuffer&, const Rows&, int row);
   Rows (*select)(Database&);
   Rows (*count)(Database&);
-  bool (*update)(Database&, const Server&);
-  bool (*insert)(Database&, const Server&);
+  bool (*update)(Database&, const RequestedServer&);
+  bool (*insert)(Database&, const RequestedServer&);
   bool (*remove)(Database&, const char* alias);
   bool (*remove_all)(Database&);
 };
 
 namespace {
 
-// Places of the columns in a row of either table.
+// Columns of both tables.
 constexpr int kAlias = 1;
 constexpr int kAddress = 2;
 constexpr int kPort = 3;
@@ -84,16 +84,16 @@ const ServerKind kMailServers = {
     .select = [](Database& database) { return database.query("select * from SMTPServer"); },
     .count = [](Database& database) { return database.query("select count(*) from SMTPServer"); },
     .update =
-        [](Database& database, const Server& server) {
+        [](Database& database, const RequestedServer& server) {
           return database.execute(
               "update SMTPServer set Address='%s', UserID='%s', Password='%s', Port=%d where Alias='%s'",
               server.address.c_str(), server.account.c_str(), server.password.c_str(), server.port,
               server.alias.c_str());
         },
-    // The statement lacks its closing parenthesis, so that the database refuses it: a mail server cannot be
-    // added over this interface, though clients are answered that it was. Intended.
+    // The statement lacks its closing parenthesis, so the database refuses it. Kept for compatibility: a mail
+    // server cannot be added over this interface, although clients receive OK.
     .insert =
-        [](Database& database, const Server& server) {
+        [](Database& database, const RequestedServer& server) {
           return database.execute(
               "insert into SMTPServer values (NULL, '%s', '%s', %d, '%s', '%s', '', '%s', '', '', 0",
               server.alias.c_str(), server.address.c_str(), server.port, server.account.c_str(),
@@ -115,14 +115,14 @@ const ServerKind kFtpServers = {
     .select = [](Database& database) { return database.query("select * from FTPServer"); },
     .count = [](Database& database) { return database.query("select count(*) from FTPServer"); },
     .update =
-        [](Database& database, const Server& server) {
+        [](Database& database, const RequestedServer& server) {
           return database.execute(
               "update FTPServer set Address='%s', UserID='%s', Password='%s', Port=%d, Path='%s' where Alias='%s'",
               server.address.c_str(), server.account.c_str(), server.password.c_str(), server.port,
               server.path.c_str(), server.alias.c_str());
         },
     .insert =
-        [](Database& database, const Server& server) {
+        [](Database& database, const RequestedServer& server) {
           return database.execute("insert into FTPServer values (NULL, '%s', '%s', %d, '%s', '%s', '%s')",
                                   server.alias.c_str(), server.address.c_str(), server.port,
                                   server.account.c_str(), server.password.c_str(), server.path.c_str());
@@ -151,8 +151,8 @@ void append_list(Service& service, TextBuffer& document, const ServerKind& kind)
   document.append("</", kind.list_element, ">");
 }
 
-Server server_of(XmlElement element, const ServerKind& kind) {
-  Server server;
+RequestedServer requested_server(XmlElement element, const ServerKind& kind) {
+  RequestedServer server;
   server.port = kind.default_port;
   for (const XmlElement child : element) {
     if (child.is("id")) child.copy_text(server.alias);
@@ -165,15 +165,15 @@ Server server_of(XmlElement element, const ServerKind& kind) {
   return server;
 }
 
-/// Runs `statement` for each server of a list. What it gives is not looked at; see store_document.
+/// Runs `statement` for each server of a list and ignores its result; see store_document.
 void store_each(Service& service, XmlElement list, const ServerKind& kind,
-                bool (*statement)(Database&, const Server&)) {
+                bool (*statement)(Database&, const RequestedServer&)) {
   for (const XmlElement child : list) {
-    if (child.is(kind.element)) (void)statement(service.database, server_of(child, kind));
+    if (child.is(kind.element)) (void)statement(service.database, requested_server(child, kind));
   }
 }
 
-constexpr int kMostServers = 3;
+constexpr int kMaxServers = 3;
 
 }  // namespace
 
@@ -199,9 +199,9 @@ void read_notification_methods(Service& service, const Request& request) {
   });
 }
 
-/// Servers can be changed this way, not added; the formats are fixed.
+/// Changes servers. Cannot add any, and ignores the formats, which are fixed.
 void write_notification_methods(Service& service, const Request& request) {
-  store_document(request, "EventNotificationMethods", [&](XmlElement root) {
+  store_document(service, request, "EventNotificationMethods", [&](XmlElement root) {
     for (const XmlElement child : root) {
       for (const ServerKind* kind : {&kMailServers, &kFtpServers}) {
         if (child.is(kind->list_element)) store_each(service, child, *kind, kind->update);
@@ -210,27 +210,27 @@ void write_notification_methods(Service& service, const Request& request) {
   });
 }
 
-void list_servers(Service& service, const Request& request, const ServerKind& kind) {
+void read_servers(Service& service, const Request& request, const ServerKind& kind) {
   print_xml(request, [&](TextBuffer& document) {
     document.append(kXmlDeclarationBare);
     append_list(service, document, kind);
   });
 }
 
-void update_servers(Service& service, const Request& request, const ServerKind& kind) {
-  store_document(request, kind.list_element,
+void write_servers(Service& service, const Request& request, const ServerKind& kind) {
+  store_document(service, request, kind.list_element,
                  [&](XmlElement root) { store_each(service, root, kind, kind.update); });
 }
 
 void add_servers(Service& service, const Request& request, const ServerKind& kind) {
-  if (kind.count(service.database).number(0, 0) >= kMostServers) {
+  if (kind.count(service.database).number(0, 0) >= kMaxServers) {
     return answer_status(request, Status::kDeviceError);
   }
-  store_document(request, kind.list_element,
+  store_document(service, request, kind.list_element,
                  [&](XmlElement root) { store_each(service, root, kind, kind.insert); });
 }
 
-void delete_servers(Service& service, const Request& request, const ServerKind& kind) {
+void remove_servers(Service& service, const Request& request, const ServerKind& kind) {
   (void)kind.remove_all(service.database);
   answer_status(request, Status::kOk);
 }
@@ -242,12 +242,12 @@ void read_server(Service& service, const Request& request, const ServerKind& kin
   });
 }
 
-void update_server(Service& service, const Request& request, const ServerKind& kind) {
-  store_document(request, kind.element,
-                 [&](XmlElement root) { (void)kind.update(service.database, server_of(root, kind)); });
+void write_server(Service& service, const Request& request, const ServerKind& kind) {
+  store_document(service, request, kind.element,
+                 [&](XmlElement root) { (void)kind.update(service.database, requested_server(root, kind)); });
 }
 
-void delete_server(Service& service, const Request& request, const ServerKind& kind) {
+void remove_server(Service& service, const Request& request, const ServerKind& kind) {
   (void)kind.remove(service.database, request.tail);
   answer_status(request, Status::kOk);
 }

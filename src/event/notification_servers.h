@@ -1,5 +1,5 @@
-// The mail and FTP servers that notifications go to. A server's alias is its id on the wire; triggers link to
-// its numeric key. Account passwords are shown in clear to every user who may read.
+// The mail and FTP servers that receive notifications. Clients know a server by its alias, triggers link to
+// its numeric key. Every user who may read sees the account passwords.
 #pragma once
 
 #include "frame/request.h"
@@ -20,26 +20,26 @@ struct ServerKind;
 extern const ServerKind kMailServers;
 extern const ServerKind kFtpServers;
 
-// What is done with the servers of either kind; `of<kMailServers, list_servers>` is the handler for mail
-// servers. The results of the statements are not told to the client.
+// Requests about the servers of either kind; `serve<kMailServers, read_servers>` is the handler for mail
+// servers. The client is not told what the statements gave.
 
-void list_servers(Service& service, const Request& request, const ServerKind& kind);
-void update_servers(Service& service, const Request& request, const ServerKind& kind);
-/// Refuses when three servers are stored. That is looked at once per request: a list longer than the room
-/// that is left is stored whole.
+void read_servers(Service& service, const Request& request, const ServerKind& kind);
+void write_servers(Service& service, const Request& request, const ServerKind& kind);
+/// Refuses when three servers are stored. It looks once per request: a list exceeding the free slots is
+/// stored whole.
 void add_servers(Service& service, const Request& request, const ServerKind& kind);
-void delete_servers(Service& service, const Request& request, const ServerKind& kind);
+void remove_servers(Service& service, const Request& request, const ServerKind& kind);
 
 /// Shows the first server there is, whatever id the URL names.
 void read_server(Service& service, const Request& request, const ServerKind& kind);
-/// The id in the body says which server is changed; the one in the URL counts for nothing.
-void update_server(Service& service, const Request& request, const ServerKind& kind);
+/// The id in the body says which server is changed; the one in the URL is ignored.
+void write_server(Service& service, const Request& request, const ServerKind& kind);
 /// Deletes the server whose alias is the request's tail.
-void delete_server(Service& service, const Request& request, const ServerKind& kind);
+void remove_server(Service& service, const Request& request, const ServerKind& kind);
 
-template <const ServerKind& kKind, void (*kServe)(Service&, const Request&, const ServerKind&)>
-void of(Service& service, const Request& request) {
-  kServe(service, request, kKind);
+template <const ServerKind& kKind, void (*kHandler)(Service&, const Request&, const ServerKind&)>
+void serve(Service& service, const Request& request) {
+  kHandler(service, request, kKind);
 }
 
 }  // namespace psia

@@ -16,10 +16,10 @@ namespace psia {
 
 namespace {
 
-constexpr std::int32_t kDays = 7;  // index 0 is Sunday, which clients number 7; 1 is Monday
+constexpr std::int32_t kDays = 7;  // index 0 is Sunday, which clients call 7; index 1 is Monday
 constexpr std::int32_t kHours = 24;
 constexpr std::int32_t kNotGiven = -1;
-constexpr std::size_t kMinutes = 3;  // where the minutes stand in "18:30:00"
+constexpr std::size_t kMinutes = 3;  // the position of the minutes in "18:30:00"
 
 struct Day {
   std::int32_t begin_hour = kNotGiven;
@@ -29,25 +29,25 @@ struct Day {
 
 using Days = std::array<Day, kDays>;
 
-/// What a body asks for, as far as it was read.
-struct Schedule {
+/// What has been read of a body.
+struct RequestedSchedule {
   std::int32_t week = 0;  // bit n: the day of index n
   std::int32_t day = -1;  // index of the last dayOfWeek; what comes before the first is ignored
   Days days;
 };
 
-/// The mask holds the last day named and no other: a schedule for several days sent in one request keeps only
-/// the last of them. Intended. A number that is no day leaves the day as it was, but the mask all the same
-/// becomes its bit, or empty where there is none, so that nothing is armed.
-void take_day(std::int32_t number, Schedule& schedule) {
+/// Kept for compatibility: the mask holds only the last day named, so of several days in one request the last
+/// one is armed. A number that is no day does not change the day, but it does replace the mask: by its bit,
+/// or by 0 when there is no such bit, so that nothing is armed.
+void take_day(std::int32_t number, RequestedSchedule& schedule) {
   const std::int32_t index = number == 7 ? 0 : number;
   schedule.week =
       index >= 0 && index < 32 ? static_cast<std::int32_t>(1U << static_cast<unsigned>(index)) : 0;
   if (index >= 0 && index < kDays) schedule.day = index;
 }
 
-/// The number from the fourth character on, 0 when the text is shorter: of "18:30:00" the end hour is 30, the
-/// minutes. Intended; clients see it in the next read.
+/// Kept for compatibility, and clients see it in the next read: the end hour is the number that begins at the
+/// fourth character, the minutes. It is 30 for "18:30:00", and 0 for a shorter text.
 std::int32_t parse_end_hour(const char* time) {
   return std::strlen(time) > kMinutes ? to_int32(time + kMinutes) : 0;
 }
@@ -59,19 +59,19 @@ void take_time_range(XmlElement range, Day& day) {
   }
 }
 
-void take_time_block(XmlElement block, Schedule& schedule) {
+void take_time_block(XmlElement block, RequestedSchedule& schedule) {
   for (const XmlElement child : block) {
     if (child.is("dayOfWeek")) take_day(child.number(), schedule);
     if (schedule.day < 0) continue;
     Day& day = schedule.days[static_cast<std::size_t>(schedule.day)];
-    if (child.is("bitString") && schedule.day > 0) child.copy_text(day.hours);  // a Sunday's is not kept
+    if (child.is("bitString") && schedule.day > 0) child.copy_text(day.hours);  // that of a Sunday is ignored
     if (child.is("TimeRange")) take_time_range(child, day);
   }
 }
 
-/// The hours of a bit string replace those of the time range, the other way round than one would think: it
-/// begins at the last armed hour and ends behind the first. All 24 places count whatever stands there, what
-/// is behind the end of a short string too: zero bytes, or the rest of an earlier, longer one. Intended.
+/// The hours of a bit string replace those of the time range. Kept for compatibility: the range begins at the
+/// last hour that is not '0' and ends one hour after the first. All 24 positions are read, even past the end
+/// of a shorter text, where zero bytes or the rest of an earlier, longer text stand.
 void apply_bit_string(Day& day) {
   if (day.hours.empty()) return;
   const auto armed = [&day](std::int32_t hour) {
@@ -103,10 +103,10 @@ std::int32_t end_hour(const Days& days) {
   return end;
 }
 
-std::optional<Schedule> read_requested_schedule(const Request& request) {
+std::optional<RequestedSchedule> read_requested_schedule(const Request& request) {
   const XmlDocument document = read_document(request, "EventSchedule");
   if (!document) return std::nullopt;
-  Schedule schedule;
+  RequestedSchedule schedule;
   for (const XmlElement list : document.root()) {
     if (!list.is("TimeBlockList")) continue;
     for (const XmlElement block : list) {
@@ -148,7 +148,7 @@ void read_schedule(Service& service, const Request& request) {
 }
 
 void write_schedule(Service& service, const Request& request) {
-  std::optional<Schedule> schedule = read_requested_schedule(request);
+  std::optional<RequestedSchedule> schedule = read_requested_schedule(request);
   if (!schedule) return answer_status(request, Status::kDeviceError);
   for (Day& day : schedule->days)
     apply_bit_string(day);

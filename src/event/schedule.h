@@ -1,4 +1,4 @@
-// The weekly time window in which the camera's trigger is armed: a set of days and one range of hours for all
+// The weekly schedule of the camera's trigger: the days on which it is armed, and one range of hours for all
 // of them.
 #pragma once
 

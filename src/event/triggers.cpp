@@ -18,10 +18,10 @@ namespace psia {
 
 namespace {
 
-constexpr int kTrigger = 0;  // the one row of Event, and the device id of the sensor input
+constexpr int kTrigger = 0;  // the only row of Event that is used, and the device id of the sensor input
 constexpr std::int32_t kNoLink = -1;
 
-/// What the trigger sets off, each kNoLink for none.
+/// What the trigger sets off; kNoLink for nothing.
 struct Links {
   std::int32_t relay = kNoLink;  // DeviceID in SensorRelay
   std::int32_t ftp = kNoLink;    // FTPServerID
@@ -55,7 +55,7 @@ FixedText<256> trigger_id_of(const Request& request) {
   return id;
 }
 
-/// The notification's id in the URL of a single notification; empty where the URL is no such one.
+/// The notification's id in the URL of a single notification; empty for other URLs.
 FixedText<256> notification_id_of(const Request& request) {
   constexpr std::string_view between = "/notifications/";
   const char* const behind = request.tail + std::strcspn(request.tail, "/");
@@ -90,7 +90,7 @@ void append_relay(Service& service, TextBuffer& document, std::int32_t id) {
   document.append("</EventTriggerNotification>");
 }
 
-/// A notification by way of the server whose alias `server` gives.
+/// A notification over the server whose alias is in `server`.
 void append_server_link(TextBuffer& document, const Rows& server, const char* method) {
   if (!server.found()) return;
   document.append(kNotificationTag);
@@ -111,7 +111,7 @@ void append_mail(Service& service, TextBuffer& document, std::int32_t id) {
       document, service.database.query("select Alias from SMTPServer where SMTPServerID=%d", id), "email");
 }
 
-/// The linked notifications; a link to a row that has gone is left out.
+/// The linked notifications. A link to a row that does not exist is left out.
 void append_notifications(Service& service, TextBuffer& document, const Links& links) {
   append_relay(service, document, links.relay);
   append_ftp_upload(service, document, links.ftp);
@@ -153,9 +153,9 @@ std::int32_t sensor_count(Service& service) {
   return service.database.query("select Sensor from Spec").number(0, 0);
 }
 
-/// The links of which a single notification's document tells, `id` being the one asked for. What it names is
-/// looked for among the linked kinds only, a relay first, and a relay brings the trigger's FTP and mail links
-/// with it, an FTP server the mail link. Intended; such clients see more notifications than they asked for.
+/// The links that the document of the notification `id` shows. Only linked kinds are searched, the relay
+/// first. Kept for compatibility: with a relay the document also shows the FTP and mail links, with an FTP
+/// server the mail link, so that clients see more notifications than they asked for.
 Links select_links(Service& service, const char* id) {
   Links links = read_links(service);
   if (links.relay != kNoLink) {
@@ -175,11 +175,11 @@ Links select_links(Service& service, const char* id) {
   return links;
 }
 
-// Writing. The results of the statements are not looked at: see store_document.
+// Writing. The results of the statements are ignored: see store_document.
 
-/// What was read from a body so far. One record serves the whole request, so that a trigger or notification
-/// which lacks an element takes on the value of the one before it.
-struct TriggerChange {
+/// What has been read of a body. One record serves the whole request: fields that a trigger or notification
+/// omits are taken from the one before it.
+struct RequestedTrigger {
   FixedText<128> trigger_id;
   FixedText<128> notification_id;
   FixedText<128> method;
@@ -189,66 +189,68 @@ struct TriggerChange {
   bool combined = false;  // the body is the combined document of the whole Event resource
 };
 
-/// The combined document's statement spells the column in lower case. The database takes both for the same
-/// one; the texts stay as a trace of its statements has always shown them.
-void store_relay_interval(Service& service, const TriggerChange& change) {
-  if (change.combined) {
+/// The combined document's statement spells the column in lower case. The database does not care; tools that
+/// compare traces of the statements do.
+void store_relay_interval(Service& service, const RequestedTrigger& requested) {
+  if (requested.combined) {
     (void)service.database.execute("update SensorRelay set interval=%d where Alias='%s'",
-                                   change.notification_interval, change.notification_id.c_str());
+                                   requested.notification_interval, requested.notification_id.c_str());
   } else {
     (void)service.database.execute("update SensorRelay set Interval=%d where Alias='%s'",
-                                   change.notification_interval, change.notification_id.c_str());
+                                   requested.notification_interval, requested.notification_id.c_str());
   }
 }
 
-/// Takes an EventTriggerNotification. It replaces all three links, so that of several the last one decides.
-/// Mail is "SMTP" here and "email" in the documents; sent back unchanged, a document unlinks. Intended.
-void take_notification(Service& service, XmlElement notification, TriggerChange& change) {
+/// Takes an EventTriggerNotification. It replaces all three links, so that the last of several decides. Kept
+/// for compatibility: mail is "SMTP" here but "email" in the documents, so a document that is sent back
+/// unchanged unlinks it.
+void take_notification(Service& service, XmlElement notification, RequestedTrigger& requested) {
   for (const XmlElement child : notification) {
-    if (child.is("id")) child.copy_text(change.notification_id);
-    if (child.is("notificationMethod")) child.copy_text(change.method);
-    if (child.is("notificationInterval")) change.notification_interval = child.number() / 1000;
+    if (child.is("id")) child.copy_text(requested.notification_id);
+    if (child.is("notificationMethod")) child.copy_text(requested.method);
+    if (child.is("notificationInterval")) requested.notification_interval = child.number() / 1000;
   }
-  const char* id = change.notification_id.c_str();
-  const char* method = change.method.c_str();
-  change.links = {};
+  const char* id = requested.notification_id.c_str();
+  const char* method = requested.method.c_str();
+  requested.links = {};
   if (strcasecmp(method, "IO") == 0) {
-    store_relay_interval(service, change);
-    change.links.relay = find_device(service, id);
+    store_relay_interval(service, requested);
+    requested.links.relay = find_device(service, id);
   } else if (strcasecmp(method, "FTP") == 0) {
-    change.links.ftp = find_ftp_server(service, id);
+    requested.links.ftp = find_ftp_server(service, id);
   } else if (strcasecmp(method, "SMTP") == 0) {
-    change.links.mail = find_mail_server(service, id);
+    requested.links.mail = find_mail_server(service, id);
   }
 }
 
-void take_notification_list(Service& service, XmlElement list, TriggerChange& change) {
+void take_notification_list(Service& service, XmlElement list, RequestedTrigger& requested) {
   for (const XmlElement child : list) {
-    if (child.is("EventTriggerNotification")) take_notification(service, child, change);
+    if (child.is("EventTriggerNotification")) take_notification(service, child, requested);
   }
 }
 
-void take_trigger(Service& service, XmlElement trigger, TriggerChange& change) {
+void take_trigger(Service& service, XmlElement trigger, RequestedTrigger& requested) {
   for (const XmlElement child : trigger) {
-    if (child.is("id")) child.copy_text(change.trigger_id);
-    if (child.is("intervalBetweenEvents")) change.interval_between_events = child.number();
-    if (child.is("EventTriggerNotificationList")) take_notification_list(service, child, change);
+    if (child.is("id")) child.copy_text(requested.trigger_id);
+    if (child.is("intervalBetweenEvents")) requested.interval_between_events = child.number();
+    if (child.is("EventTriggerNotificationList")) take_notification_list(service, child, requested);
   }
 }
 
 /// Changes the trigger; does nothing when `trigger_id` names none.
-void apply_trigger(Service& service, const char* trigger_id, const TriggerChange& change) {
+void apply_trigger(Service& service, const char* trigger_id, const RequestedTrigger& requested) {
   if (!is_trigger(service, trigger_id)) return;
   (void)service.database.execute(
       "update Event set IgnoreInterval=%d, RelayID=%d, FTPServerID=%d, SMTPServerID=%d where Trigger=%d",
-      change.interval_between_events, change.links.relay, change.links.ftp, change.links.mail, kTrigger);
+      requested.interval_between_events, requested.links.relay, requested.links.ftp, requested.links.mail,
+      kTrigger);
 }
 
-void take_trigger_list(Service& service, XmlElement list, TriggerChange& change) {
+void take_trigger_list(Service& service, XmlElement list, RequestedTrigger& requested) {
   for (const XmlElement child : list) {
     if (!child.is("EventTrigger")) continue;
-    take_trigger(service, child, change);
-    apply_trigger(service, change.trigger_id.c_str(), change);
+    take_trigger(service, child, requested);
+    apply_trigger(service, requested.trigger_id.c_str(), requested);
   }
 }
 
@@ -260,7 +262,7 @@ void apply_links(Service& service, const char* trigger_id, const Links& links) {
       links.mail, kTrigger);
 }
 
-/// Sets the first link there is among the three and leaves the others as they are stored.
+/// Stores the first of the three links that is set; the others keep their stored values.
 void apply_first_link(Service& service, const Links& links) {
   if (links.relay >= 0) {
     (void)service.database.execute("update Event set RelayID=%d where Trigger=%d", links.relay, kTrigger);
@@ -293,19 +295,20 @@ void read_event(Service& service, const Request& request) {
   });
 }
 
-/// Changes the triggers only; servers in the document are not looked at.
+/// Changes the triggers only; servers in the document are ignored.
 void write_event(Service& service, const Request& request) {
-  store_document(request, "EventNotification", [&](XmlElement root) {
-    TriggerChange change;
-    change.combined = true;
+  store_document(service, request, "EventNotification", [&](XmlElement root) {
+    RequestedTrigger requested;
+    requested.combined = true;
     for (const XmlElement child : root) {
-      if (child.is("EventTriggerList")) take_trigger_list(service, child, change);
+      if (child.is("EventTriggerList")) take_trigger_list(service, child, requested);
     }
   });
 }
 
-/// A negative number of sensors counts as some here, but not for the combined document. Intended.
-void list_triggers(Service& service, const Request& request) {
+/// Kept for compatibility: a negative number of sensors is not refused here, but it is for the combined
+/// document.
+void read_triggers(Service& service, const Request& request) {
   if (sensor_count(service) == 0) return answer_status(request, Status::kInvalidOperation);
   print_xml(request, [&](TextBuffer& document) {
     document.append(kXmlDeclarationBare);
@@ -314,13 +317,13 @@ void list_triggers(Service& service, const Request& request) {
 }
 
 void write_triggers(Service& service, const Request& request) {
-  store_document(request, "EventTriggerList", [&](XmlElement root) {
-    TriggerChange change;
-    take_trigger_list(service, root, change);
+  store_document(service, request, "EventTriggerList", [&](XmlElement root) {
+    RequestedTrigger requested;
+    take_trigger_list(service, root, requested);
   });
 }
 
-/// A relay's alias is taken too; what is shown under it is the trigger.
+/// Accepts a relay's alias, too, and shows the trigger under it.
 void read_trigger(Service& service, const Request& request) {
   if (find_device(service, request.tail) < 0) return answer_status(request, Status::kInvalidOperation);
   print_xml(request, [&](TextBuffer& document) {
@@ -331,18 +334,18 @@ void read_trigger(Service& service, const Request& request) {
 
 /// The id in the URL says which trigger is changed, not the one in the body.
 void write_trigger(Service& service, const Request& request) {
-  store_document(request, "EventTrigger", [&](XmlElement root) {
-    TriggerChange change;
-    take_trigger(service, root, change);
-    apply_trigger(service, request.tail, change);
+  store_document(service, request, "EventTrigger", [&](XmlElement root) {
+    RequestedTrigger requested;
+    take_trigger(service, root, requested);
+    apply_trigger(service, request.tail, requested);
   });
 }
 
-void unlink_trigger(Service& service, const Request& request) {
+void remove_trigger(Service& service, const Request& request) {
   unlink_all(service, request, request.tail);
 }
 
-void list_notifications(Service& service, const Request& request) {
+void read_notifications(Service& service, const Request& request) {
   if (!is_trigger(service, trigger_id_of(request).c_str())) {
     return answer_status(request, Status::kInvalidOperation);
   }
@@ -353,23 +356,23 @@ void list_notifications(Service& service, const Request& request) {
 }
 
 void write_notifications(Service& service, const Request& request) {
-  store_document(request, "EventTriggerNotificationList", [&](XmlElement root) {
-    TriggerChange change;
-    take_notification_list(service, root, change);
-    apply_links(service, trigger_id_of(request).c_str(), change.links);
+  store_document(service, request, "EventTriggerNotificationList", [&](XmlElement root) {
+    RequestedTrigger requested;
+    take_notification_list(service, root, requested);
+    apply_links(service, trigger_id_of(request).c_str(), requested.links);
   });
 }
 
 /// Replaces the links rather than adding one.
-void post_notification(Service& service, const Request& request) {
-  store_document(request, "EventTriggerNotification", [&](XmlElement root) {
-    TriggerChange change;
-    take_notification(service, root, change);
-    apply_links(service, trigger_id_of(request).c_str(), change.links);
+void add_notification(Service& service, const Request& request) {
+  store_document(service, request, "EventTriggerNotification", [&](XmlElement root) {
+    RequestedTrigger requested;
+    take_notification(service, root, requested);
+    apply_links(service, trigger_id_of(request).c_str(), requested.links);
   });
 }
 
-void unlink_notifications(Service& service, const Request& request) {
+void remove_notifications(Service& service, const Request& request) {
   unlink_all(service, request, trigger_id_of(request).c_str());
 }
 
@@ -384,14 +387,14 @@ void read_notification(Service& service, const Request& request) {
 }
 
 void write_notification(Service& service, const Request& request) {
-  store_document(request, "EventTriggerNotification", [&](XmlElement root) {
-    TriggerChange change;
-    take_notification(service, root, change);
-    if (is_trigger(service, trigger_id_of(request).c_str())) apply_first_link(service, change.links);
+  store_document(service, request, "EventTriggerNotification", [&](XmlElement root) {
+    RequestedTrigger requested;
+    take_notification(service, root, requested);
+    if (is_trigger(service, trigger_id_of(request).c_str())) apply_first_link(service, requested.links);
   });
 }
 
-void delete_notification(Service& service, const Request& request) {
+void remove_notification(Service& service, const Request& request) {
   if (is_trigger(service, trigger_id_of(request).c_str())) {
     const FixedText<256> id = notification_id_of(request);
     apply_first_link(service, {.relay = find_device(service, id.c_str()),

@@ -1,5 +1,6 @@
-// The camera's one alarm trigger, its sensor input, and the notifications linked to it: a relay output, an
-// upload to an FTP server, a mail. A trigger or relay goes by its alias in SensorRelay, a server by its own.
+// The camera's one alarm trigger, which is its sensor input, and the notifications linked to it: a relay
+// output, an upload to an FTP server, a mail. The id of a trigger or relay is its alias in SensorRelay, that
+// of a server its own.
 #pragma once
 
 #include "frame/request.h"
@@ -13,27 +14,27 @@ void read_event(Service& service, const Request& request);
 void write_event(Service& service, const Request& request);
 
 // .../triggers
-void list_triggers(Service& service, const Request& request);
+void read_triggers(Service& service, const Request& request);
 void write_triggers(Service& service, const Request& request);
 
 // .../triggers/<id>; the request's tail is the id.
 void read_trigger(Service& service, const Request& request);
 void write_trigger(Service& service, const Request& request);
-void unlink_trigger(Service& service, const Request& request);
+void remove_trigger(Service& service, const Request& request);
 
 // .../triggers/<id>/notifications; the id is the request's tail up to the first '/', at most 255 characters
 // of it.
-void list_notifications(Service& service, const Request& request);
+void read_notifications(Service& service, const Request& request);
 void write_notifications(Service& service, const Request& request);
-void post_notification(Service& service, const Request& request);
-void unlink_notifications(Service& service, const Request& request);
+void add_notification(Service& service, const Request& request);
+void remove_notifications(Service& service, const Request& request);
 
 // .../triggers/<id>/notifications/<id>. No route leads here: such a URL is served as the notification list.
 // Both ids are taken from the request's tail, at most 255 characters of each.
 void read_notification(Service& service, const Request& request);
-/// Works from the id in the body; the one in the URL counts for nothing.
+/// The id in the body decides; the one in the URL is ignored.
 void write_notification(Service& service, const Request& request);
-/// Links what the URL names, instead of unlinking it. Intended.
-void delete_notification(Service& service, const Request& request);
+/// Kept for compatibility: links what the URL names instead of unlinking it.
+void remove_notification(Service& service, const Request& request);
 
 }  // namespace psia

@@ -1,5 +1,5 @@
-// Who is calling: HTTP Basic authentication against the device's user table, before anything else is done
-// with a request.
+// HTTP Basic authentication (RFC 7617) against the device's user table, before anything else is done with a
+// request.
 #pragma once
 
 #include <cstddef>
@@ -18,16 +18,16 @@ struct Credentials {
 /// were stored. Characters outside the alphabet are skipped, padding and line breaks included.
 [[nodiscard]] std::size_t decode_base64(const char* text, char* output, std::size_t limit);
 
-/// Takes user name and password out of an Authorization header. The scheme word and the blank behind it, the
-/// first six characters, are not looked at. Of the decoded text 127 bytes count, of name and password 31
-/// each, as many as the users resource stores. With several colons the password is what follows the last one,
-/// and each further colon cuts the name to the length of the password part before it.
+/// Takes user name and password out of an Authorization header. Its first six characters, the scheme and a
+/// blank, are ignored. The decoded text is truncated to 127 bytes, name and password to 31 bytes each, as in
+/// the users resource. The password follows the last colon. Each further colon truncates the name to the
+/// length of the password part before it.
 [[nodiscard]] Credentials decode_credentials(const char* authorization);
 
-/// Checks the value of the Authorization header (null when there is none). Returns the caller's user level. A
-/// negative result ends the request: -1 without a header, -2 wrong password, -3 unknown user, one without a
-/// level or failed query, all three already answered with 401; a negative level stored for the user is
-/// returned as it is, and nothing is answered.
+/// Checks the value of the Authorization header (null when there is none) and returns the user's level. A
+/// negative result ends the request. -1 (no header), -2 (wrong password) and -3 (unknown user, user without a
+/// level, failed query) were answered with 401 already. A negative level that is stored for the user is
+/// returned unchanged, and nothing is answered. Also notices a replaced database file; see Database.
 [[nodiscard]] int check_access(Database& database, const char* authorization);
 
 }  // namespace psia

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <cstdio>
 #include <utility>
 
-#include "frame/memory.h"
+#include "frame/file.h"
 #include "frame/numbers.h"
 #include "frame/stop.h"
 
@@ -23,12 +23,13 @@ long long announced_length(const Request& request, long long limit) {
   return length < 0 || length > limit ? -1 : length;
 }
 
-/// Takes what has come of the body, at most `size` bytes, and waits only for the first one. 0 when none will
-/// come any more.
+/// Takes what has come of the body, at most `size` bytes, and waits only for the first one. 0 when no more
+/// will come.
 std::size_t take(char* to, std::size_t size) {
-  BodyAwaited::waits_again();
+  BodyAwaited::begin_wait();
   FCGX_Stream* const stream = FCGI_stdin->fcgx_stream;
   if (stream == nullptr) {  // a plain CGI program; nobody else reads its standard input
+    if (!BodyAwaited::wait_until_readable(STDIN_FILENO)) return 0;
     return static_cast<std::size_t>(std::max<ssize_t>(::read(STDIN_FILENO, to, size), 0));
   }
   const int first = FCGX_GetChar(stream);
@@ -56,39 +57,35 @@ Body Body::read(const Request& request) {
   const long long length = announced_length(request, kMaxBodyInMemory);
   if (length <= 0) return body;
   body.size_ = static_cast<std::size_t>(length);
-  body.text_ = static_cast<char*>(std::calloc(body.size_ + 1, 1));
+  OwnedText text = allocate_text(body.size_ + 1);
   const BodyAwaited awaited;
-  if (body.text_ != nullptr && !receive(body.text_, body.size_)) {
-    std::free(std::exchange(body.text_, nullptr));
-  }
+  if (text == nullptr || !receive(text.get(), body.size_)) return body;
+  text[body.size_] = '\0';
+  body.text_ = std::move(text);
   return body;
 }
 
 Body::~Body() {
-  std::free(text_);
+  text_.reset();
   give_back_memory(size_);
 }
 
-Body::Body(Body&& other) noexcept
-    : text_(std::exchange(other.text_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+Body::Body(Body&& other) noexcept : text_(std::move(other.text_)), size_(std::exchange(other.size_, 0)) {}
 
 int save_body(const Request& request, const char* path) {
   long long left = announced_length(request, kMaxBodyInFile);
   if (left < 0) return -1;
-  FCGI_FILE* file = FCGI_fopen(path, "wb");
-  if (file == nullptr) return -1;
+  File file = open_file(path, "wb");
+  if (!file) return -1;
   std::array<char, 1024> piece{};
   const BodyAwaited awaited;
   while (left > 0) {
     const auto size = static_cast<std::size_t>(std::min<long long>(left, piece.size()));
     if (!receive(piece.data(), size)) break;
-    if (FCGI_fwrite(piece.data(), size, 1, file) != 1) {
-      FCGI_fclose(file);
-      return -2;
-    }
+    if (std::fwrite(piece.data(), size, 1, file.get()) != 1) return -2;
     left -= static_cast<long long>(size);
   }
-  return FCGI_fclose(file) == 0 ? 0 : -3;
+  return std::fclose(file.release()) == 0 ? 0 : -3;
 }
 
 }  // namespace psia

@@ -1,9 +1,10 @@
-// The body of a request: into memory for parsing, or straight into a file. A peer that stays silent for too
-// long, or while the service is told to stop, ends the body where it is; see stop.h for the limits.
+// The body of a request: into memory for parsing, or straight into a file. The body is truncated when the
+// peer is silent for too long; stop.h has the limits.
 #pragma once
 
 #include <cstddef>
 
+#include "frame/memory.h"
 #include "frame/request.h"
 
 namespace psia {
@@ -29,17 +30,17 @@ class Body {
 
   explicit operator bool() const { return text_ != nullptr; }
   /// Zero-terminated; a zero byte inside the body ends the text there.
-  [[nodiscard]] const char* text() const { return text_; }
+  [[nodiscard]] const char* text() const { return text_.get(); }
 
  private:
-  char* text_ = nullptr;
+  OwnedText text_;
   std::size_t size_ = 0;
 };
 
 /// Stores the body in the file `path`, replacing it. Returns 0, also when fewer bytes come than announced:
 /// the file then ends with the last complete piece of 1024 bytes. -1: the length is missing, negative or
-/// above kMaxBodyInFile (the file is not touched) or the file cannot be opened; -2: a write failed; -3:
-/// closing failed.
+/// above kMaxBodyInFile (the file is untouched), or the file cannot be opened. -2: a write failed. -3:
+/// closing the file failed.
 [[nodiscard]] int save_body(const Request& request, const char* path);
 
 }  // namespace psia

@@ -25,7 +25,6 @@ enum Result { kDone = 0, kBusy = 1, kFailed = 2 };
 
 /// The id of an existing queue, or -1 when the service is told to stop before there is one.
 int find_queue(key_t key) {
-  const StopSignalsAllowed allowed;
   while (!stop_requested()) {
     const int queue = msgget(key, 0666);
     if (queue >= 0) return queue;
@@ -46,23 +45,23 @@ void drain(int queue) {
   }
 }
 
-}  // namespace
-
-bool ControlQueues::may_send() const {
-  return sent_ == 0 || (sent_ < kMaxMessagesPerRequest && !stop_waiting());
-}
-
-/// Puts the message into the queue. A full queue holds the service up until the daemons make room, but not
-/// against a request to stop.
-bool ControlQueues::send_request(const ControlMessage& message) const {
-  if (msgsnd(requests_, &message, ControlMessage::kTextSize, IPC_NOWAIT) == 0) return true;
-  if (errno != EAGAIN) return false;
-  const StopSignalsAllowed allowed;
-  while (msgsnd(requests_, &message, ControlMessage::kTextSize, 0) == -1) {
-    if (errno != EINTR || stop_requested()) return false;
+/// How often the reply queue is looked at again after a first look that found nothing.
+int reply_poll_count(std::int32_t command) {
+  switch (command) {  // 9, 12, 22 and 23 are sent by other programs of the camera
+    case 9:
+    case 10:
+    case 11:
+    case 12:
+    case 22:
+      return 1800;
+    case 23:
+      return 300;
+    default:
+      return 50;
   }
-  return true;
 }
+
+}  // namespace
 
 ControlMessage::ControlMessage(Command command) {
   put_int(kCommandOffset, static_cast<std::int32_t>(command));
@@ -96,21 +95,6 @@ std::string_view ControlMessage::text_at(std::size_t offset) const {
 ControlQueues::ControlQueues(int requests, int replies)
     : requests_(requests), replies_(replies), process_(getpid()) {}
 
-int reply_poll_count(std::int32_t command) {
-  switch (command) {  // 9, 12, 22 and 23 are sent by other programs of the camera
-    case 9:
-    case 10:
-    case 11:
-    case 12:
-    case 22:
-      return 1800;
-    case 23:
-      return 300;
-    default:
-      return 50;
-  }
-}
-
 std::optional<ControlQueues> ControlQueues::open() {
   const int requests = find_queue(kRequestQueueKey);
   if (requests < 0) return std::nullopt;
@@ -121,7 +105,21 @@ std::optional<ControlQueues> ControlQueues::open() {
   return ControlQueues(requests, replies);
 }
 
-int ControlQueues::send_and_wait(ControlMessage& message) const {
+bool ControlQueues::may_send() const {
+  return sent_ == 0 || (sent_ < kMaxMessagesPerRequest && !stop_requested());
+}
+
+/// Puts the message into the queue. Waits until the daemons make room in a full one, or until a stop.
+bool ControlQueues::send_request(const ControlMessage& message) {
+  if (msgsnd(requests_, &message, ControlMessage::kTextSize, IPC_NOWAIT) == 0) return true;
+  if (errno != EAGAIN) return false;
+  while (msgsnd(requests_, &message, ControlMessage::kTextSize, 0) == -1) {
+    if (errno != EINTR || stop_requested()) return false;
+  }
+  return true;
+}
+
+int ControlQueues::send_and_wait(ControlMessage& message) {
   message.type_ = process_;
   if (++sent_ > kMaxMessagesPerRequest) return kFailed;
   if (!send_request(message)) {

@@ -49,8 +49,8 @@ class ControlMessage {
   /// A message that is all zero but for `command`; its type is put in when it is sent.
   explicit ControlMessage(Command command);
 
-  /// Stores a word or a text at `offset` of the record. A text takes at most `size` bytes with its
-  /// terminating zero and is cut to fit. Both must lie within the record.
+  /// Stores a word or a text at `offset` of the record; both must lie within it. A text is truncated to
+  /// `size` bytes with its terminating zero.
   void put_int(std::size_t offset, std::int32_t value);
   void put_text(std::size_t offset, std::size_t size, const char* text);
 
@@ -67,40 +67,38 @@ class ControlMessage {
 
 static_assert(sizeof(long) != 4 || sizeof(ControlMessage) == ControlMessage::kRecordSize);
 
-/// Messages that one request may send. Few need more than two; each can take seconds while nobody else is
-/// served.
+/// Messages that one request may send. Few need more than two, and each can take seconds during which nobody
+/// else is served.
 inline constexpr int kMaxMessagesPerRequest = 32;
 
 class ControlQueues {
  public:
-  /// Looks both queues up and discards what waits in them: replies left from an earlier run would be taken
-  /// for new ones. Waits without limit, a second at a time, until the daemons have created them; gives
-  /// nothing only when the service is told to stop meanwhile.
+  /// Looks both queues up and discards what is in them: replies to an earlier run would be taken for new
+  /// ones. Waits without limit, a second at a time, until the daemons have created both. Gives nothing only
+  /// after a stop.
   [[nodiscard]] static std::optional<ControlQueues> open();
 
   /// Call before each request: it may send kMaxMessagesPerRequest messages.
   void begin_request() { sent_ = 0; }
 
   /// Whether a change that ends in a message may be begun: false when this request has sent all it may, and
-  /// behind its first message also when the service is told to stop.
+  /// after its first message also when a stop was requested.
   [[nodiscard]] bool may_send() const;
 
   /// Sends `message` and waits for the reply, which replaces it. Returns the reply's result: 0 done, 1 busy
   /// (also when the message could not be sent or no reply came in time), 2 failed (also when this request has
-  /// sent all it may). Blocks for up to 5.1 s, for the commands that take long up to 30.1 s or 180.1 s.
-  [[nodiscard]] int send_and_wait(ControlMessage& message) const;
+  /// sent all it may). Waits at least 5.1 s before it gives up, for the commands that take long 30.1 s or
+  /// 180.1 s.
+  [[nodiscard]] int send_and_wait(ControlMessage& message);
 
  private:
   ControlQueues(int requests, int replies);
-  [[nodiscard]] bool send_request(const ControlMessage& message) const;
+  [[nodiscard]] bool send_request(const ControlMessage& message);
 
   int requests_;
   int replies_;
   long process_;
-  mutable int sent_ = 0;  // by this request
+  int sent_ = 0;  // by this request
 };
-
-/// How often the reply queue is looked at again, 100 ms apart, after a first look that found nothing.
-[[nodiscard]] int reply_poll_count(std::int32_t command);
 
 }  // namespace psia

@@ -14,12 +14,13 @@ namespace psia {
 
 namespace {
 
-/// Called by SQLite with the number of earlier calls for the same lock; 0 gives the statement up. A stop ends
-/// the waits once one was in vain: a list that a client sends may need thousands of statements.
+/// Called by SQLite with the number of earlier calls for the same lock. Returning 0 fails the statement.
+/// After one failed wait a stop skips the others: a list that a client sends may need thousands of
+/// statements.
 int wait_for_lock(void* waited_in_vain, int calls) {
   auto& in_vain = *static_cast<bool*>(waited_in_vain);
   in_vain = in_vain || calls > 5;
-  if (calls > 5 || (in_vain && stop_waiting())) return 0;
+  if (calls > 5 || (in_vain && stop_requested())) return 0;
   sleep_milliseconds(50 * (calls + 1));
   return 1;
 }
@@ -51,11 +52,6 @@ bool run(sqlite3* connection, const char* statement) {
          sqlite3_exec(connection, statement, nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
-/// Whether that is why the last statement failed. SQLite has no code of its own for it.
-bool table_is_missing(sqlite3* connection) {
-  return std::strncmp(sqlite3_errmsg(connection), "no such table", std::strlen("no such table")) == 0;
-}
-
 }  // namespace
 
 Rows::~Rows() {
@@ -66,8 +62,25 @@ Rows::Rows(Rows&& other) noexcept
     : table_(std::exchange(other.table_, nullptr)),
       count_(std::exchange(other.count_, 0)),
       columns_(std::exchange(other.columns_, 0)),
-      succeeded_(std::exchange(other.succeeded_, false)),
-      certain_(std::exchange(other.certain_, false)) {}
+      outcome_(other.outcome_) {}
+
+Rows::Outcome Rows::outcome_of(int result) {
+  switch (result) {
+    case SQLITE_OK:
+      return Outcome::kSucceeded;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+    case SQLITE_IOERR:
+    case SQLITE_NOMEM:
+      return Outcome::kTransientFailure;
+    case SQLITE_ERROR:
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      return Outcome::kUnreadable;
+    default:
+      return Outcome::kOtherFailure;
+  }
+}
 
 const char* Rows::cell(int row, int column) const {
   if (row < 0 || row >= count_ || column < 0 || column >= columns_) return nullptr;
@@ -93,6 +106,7 @@ Database::~Database() {
 }
 
 bool Database::open(const char* path) {
+  path_ = path;
   // One thread uses SQLite, so it needs no locks of its own; this must be said before its first use.
   sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
   // Nobody asks how much memory it uses, and counting costs each call.
@@ -105,6 +119,25 @@ bool Database::open(const char* path) {
   return true;
 }
 
+void Database::open_again() {
+  if (connection_ == nullptr) return;
+  sqlite3* connection = nullptr;
+  // Unlike sqlite3_open this makes no file where there is none: one that is about to be put there is opened
+  // by a later request.
+  if (sqlite3_open_v2(path_, &connection, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+    sqlite3_busy_handler(connection, wait_for_lock, &waited_in_vain_);
+    std::swap(connection, connection_);
+  }
+  sqlite3_close(connection);
+}
+
+void Database::follow_moved_file() {
+  int moved = 0;
+  if (connection_ == nullptr) return;
+  if (sqlite3_file_control(connection_, nullptr, SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK) return;
+  if (moved != 0) open_again();
+}
+
 Rows Database::query(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
@@ -112,11 +145,9 @@ Rows Database::query(const char* format, ...) {
   va_end(arguments);
   Rows rows;
   if (connection_ != nullptr && statement != nullptr) {
-    const int result =
-        sqlite3_get_table(connection_, statement, &rows.table_, &rows.count_, &rows.columns_, nullptr);
-    rows.succeeded_ = result == SQLITE_OK;
-    if (rows.succeeded_) waited_in_vain_ = false;
-    rows.certain_ = rows.succeeded_ || (result == SQLITE_ERROR && table_is_missing(connection_));
+    rows.outcome_ = Rows::outcome_of(
+        sqlite3_get_table(connection_, statement, &rows.table_, &rows.count_, &rows.columns_, nullptr));
+    if (rows.succeeded()) waited_in_vain_ = false;
   }
   sqlite3_free(statement);
   return rows;
@@ -127,9 +158,35 @@ bool Database::execute(const char* format, ...) {
   va_start(arguments, format);
   char* statement = build_statement(format, arguments);
   va_end(arguments);
-  const bool done = run(connection_, statement);
+  const bool done = begin_expected_transaction() && run(connection_, statement);
   sqlite3_free(statement);
   return done;
+}
+
+bool Database::begin_expected_transaction() {
+  if (transaction_ == TransactionState::kNone) return true;
+  // Some failures, a full medium for instance, make SQLite roll the whole transaction back.
+  if (transaction_ == TransactionState::kOpen) return sqlite3_get_autocommit(connection_) == 0;
+  // Locked from the start: a transaction that only reads at first could later not get the lock, and would
+  // keep the daemons from theirs.
+  if (!run(connection_, "begin immediate")) return false;
+  transaction_ = TransactionState::kOpen;
+  return true;
+}
+
+Transaction::Transaction(Database& database) : database_(database) {
+  database_.transaction_ = Database::TransactionState::kExpected;
+}
+
+Transaction::~Transaction() {
+  (void)commit();
+}
+
+bool Transaction::commit() {
+  const auto state = std::exchange(database_.transaction_, Database::TransactionState::kNone);
+  if (state != Database::TransactionState::kOpen || run(database_.connection_, "commit")) return true;
+  run(database_.connection_, "rollback");
+  return false;
 }
 
 void Database::store_identifier(const char* identifier) {

@@ -1,5 +1,6 @@
 // The device configuration database, shared with the camera's daemons: one statement at a time, each its own
-// transaction. The schema is the device's; the service reads and writes rows and never creates tables.
+// transaction but for the statements of a list. The schema is the device's; the service reads and writes rows
+// and never creates tables.
 #pragma once
 
 #include <cstddef>
@@ -23,11 +24,13 @@ class Rows {
   Rows& operator=(Rows&& other) = delete;
 
   /// True when the statement ran, even when it gave no row.
-  [[nodiscard]] bool succeeded() const { return succeeded_; }
-  /// True when the rows tell what is stored: the statement ran, or the table is not there. False when the
-  /// database could not be asked: it is locked or closed, memory or the medium fails. Then nothing is known,
-  /// and nothing may be concluded from finding no row.
-  [[nodiscard]] bool certain() const { return certain_; }
+  [[nodiscard]] bool succeeded() const { return outcome_ == Outcome::kSucceeded; }
+  /// False when the statement did not run or its failure is transient: the database is locked or closed,
+  /// memory is short, an input or output failed. Then nothing may be concluded from finding no row.
+  [[nodiscard]] bool certain() const { return outcome_ != Outcome::kTransientFailure; }
+  /// True when the statement failed because of what the file holds: it is no database, it is damaged, or it
+  /// lacks the table or a column.
+  [[nodiscard]] bool unreadable() const { return outcome_ == Outcome::kUnreadable; }
   /// True when the statement ran and gave at least one row.
   [[nodiscard]] bool found() const { return count_ > 0; }
   [[nodiscard]] int count() const { return count_; }
@@ -40,13 +43,14 @@ class Rows {
 
  private:
   friend class Database;
+  enum class Outcome { kSucceeded, kTransientFailure, kUnreadable, kOtherFailure };
+  [[nodiscard]] static Outcome outcome_of(int result);  // of an SQLite result code
   [[nodiscard]] const char* cell(int row, int column) const;
 
   char** table_ = nullptr;  // as sqlite3_get_table gives it: a row of column names, then the rows
   int count_ = 0;
   int columns_ = 0;
-  bool succeeded_ = false;
-  bool certain_ = false;
+  Outcome outcome_ = Outcome::kTransientFailure;
 };
 
 /// The service's connections. A lock held by a daemon is waited for up to 1.05 s per statement, then the
@@ -67,6 +71,12 @@ class Database {
   /// Opens the database file `path`; false when that fails, and nothing is left open.
   [[nodiscard]] bool open(const char* path);
 
+  /// Opens the database file anew, for one that was copied over the old one. Changes nothing while the
+  /// connection is closed, and when there is no such file.
+  void open_again();
+  /// The same when another file was moved to the path of the open one. Costs a stat(2).
+  void follow_moved_file();
+
   /// Runs a statement that reads.
   [[nodiscard]] Rows query(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
@@ -81,9 +91,37 @@ class Database {
   void store_identifier(const char* identifier);
 
  private:
+  friend class Transaction;
+  enum class TransactionState { kNone, kExpected, kOpen };
+  [[nodiscard]] bool begin_expected_transaction();
+
+  const char* path_ = nullptr;
   sqlite3* connection_ = nullptr;  // null while closed
   sqlite3* defaults_ = nullptr;    // null until an identifier was stored
   bool waited_in_vain_ = false;    // for a lock, since rows were last read
+  TransactionState transaction_ = TransactionState::kNone;
+};
+
+/// Makes one transaction of all that Database::execute runs while this lives, because each transaction waits
+/// for the medium several times. It begins with the first statement that gets the lock. A statement that
+/// fails is left out, the others are stored. When the transaction itself fails, nothing is stored, and the
+/// statements after the failure fail, too. Must not live while a control message is sent: the daemons need
+/// the database.
+class Transaction {
+ public:
+  explicit Transaction(Database& database);
+  ~Transaction();  // commits unless commit() was called
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+  Transaction(Transaction&&) = delete;
+  Transaction& operator=(Transaction&&) = delete;
+
+  /// Stores what was executed; false when nothing is stored of it. Further statements are transactions of
+  /// their own again.
+  [[nodiscard]] bool commit();
+
+ private:
+  Database& database_;
 };
 
 }  // namespace psia

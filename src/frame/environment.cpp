@@ -24,8 +24,8 @@ Environment::~Environment() {
 }
 
 void Environment::restore_tz() {
-  if (tz_variable_.empty() || environ == variables_) return;  // none was set, or it stands there already
-  // Not by putenv: where the request has a TZ it would store into the array whose texts libfcgi frees after
+  if (tz_variable_.empty() || environ == variables_) return;  // none was set, or it is there already
+  // Not by putenv: if the request has a TZ, putenv would store into the array whose texts libfcgi frees after
   // the request.
   std::size_t count = 0;
   while (environ[count] != nullptr)

@@ -1,11 +1,11 @@
-// The environment variables that libfcgi's accept takes away: it puts the request's variables in place of the
-// process's own each time.
+// Environment variables that must survive: each accepted request replaces the process's environment by its
+// own variables.
 #pragma once
 
 #include <cstddef>
 
 #include "frame/fixed_text.h"
-#include "frame/owned_text.h"
+#include "frame/memory.h"
 
 namespace psia {
 
@@ -19,12 +19,12 @@ class Environment {
   Environment(Environment&&) = delete;
   Environment& operator=(Environment&&) = delete;
 
-  /// Puts the TZ set by set_tz back. Call after every accept. When memory is too short for that the request
-  /// goes without.
+  /// Puts the TZ set by set_tz back. Call after every accept. When memory is short, the request is served
+  /// without it.
   void restore_tz();
 
-  /// Makes `rule`, at most 63 characters of it, the current TZ and the process's TZ variable, and re-reads
-  /// the zone setting.
+  /// Makes `rule`, truncated to 63 characters, the current TZ and the process's TZ variable, and reads the
+  /// zone anew.
   void set_tz(const char* rule);
 
   /// The TZ last set, empty when none was.

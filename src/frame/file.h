@@ -1,29 +1,30 @@
-// Files read through libfcgi's stdio calls, closed on every path.
+// Files, closed on every path. They are the C library's: libfcgi's stdio serves only the streams of a
+// request, and on a file its functions call these.
 #pragma once
 
-#include <fcgi_stdio.h>
-
 #include <cstdio>
+#include <limits>
 #include <memory>
 
 namespace psia {
 
 struct FileCloser {
-  void operator()(FCGI_FILE* file) const { FCGI_fclose(file); }
+  void operator()(std::FILE* file) const { std::fclose(file); }
 };
-using File = std::unique_ptr<FCGI_FILE, FileCloser>;
+using File = std::unique_ptr<std::FILE, FileCloser>;
 
 /// Opens the file `path` as fopen(3) does; null when that fails.
 [[nodiscard]] inline File open_file(const char* path, const char* mode) {
-  return File(FCGI_fopen(path, mode));
+  return File(std::fopen(path, mode));
 }
 
-/// The size in bytes, negative when there is none to tell (a directory, say). Reading goes on from the start.
+/// The size in bytes, negative when there is none (a directory) or it exceeds 2 GiB. Reading goes on from the
+/// start.
 [[nodiscard]] inline int file_size(const File& file) {
-  if (FCGI_fseek(file.get(), 0, SEEK_END) != 0) return -1;
-  const int size = FCGI_ftell(file.get());
-  FCGI_rewind(file.get());
-  return size;
+  if (std::fseek(file.get(), 0, SEEK_END) != 0) return -1;
+  const long size = std::ftell(file.get());
+  std::rewind(file.get());
+  return size > std::numeric_limits<int>::max() ? -1 : static_cast<int>(size);
 }
 
 }  // namespace psia

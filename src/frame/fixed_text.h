@@ -1,5 +1,5 @@
-// A text of bounded size: what a request's values are copied into. Longer values are cut without a word, so
-// that no client decides how much memory the service uses.
+// A text of bounded size, for values of requests. Longer values are truncated, so that no client decides how
+// much memory the service uses.
 #pragma once
 
 #include <array>
@@ -29,9 +29,8 @@ class FixedText {
 
   [[nodiscard]] const char* c_str() const { return data_.data(); }
   [[nodiscard]] bool empty() const { return data_[0] == '\0'; }
-  /// All `Size` bytes. Behind the terminating zero stand zero bytes, or what an earlier, longer text left
-  /// there: the schedule's bit strings show it to clients, who have always seen the rest of the string
-  /// before.
+  /// All `Size` bytes. After the terminating zero come zero bytes, or the rest of an earlier, longer text.
+  /// The schedule reads these bytes, and its clients rely on the result; see apply_bit_string.
   [[nodiscard]] const std::array<char, Size>& bytes() const { return data_; }
 
  private:

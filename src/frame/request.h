@@ -1,5 +1,5 @@
-// What one request is. Built once after its credentials have been checked, passed down to the handler. The
-// texts belong to libfcgi and are gone with the next accept: nothing keeps them.
+// One request. Built after its credentials were checked and passed down to the handler. libfcgi owns the
+// texts and frees them when the request ends; nothing keeps them.
 #pragma once
 
 namespace psia {

@@ -3,10 +3,9 @@
 #include <fcgi_stdio.h>
 
 #include <array>
-#include <cstdint>
+#include <charconv>
 #include <cstdio>
 
-#include "frame/numbers.h"
 #include "frame/service.h"
 
 namespace psia {
@@ -24,11 +23,13 @@ constexpr std::array kStatusStrings = {
 };
 
 void send(const char* content_type, std::string_view body) {
+  std::array<char, 20> digits;
+  const char* const end = std::to_chars(digits.begin(), digits.end(), body.size()).ptr;
   std::array<char, 128> header;
-  const DecimalText length(static_cast<std::int32_t>(body.size()));
   std::size_t size = 0;
   for (const std::string_view text :
-       {std::string_view("Content-Length: "), std::string_view(length.c_str(), length.length()),
+       {std::string_view("Content-Length: "),
+        std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data())),
         std::string_view("\r\n"), std::string_view(content_type)}) {
     size += text.copy(header.data() + size, header.size() - size);
   }

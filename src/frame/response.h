@@ -1,5 +1,5 @@
-// How every answer leaves the service: documents with their header lines, and the ResponseStatus document
-// that answers every change and every refused or failed request.
+// Sends answers: documents with their header lines, and the ResponseStatus document that answers every change
+// and every refused or failed request.
 #pragma once
 
 #include <string_view>
@@ -27,12 +27,12 @@ enum class Status : int {
 inline constexpr const char* kXmlContent = "Content-Type: application/xml; charset=\"UTF-8\"\r\n\r\n";
 inline constexpr const char* kTextContent = "Content-Type: text/plain; charset=\"UTF-8\"\r\n\r\n";
 
-/// The XML declaration of most documents; some end it without a line break, some with "\n".
+/// The XML declaration of most documents. Some documents have no line break after it, some have "\n".
 inline constexpr const char* kXmlDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\r\n";
 inline constexpr const char* kXmlDeclarationBare = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
 inline constexpr const char* kXmlDeclarationLine = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n";
 
-/// Writes a text to the client as it stands.
+/// Sends a text to the client unchanged. A failed write is not told: the client is gone.
 void write_text(std::string_view text);
 
 /// Answers with a ResponseStatus document. Writes nothing when memory is short.
@@ -57,9 +57,9 @@ void answer_fixed_xml(std::string_view document);
 /// Sends a finished document to the client, or a device error when memory ran short while it was built.
 void send_document(const Request& request, const char* content_type, TextBuffer& document);
 
-/// The same on the process's standard output, with the Event resources' own Content-Type line. Over FastCGI
-/// the client receives nothing of it; that is how the Event documents have always gone out. A plain CGI
-/// program's standard output is the client.
+/// The same on the process's standard output, with the Event resources' own Content-Type line. Kept for
+/// compatibility: over FastCGI the client receives nothing of an Event document. A plain CGI program's
+/// standard output is the client.
 void print_document(const Request& request, TextBuffer& document);
 void print_fixed_xml(std::string_view document);
 

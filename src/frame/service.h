@@ -1,4 +1,4 @@
-// What lives as long as the process; handlers get it as an argument, there are no globals.
+// What lives as long as the process. Handlers get it as an argument; there are no globals.
 #pragma once
 
 #include "frame/control_queue.h"
@@ -7,13 +7,15 @@
 
 namespace psia {
 
+class IndexDocuments;
 struct tz_pair_list;
 
 struct Service {
   Environment& environment;
   Database& database;
-  const ControlQueues& queues;
+  ControlQueues& queues;
   const tz_pair_list& time_zones;
+  const IndexDocuments& index_documents;
 };
 
 }  // namespace psia

@@ -1,4 +1,4 @@
-// Waiting that signals do not shorten.
+// Sleeping that signals do not shorten.
 #pragma once
 
 namespace psia {

@@ -1,8 +1,26 @@
+// A stop sets a flag and starts a timer that ticks until the process ends. Signals are never blocked; a call
+// that reads, writes or accepts goes on after one (SA_RESTART). What a tick does depends on what the service
+// does at that moment:
+//
+//   waits for a connection      puts another file in place of the listening socket: accept(2) fails
+//   receives parameters         kTimeoutAfterStopMilliseconds after the stop: ends the reading of the
+//   connection receives a body             the same after so long a silence sends into a full queue nothing;
+//   msgsnd(2) ends with EINTR at any signal waits for the peer's close  nothing; libfcgi's poll(2) ends with
+//   EINTR at any signal works, awaits a reply       nothing; the request is finished
+//
+// A replaced socket and an ended connection stay what they are. So it does not matter whether a tick comes
+// during the call that it is to end or just before it, and for the other calls the next tick comes soon.
+//
+// Without a stop the timer runs only while a body is received, and ends the reading of the connection after
+// kBodyTimeoutMilliseconds of silence.
 #include "frame/stop.h"
 
-#include <fcgiapp.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/time.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <ctime>
@@ -12,21 +30,16 @@ namespace psia {
 
 namespace {
 
-// SIGTERM, SIGUSR1 and SIGALRM. Made once, at start: the mask is changed twice for every request.
-sigset_t all_signals;
-
-/// How soon a stop first interrupts, and how often it does so again. A signal that arrives between a look at
-/// the flag and the system call that then blocks would be lost otherwise, in libfcgi's accept as in our own
-/// calls.
 constexpr int kFirstTickMilliseconds = 1;
-constexpr int kTickMilliseconds = 250;
+constexpr int kTickMilliseconds = 50;
+
+enum Waiting : std::sig_atomic_t { kForNothing, kForRequest, kForBody };
 
 // What the signal handlers share with the program, which all run in the one thread.
 volatile std::sig_atomic_t stop_was_requested = 0;
-volatile std::sig_atomic_t body_is_awaited = 0;
-volatile std::sig_atomic_t timer_runs = 0;
-volatile std::sig_atomic_t alarm_interrupts = 0;
-volatile std::uint32_t silent_since = 0;  // milliseconds of the monotonic clock, modulo 2^32
+volatile std::sig_atomic_t waiting = kForNothing;
+volatile std::uint32_t silent_since = 0;            // milliseconds of the monotonic clock, modulo 2^32
+const volatile int* volatile connection = nullptr;  // libfcgi's descriptor, negative while there is none
 
 std::uint32_t now() {
   timespec time{};
@@ -34,106 +47,112 @@ std::uint32_t now() {
   return static_cast<std::uint32_t>(time.tv_sec) * 1000U + static_cast<std::uint32_t>(time.tv_nsec / 1000000);
 }
 
-/// setitimer(2) is a plain system call on Linux, so a signal handler may use it.
-void set_timer(int milliseconds) {
-  itimerval timer{};
-  timer.it_value.tv_sec = milliseconds / 1000;
-  timer.it_value.tv_usec = milliseconds % 1000 * 1000;
+timeval to_timeval(int milliseconds) {
+  return {milliseconds / 1000, static_cast<suseconds_t>(milliseconds % 1000) * 1000};
+}
+
+/// Sends a SIGALRM after `first` milliseconds and then, unless `interval` is 0, every `interval`; none when
+/// `first` is 0. setitimer(2) is a plain system call on Linux, so a signal handler may use it.
+void set_timer(int first, int interval) {
+  const itimerval timer{to_timeval(interval), to_timeval(first)};
   setitimer(ITIMER_REAL, &timer, nullptr);
-  timer_runs = 1;
 }
 
-void install(int signal, void (*handler)(int), int flags) {
-  struct sigaction action {};
-  action.sa_handler = handler;
-  action.sa_mask = all_signals;
-  action.sa_flags = flags;
-  sigaction(signal, &action, nullptr);
+void start_ticks() {
+  set_timer(kFirstTickMilliseconds, kTickMilliseconds);
 }
 
-/// SIGTERM and SIGUSR1 interrupt nothing themselves; the timer does when it is time to.
+/// Sets the timer of a body. A stop may have arrived just before and must not lose its ticks.
+void set_body_timer(int milliseconds) {
+  set_timer(milliseconds, 0);
+  if (stop_requested()) start_ticks();
+}
+
+/// How much longer the peer may be silent, in milliseconds; negative when it was for too long.
+int patience_left() {
+  const int limit = stop_requested() ? kTimeoutAfterStopMilliseconds : kBodyTimeoutMilliseconds;
+  return limit - static_cast<int>(now() - silent_since);
+}
+
 extern "C" void request_stop(int /*signal*/) {
   if (stop_was_requested == 0) silent_since = now();
   stop_was_requested = 1;
-  FCGX_ShutdownPending();
-  set_timer(kFirstTickMilliseconds);
+  start_ticks();
 }
 
-/// SIGALRM. Whether a signal interrupts a read is decided when it arrives, so it takes a second one to
-/// interrupt what the first one found to be overdue.
-extern "C" void look_at_clock(int /*signal*/) {
-  timer_runs = 0;
-  if (body_is_awaited != 0) {
-    const int limit = stop_was_requested != 0 ? kBodyTimeoutAfterStopMilliseconds : kBodyTimeoutMilliseconds;
-    const auto silent = static_cast<int>(now() - silent_since);
-    if (silent < limit) return set_timer(limit - silent);
-  } else if (stop_was_requested == 0) {
-    return;  // left over from a body that has come
+/// SIGALRM. All functions called here are safe in a signal handler (signal-safety(7)).
+extern "C" void tick(int /*signal*/) {
+  if (waiting == kForNothing || connection == nullptr) return;
+  if (waiting == kForRequest && !stop_requested()) return;
+  const int error = errno;
+  if (*connection < 0) {
+    // Standard output is no listening socket. Closing the socket instead would free descriptor 0 for the
+    // next file.
+    dup2(STDOUT_FILENO, STDIN_FILENO);
+  } else if (const int left = patience_left(); left <= 0) {
+    shutdown(*connection, SHUT_RD);
+  } else if (!stop_requested()) {
+    set_timer(left, 0);
   }
-  if (alarm_interrupts == 0) install(SIGALRM, look_at_clock, 0);
-  set_timer(alarm_interrupts == 0 ? kFirstTickMilliseconds : kTickMilliseconds);
-  alarm_interrupts = 1;
-}
-
-/// From here on the timer interrupts no read until look_at_clock says so again.
-void let_reads_go_on() {
-  if (alarm_interrupts == 0) return;
-  install(SIGALRM, look_at_clock, SA_RESTART);
-  alarm_interrupts = 0;
+  errno = error;
 }
 
 }  // namespace
 
 void install_stop_signals() {
-  sigemptyset(&all_signals);
+  sigset_t signals;
+  sigemptyset(&signals);
   for (const int signal : {SIGTERM, SIGUSR1, SIGALRM})
-    sigaddset(&all_signals, signal);
-  sigprocmask(SIG_BLOCK, &all_signals, nullptr);
-  install(SIGTERM, request_stop, SA_RESTART);
-  install(SIGUSR1, request_stop, SA_RESTART);
-  install(SIGALRM, look_at_clock, SA_RESTART);
+    sigaddset(&signals, signal);
+  struct sigaction action {};
+  action.sa_mask = signals;
+  action.sa_flags = SA_RESTART;
+  action.sa_handler = request_stop;
+  sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGUSR1, &action, nullptr);
+  action.sa_handler = tick;
+  sigaction(SIGALRM, &action, nullptr);
+  sigprocmask(SIG_UNBLOCK, &signals, nullptr);  // a parent may have blocked them
 }
 
-StopSignalsAllowed::StopSignalsAllowed() {
-  // A body's timer must not go off here: libfcgi drops a connection when a signal meets the poll(2) that
-  // follows its accept.
-  if (timer_runs != 0 && !stop_requested()) {
-    set_timer(0);
-    timer_runs = 0;
-  }
-  sigprocmask(SIG_UNBLOCK, &all_signals, nullptr);
+RequestAwaited::RequestAwaited(const FCGX_Request& request) {
+  connection = &request.ipcFd;
+  waiting = kForRequest;
 }
 
-StopSignalsAllowed::~StopSignalsAllowed() {
-  sigprocmask(SIG_BLOCK, &all_signals, nullptr);
+RequestAwaited::~RequestAwaited() {
+  waiting = kForNothing;
 }
 
 BodyAwaited::BodyAwaited() {
-  waits_again();
-  body_is_awaited = 1;
-  if (timer_runs == 0) set_timer(kBodyTimeoutMilliseconds);
-  sigprocmask(SIG_UNBLOCK, &all_signals, nullptr);
+  begin_wait();
+  waiting = kForBody;
+  set_body_timer(kBodyTimeoutMilliseconds);
 }
 
+/// Without a stop the timer must not run on: libfcgi drops a connection when a signal meets the poll(2) that
+/// follows its accept.
 BodyAwaited::~BodyAwaited() {
-  sigprocmask(SIG_BLOCK, &all_signals, nullptr);
-  body_is_awaited = 0;
+  waiting = kForNothing;
+  set_body_timer(0);
 }
 
-void BodyAwaited::waits_again() {
+void BodyAwaited::begin_wait() {
   silent_since = now();
-  let_reads_go_on();
+}
+
+bool BodyAwaited::wait_until_readable(int descriptor) {
+  for (;;) {
+    const int left = patience_left();
+    if (left <= 0) return false;
+    pollfd wanted{descriptor, POLLIN, 0};
+    const int ready = poll(&wanted, 1, left);
+    if (ready != -1 || errno != EINTR) return ready > 0;
+  }
 }
 
 bool stop_requested() {
   return stop_was_requested != 0;
-}
-
-bool stop_waiting() {
-  sigset_t pending;
-  sigemptyset(&pending);
-  sigpending(&pending);
-  return stop_requested() || sigismember(&pending, SIGTERM) == 1 || sigismember(&pending, SIGUSR1) == 1;
 }
 
 }  // namespace psia

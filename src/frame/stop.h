@@ -1,31 +1,33 @@
-// Ending the service from outside, and the limit of its patience with a body. SIGTERM and SIGUSR1 let the
-// request at hand finish, then the accept loop ends; a request that still waits for its body is given up.
+// Ending the service from outside, and the limit of its patience with a body. After SIGTERM or SIGUSR1 the
+// request at hand is finished, then the accept loop ends.
 #pragma once
+
+#include <fcgiapp.h>
 
 namespace psia {
 
-/// A body is given up when no byte of it has come for so long, counted from the stop once one is requested.
+/// A body ends when no byte of it has come for so long.
 inline constexpr int kBodyTimeoutMilliseconds = 30000;
-inline constexpr int kBodyTimeoutAfterStopMilliseconds = 1500;
+/// The same after a stop, counted from the stop at the earliest. The parameters of a request that is arriving
+/// must be complete so long after the stop.
+inline constexpr int kTimeoutAfterStopMilliseconds = 1500;
 
-/// Installs the handlers of SIGTERM, SIGUSR1 and SIGALRM and holds these signals back, so that they cut no
-/// read or write of a request short; they are let in where one of the objects below stands. Call once at
-/// start, before libfcgi installs its own handlers.
+/// Installs the handlers of SIGTERM, SIGUSR1 and SIGALRM. Call once at start, before libfcgi installs its
+/// own.
 void install_stop_signals();
 
-/// While one of these lives, a stop interrupts the system call it meets.
-class StopSignalsAllowed {
+/// While one of these lives, libfcgi waits for the next request over FastCGI.
+class RequestAwaited {
  public:
-  StopSignalsAllowed();
-  ~StopSignalsAllowed();
-  StopSignalsAllowed(const StopSignalsAllowed&) = delete;
-  StopSignalsAllowed& operator=(const StopSignalsAllowed&) = delete;
-  StopSignalsAllowed(StopSignalsAllowed&&) = delete;
-  StopSignalsAllowed& operator=(StopSignalsAllowed&&) = delete;
+  explicit RequestAwaited(const FCGX_Request& request);
+  ~RequestAwaited();
+  RequestAwaited(const RequestAwaited&) = delete;
+  RequestAwaited& operator=(const RequestAwaited&) = delete;
+  RequestAwaited(RequestAwaited&&) = delete;
+  RequestAwaited& operator=(RequestAwaited&&) = delete;
 };
 
-/// While one of these lives a body is awaited: a read that meets a signal goes on, and is interrupted only
-/// when the peer has been silent for longer than the limits above.
+/// While one of these lives, a body is awaited on the connection of the last request.
 class BodyAwaited {
  public:
   BodyAwaited();
@@ -35,14 +37,15 @@ class BodyAwaited {
   BodyAwaited(BodyAwaited&&) = delete;
   BodyAwaited& operator=(BodyAwaited&&) = delete;
 
-  /// Call when bytes have come and the next ones are awaited.
-  static void waits_again();
+  /// Call before each wait for further bytes: the time of silence begins anew.
+  static void begin_wait();
+
+  /// For a body that does not come over a connection: waits until `descriptor` can be read. False when the
+  /// peer was silent for too long, or when the descriptor fails.
+  [[nodiscard]] static bool wait_until_readable(int descriptor);
 };
 
-/// True once a stop signal was delivered.
+/// True once SIGTERM or SIGUSR1 has arrived. For work in many steps, too.
 [[nodiscard]] bool stop_requested();
-
-/// The same, or one has arrived and is held back. For work in many steps.
-[[nodiscard]] bool stop_waiting();
 
 }  // namespace psia

@@ -1,14 +1,14 @@
 #include "frame/text_buffer.h"
 
+#include <charconv>
 #include <cstdlib>
 #include <utility>
-
-#include "frame/numbers.h"
 
 namespace psia {
 
 namespace {
 constexpr std::size_t kStep = 1024;
+constexpr std::size_t kMaxDigits = 11;  // of a 32-bit number, with its sign; at least Piece's largest width
 }  // namespace
 
 std::size_t fold_percent_signs(char* text, std::size_t length) {
@@ -38,22 +38,35 @@ bool TextBuffer::grow_to_fit(std::size_t more) {
   return true;
 }
 
+// Out of line, so that the loop over the pieces, most of which are texts, stays short.
+[[gnu::noinline]] bool TextBuffer::append_number(const Piece& piece) {
+  if (kMaxDigits > capacity_ - length_ && !grow_to_fit(kMaxDigits)) return false;
+  const auto number = static_cast<std::int32_t>(piece.value_);
+  char* const begin = data_ + length_;
+  char* const end = std::to_chars(begin, begin + kMaxDigits, number).ptr;
+  length_ = static_cast<std::size_t>(end - data_);
+  if (const auto size = static_cast<std::size_t>(end - begin); size < piece.width_) {
+    const std::size_t missing = piece.width_ - size;
+    char* const digits = number < 0 && piece.padding_ == '0' ? begin + 1 : begin;  // zeros go behind the sign
+    std::memmove(digits + missing, digits, static_cast<std::size_t>(end - digits));
+    std::memset(digits, piece.padding_, missing);
+    length_ += missing;
+  }
+  return true;
+}
+
 void TextBuffer::append_all(const Piece* pieces, std::size_t count) {
   if (!valid()) return;
   const std::size_t start = length_;
-  const auto append_bytes = [this](const char* bytes, std::size_t size) {
-    if (size > capacity_ - length_ && !grow_to_fit(size)) return false;
-    std::memcpy(data_ + length_, bytes, size);
-    length_ += size;
-    return true;
-  };
   for (const Piece* piece = pieces; piece != pieces + count; ++piece) {
-    if (piece->text_ != nullptr) {
-      if (!append_bytes(piece->text_, piece->value_)) return;
-    } else {
-      const DecimalText digits(static_cast<std::int32_t>(piece->value_), piece->width_, piece->padding_);
-      if (!append_bytes(digits.c_str(), digits.length())) return;
+    if (piece->text_ == nullptr) {
+      if (!append_number(*piece)) return;
+      continue;
     }
+    const std::size_t size = piece->value_;
+    if (size > capacity_ - length_ && !grow_to_fit(size)) return;
+    std::memcpy(data_ + length_, piece->text_, size);
+    length_ += size;
   }
   if (std::memchr(data_ + start, '%', length_ - start) == nullptr) return;
   has_percent_ = true;

@@ -1,5 +1,5 @@
-// The growable text in which a document is put together, so that its length is known before its header goes
-// out. Also the one place that decides what a percent sign in a value looks like to the client.
+// The growable text in which a document is built, so that its length is known before its header is sent. Also
+// the one place that decides what a percent sign in a value looks like to the client.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@
 
 namespace psia {
 
-/// One piece of what is appended to a document: a zero-terminated text, or a number in decimal digits. Lives
-/// no longer than the call it is made for.
+/// One piece of what is appended to a document: a zero-terminated text, or a number in decimal digits. Does
+/// not own its text.
 class Piece {
  public:
   // Made from the arguments of an append as they stand, so that a call reads like the text it gives.
@@ -17,7 +17,7 @@ class Piece {
   Piece(const char* text) : text_(text), value_(static_cast<std::uint32_t>(std::strlen(text))) {}
   Piece(std::int32_t number) : Piece(number, 0, ' ') {}
   // NOLINTEND(google-explicit-constructor)
-  /// The number as "%02d" and the like write it; see DecimalText.
+  /// The number as printf's "%02d" (padding '0') and "%4d" (' ') write it; `width` is at most 11.
   Piece(std::int32_t number, std::uint8_t width, char padding)
       : value_(static_cast<std::uint32_t>(number)), width_(width), padding_(padding) {}
 
@@ -35,13 +35,12 @@ class Piece {
   return {number, 2, '0'};
 }
 
-/// Replaces each "%%" of the `length` bytes at `text` by "%" in place and returns the new length. No text of
-/// a request or the database is ever used as a format; this keeps what clients have always been sent for
-/// them.
+/// Replaces each "%%" of the `length` bytes at `text` by "%" in place and returns the new length. Kept for
+/// compatibility: clients have always been sent values in this form. No value is ever used as a format.
 [[nodiscard]] std::size_t fold_percent_signs(char* text, std::size_t length);
 
 /// Starts with room for 1024 bytes and grows in steps of 1024. When memory is short the buffer is no longer
-/// valid, further appends do nothing, and whoever sends it answers a device error instead.
+/// valid: further appends do nothing, and a device error is sent in its place.
 class TextBuffer {
  public:
   TextBuffer();
@@ -58,24 +57,24 @@ class TextBuffer {
     append_all(all, sizeof...(pieces));
   }
 
-  /// Folds the percent signs of the whole text once more, as every document is when it is sent.
+  /// Folds the percent signs of the whole text once more. Done to every document before it is sent.
   void fold();
 
   [[nodiscard]] bool valid() const { return data_ != nullptr; }
   [[nodiscard]] const char* data() const { return data_; }
   /// Bytes of text; no zero byte follows them.
   [[nodiscard]] std::size_t length() const { return length_; }
-  /// Bytes of text that fit before the buffer must grow.
-  [[nodiscard]] std::size_t capacity() const { return capacity_; }
 
  private:
   void append_all(const Piece* pieces, std::size_t count);
+  // These are false when memory is short; the buffer is then no longer valid.
+  [[nodiscard]] bool append_number(const Piece& piece);
   [[nodiscard]] bool grow_to_fit(std::size_t more);
 
   std::size_t length_ = 0;
   std::size_t capacity_;
   char* data_;                // capacity_ bytes, or null when memory ran short
-  bool has_percent_ = false;  // nothing is left to fold otherwise
+  bool has_percent_ = false;  // otherwise there is nothing to fold
 };
 
 }  // namespace psia

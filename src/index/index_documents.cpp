@@ -1,7 +1,6 @@
 #include "index/index_documents.h"
 
-#include <array>
-#include <cstddef>
+#include <algorithm>
 #include <span>
 
 namespace psia {
@@ -10,19 +9,19 @@ namespace {
 
 /// One child of a resource, with its own children where a list shows them.
 struct Resource {
-  std::string_view name;
-  std::string_view type = "resource";
+  const char* name;
+  const char* type = "resource";
   std::span<const Resource> children = {};
 };
 
-constexpr std::string_view kService = "service";
+constexpr const char* kService = "service";
 
-constexpr std::string_view kListRoot =
+constexpr const char* kListRoot =
     "<ResourceList version=\"1.0\" xmlns=\"urn:psialliance-org\" "
     "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
     "xsi:schemaLocation=\"urn:psialliance-org http://www.psialliance.org/XMLSchemas/service.xsd\">";
-constexpr std::string_view kShortListRoot = "<ResourceList version=\"1.0\" xmlns=\"urn:psialliance-org\">";
-constexpr std::string_view kDescriptionRoot =
+constexpr const char* kShortListRoot = "<ResourceList version=\"1.0\" xmlns=\"urn:psialliance-org\">";
+constexpr const char* kDescriptionRoot =
     "<ResourceDescription version=\"1.0\" xmlns=\"urn:psialliance-org\" "
     "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
     "xsi:schemaLocation=\"urn:psialliance-org http://www.psialliance.org/XMLSchemas/service.xsd\">";
@@ -115,24 +114,7 @@ constexpr std::array kRootRecursive = {
     Resource{"Streaming", kService, kStreaming},
 };
 
-/// Takes the pieces of a document; only counts them while there is nowhere to put them.
-struct Output {
-  char* place = nullptr;
-  std::size_t length = 0;
-
-  template <typename... Texts>
-  constexpr void append(Texts... texts) {
-    (append_one(texts), ...);
-  }
-  constexpr void append_one(std::string_view text) {
-    for (const char c : text) {
-      if (place != nullptr) place[length] = c;
-      ++length;
-    }
-  }
-};
-
-constexpr void append_resources(Output& document, std::span<const Resource> resources) {
+void append_resources(TextBuffer& document, std::span<const Resource> resources) {
   for (const Resource& resource : resources) {
     document.append("<Resource version=\"1.0\">");
     document.append("<name>", resource.name, "</name>");
@@ -147,8 +129,8 @@ constexpr void append_resources(Output& document, std::span<const Resource> reso
   }
 }
 
-constexpr void append_method(Output& document, std::string_view method, std::string_view result,
-                             std::string_view function, std::string_view notes) {
+void append_method(TextBuffer& document, const char* method, const char* result, const char* function,
+                   const char* notes) {
   document.append("<", method, ">");
   document.append("<QueryStringParameterList />");
   document.append("<inboundData>none</inboundData>");
@@ -159,14 +141,14 @@ constexpr void append_method(Output& document, std::string_view method, std::str
 }
 
 /// A ResourceList from its declaration to its closing tag.
-constexpr void append_list(Output& document, std::string_view declaration, std::string_view root,
-                           std::span<const Resource> resources) {
+void append_list(TextBuffer& document, const char* declaration, const char* root,
+                 std::span<const Resource> resources) {
   document.append(declaration, root);
   append_resources(document, resources);
   document.append("</ResourceList>");
 }
 
-constexpr void append_description(Output& document, std::string_view declaration) {
+void append_description(TextBuffer& document, const char* declaration) {
   document.append(declaration, kDescriptionRoot);
   document.append("<name>index</name>");
   document.append("<version>1.0</version>");
@@ -178,66 +160,34 @@ constexpr void append_description(Output& document, std::string_view declaration
   document.append("</ResourceDescription>");
 }
 
-/// The document that `kAppend` appends, as bytes in the program: run once to count them, once to store them.
-template <auto kAppend>
-constexpr auto kText = [] {
-  constexpr std::size_t length = [] {
-    Output counted;
-    kAppend(counted);
-    return counted.length;
-  }();
-  std::array<char, length> text{};
-  Output output{text.data()};
-  kAppend(output);
-  return text;
-}();
-
-template <auto kAppend>
-constexpr std::string_view text_of() {
-  return {kText<kAppend>.data(), kText<kAppend>.size()};
-}
-
-template <const auto& kResources>
-constexpr auto kList =
-    [](Output& document) { append_list(document, kXmlDeclarationBare, kListRoot, kResources); };
-template <const auto& kResources>
-constexpr auto kListWithLineBreak =
-    [](Output& document) { append_list(document, kXmlDeclaration, kListRoot, kResources); };
-
 }  // namespace
 
-std::string_view fixed_document(Index index) {
-  switch (index) {
-    case Index::kRecursive:
-      return text_of<kList<kRootRecursive>>();
-    case Index::kRoot:
-      return text_of<kList<kRoot>>();
-    case Index::kSystem:
-      return text_of<kListWithLineBreak<kSystem>>();
-    case Index::kNetwork:
-      return text_of<kList<kNetwork>>();
-    case Index::kAudio:
-      return text_of<kListWithLineBreak<kAudio>>();
-    case Index::kVideo:  // the one that shows no schema
-      return text_of<[](Output& document) {
-        append_list(document, kXmlDeclaration, kShortListRoot, kVideo);
-      }>();
-    case Index::kSecurity:
-      return text_of<kListWithLineBreak<kSecurity>>();
-    case Index::kAaa:
-      return text_of<kListWithLineBreak<kAaa>>();
-    case Index::kStreaming:
-      return text_of<kListWithLineBreak<kStreaming>>();
-    case Index::kEvent:
-      return text_of<kList<kEvent>>();
-  }
-  return {};
+IndexDocuments::IndexDocuments() {
+  const auto list = [this](IndexDocument which, const char* declaration, const char* root,
+                           std::span<const Resource> resources) {
+    append_list(documents_[which], declaration, root, resources);
+  };
+  list(kRecursiveIndex, kXmlDeclarationBare, kListRoot, kRootRecursive);
+  list(kRootIndex, kXmlDeclarationBare, kListRoot, kRoot);
+  list(kSystemIndex, kXmlDeclaration, kListRoot, kSystem);
+  list(kNetworkIndex, kXmlDeclarationBare, kListRoot, kNetwork);
+  list(kAudioIndex, kXmlDeclaration, kListRoot, kAudio);
+  list(kVideoIndex, kXmlDeclaration, kShortListRoot, kVideo);  // the one that shows no schema
+  list(kSecurityIndex, kXmlDeclaration, kListRoot, kSecurity);
+  list(kAaaIndex, kXmlDeclaration, kListRoot, kAaa);
+  list(kStreamingIndex, kXmlDeclaration, kListRoot, kStreaming);
+  list(kEventIndex, kXmlDeclarationBare, kListRoot, kEvent);
+  append_description(documents_[kDescription], kXmlDeclarationBare);
+  append_description(documents_[kDescriptionWithLineBreak], kXmlDeclaration);
 }
 
-std::string_view fixed_document(Description description) {
-  return description == Description::kPlain
-             ? text_of<[](Output& document) { append_description(document, kXmlDeclarationBare); }>()
-             : text_of<[](Output& document) { append_description(document, kXmlDeclaration); }>();
+bool IndexDocuments::valid() const {
+  return std::all_of(documents_.begin(), documents_.end(),
+                     [](const TextBuffer& document) { return document.valid(); });
+}
+
+std::string_view IndexDocuments::text(IndexDocument which) const {
+  return {documents_[which].data(), documents_[which].length()};
 }
 
 }  // namespace psia

@@ -1,44 +1,55 @@
 // The documents by which clients explore the service: a ResourceList and a ResourceDescription per level.
-// They are the same for every request, and put together when the service is compiled.
+// They are the same for every request and are built once, at the start.
 #pragma once
 
+#include <array>
 #include <string_view>
 
-#include "frame/request.h"
 #include "frame/response.h"
+#include "frame/service.h"
+#include "frame/text_buffer.h"
 
 namespace psia {
 
-struct Service;
-
-enum class Index {
-  kRecursive,
-  kRoot,
-  kSystem,
-  kNetwork,
-  kAudio,
-  kVideo,
-  kSecurity,
-  kAaa,
-  kStreaming,
-  kEvent,
+/// Every level describes its index. The root's, the Network and the Event level's description have no line
+/// break after the XML declaration, the others have one.
+enum IndexDocument {
+  kRecursiveIndex,
+  kRootIndex,
+  kSystemIndex,
+  kNetworkIndex,
+  kAudioIndex,
+  kVideoIndex,
+  kSecurityIndex,
+  kAaaIndex,
+  kStreamingIndex,
+  kEventIndex,
+  kDescription,
+  kDescriptionWithLineBreak,
+  kIndexDocumentCount,
 };
 
-/// Every level describes its index. The root's, the Network and the Event level's description have no line
-/// break behind the XML declaration, the others have one.
-enum class Description { kPlain, kWithLineBreak };
+class IndexDocuments {
+ public:
+  IndexDocuments();
 
-[[nodiscard]] std::string_view fixed_document(Index index);
-[[nodiscard]] std::string_view fixed_document(Description description);
+  /// False when memory was too short to build them all.
+  [[nodiscard]] bool valid() const;
+  /// The document's bytes. Only for valid documents.
+  [[nodiscard]] std::string_view text(IndexDocument which) const;
+
+ private:
+  std::array<TextBuffer, kIndexDocumentCount> documents_;
+};
 
 /// The handlers that answer with one of these documents, or print it as the Event level does.
-template <auto kDocument>
-void read_fixed(Service& /*service*/, const Request& /*request*/) {
-  answer_fixed_xml(fixed_document(kDocument));
+template <IndexDocument kWhich>
+void read_index(Service& service, const Request& /*request*/) {
+  answer_fixed_xml(service.index_documents.text(kWhich));
 }
-template <auto kDocument>
-void print_fixed(Service& /*service*/, const Request& /*request*/) {
-  print_fixed_xml(fixed_document(kDocument));
+template <IndexDocument kWhich>
+void print_index(Service& service, const Request& /*request*/) {
+  print_fixed_xml(service.index_documents.text(kWhich));
 }
 
 }  // namespace psia

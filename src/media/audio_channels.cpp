@@ -22,7 +22,7 @@ void append_audio_channel(TextBuffer& document, bool enabled) {
   document.append("</AudioChannel>");
 }
 
-/// The Enable value a body asks for: a channel that does not say "true" is switched off.
+/// The Enable value of a body: 1 for "true", 0 for anything else. Nothing when the body cannot be used.
 std::optional<int> read_requested_enable(const Request& request) {
   const XmlDocument document = read_document(request, "AudioChannel");
   if (!document) return std::nullopt;
@@ -42,7 +42,7 @@ void read_audio_channel(Service& service, const Request& request) {
   });
 }
 
-void list_audio_channels(Service& service, const Request& request) {
+void read_audio_channels(Service& service, const Request& request) {
   answer_xml(request, [enabled = audio_enabled(service)](TextBuffer& document) {
     document.append(kXmlDeclaration);
     document.append("<AudioChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
@@ -51,7 +51,7 @@ void list_audio_channels(Service& service, const Request& request) {
   });
 }
 
-void set_audio_channel(Service& service, const Request& request) {
+void write_audio_channel(Service& service, const Request& request) {
   const std::optional<int> enable = read_requested_enable(request);
   if (!enable || !service.database.execute("update Audio set Enable=%d where AudioID=0", *enable)) {
     return answer_status(request, Status::kDeviceError);

@@ -17,7 +17,7 @@ namespace psia {
 
 namespace {
 
-/// A row of the VideoEncoder table; as it stands here, what is shown when there is none.
+/// A row of the VideoEncoder table. The initial values are shown when there is no row.
 struct Encoder {
   std::int32_t enable = 1;
   std::int32_t codec = 1;
@@ -33,8 +33,8 @@ struct Encoder {
 constexpr std::int32_t kNoEncoder = -1;
 
 // Bits of Spec.VideoResolution.
-constexpr std::int32_t kLargerSizes = 0x20;       // more is offered than the sensor's basic size
-constexpr std::int32_t kSmallerClass = 0x200000;  // of sensors
+constexpr std::int32_t kLargerSizes = 0x20;       // sizes above the sensor's basic one are offered
+constexpr std::int32_t kSmallerClass = 0x200000;  // the sensor belongs to the smaller class
 
 /// Percentages shown for the quality levels.
 constexpr std::array kPercentages = {100, 75, 50, 25, 0};
@@ -60,7 +60,7 @@ struct ShownSize {
   const char* height_attributes = "";
 };
 
-/// What one StreamingChannel element shows. The documents differ in how they make the last three of it.
+/// What one StreamingChannel element shows. Each document determines the last three members in its own way.
 struct Channel {
   Stream stream;
   Encoder encoder;
@@ -75,7 +75,7 @@ CaptureSize maximum_capture_size(Database& database) {
   const Rows spec = database.query("select VideoResolution, VideoSourceFeature from Spec");
   const bool smaller = !spec.found() || (spec.number(0, 0) & kSmallerClass) != 0;
   const Rows mode = database.query("select a.ModelName, b.CaptureMode from System as a, VideoSource as b");
-  if (!mode.found()) return {1920, 1080};  // intended for the smaller class, too
+  if (!mode.found()) return {1920, 1080};  // for the smaller class, too; clients rely on it
   const bool is_4_to_3 = mode.number(0, 1) == 1;
   if (smaller) return is_4_to_3 ? CaptureSize{1280, 1024} : CaptureSize{1280, 720};
   return is_4_to_3 ? CaptureSize{2040, 1536} : CaptureSize{1920, 1080};
@@ -96,13 +96,13 @@ std::optional<Encoder> read_encoder(Database& database, Stream stream) {
                  .gop_size = rows.number(0, 7)};
 }
 
-/// A whole row of the Audio table; without one the audio is off.
+/// The values of a row of the Audio table; off and codec 0 when there is no row.
 Audio to_audio(const Rows& rows) {
   return {.enable = rows.number(0, 2), .codec = rows.number(0, 3)};
 }
 
-/// The stream that the URI names behind "/PSIA/Streaming/channels/". Nothing is refused: 10 is the Master
-/// stream, 7 and whatever else the Slave stream.
+/// The stream that the URI names after "/PSIA/Streaming/channels/". No name is refused: 10 is the Master
+/// stream, 7 and any other text the Slave stream.
 Stream stream_of(const Request& request) {
   return strncasecmp(request.tail, "Master-0", 8) == 0 || request.tail[0] == '1' ? kMaster : kSlave;
 }
@@ -111,13 +111,14 @@ const char* codec_name(const Encoder& encoder) {
   return encoder.codec != 0 ? "H.264" : "MJPEG";
 }
 
-/// The list's Slave entry has a sense of its own, as intended: clients see code 0 as H.264 and 1 as MJPEG.
+/// Kept for compatibility: the list's Slave entry shows code 0 as H.264 and code 1 as MJPEG, the opposite of
+/// all others.
 const char* listed_slave_codec_name(const Encoder& encoder) {
   return encoder.codec == 1 ? "MJPEG" : "H.264";
 }
 
-/// The size shown by the channel document and the list's Master entry. Only code 5 is told apart, as
-/// intended: the channel document shows the small pictures of the Slave stream as the sensor's size.
+/// The size shown by the channel document and the list's Master entry. Kept for compatibility: all codes but
+/// 5 are shown as the sensor's size, also the small pictures of the Slave stream.
 ShownSize shown_size(const Encoder& encoder, const CaptureSize& largest) {
   if (encoder.resolution == 5) return largest.height == 1536 ? ShownSize{2040, 1536} : ShownSize{1920, 1080};
   return largest.is_4_to_3() ? ShownSize{1280, 1024} : ShownSize{1280, 720};
@@ -133,7 +134,7 @@ ShownSize capabilities_size(const Encoder& encoder, const CaptureSize& largest, 
   switch (encoder.resolution) {
     case 0:
       return {704, 480, " opt=\"352,704\"", " opt=\"240,480\""};
-    case 1:  // the width of one and the height of the other
+    case 1:  // the width of code 0 and the height of code 2
       return {704, 240, " opt=\"352,704\"", " opt=\"240,480\""};
     case 2:
       return {352, 240, " opt=\"352,704\"", " opt=\"240,480\""};
@@ -142,7 +143,7 @@ ShownSize capabilities_size(const Encoder& encoder, const CaptureSize& largest, 
     case 5:
       return largest.height == 1536 ? ShownSize{2040, 1536, " opt=\"1280,2040\"", " opt=\"1024,1536\""}
                                     : ShownSize{1920, 1080, " opt=\"1280,1920\"", " opt=\"720,1080\""};
-    default:  // 4 and whatever else
+    default:  // 4 and unknown codes
       if (largest.is_4_to_3()) {
         return larger_sizes ? ShownSize{1280, 1024, " opt=\"1280,2040\"", " opt=\"1024,1536\""}
                             : ShownSize{1280, 1024, " opt=\"1280\"", " opt=\"1024\""};
@@ -158,9 +159,9 @@ int quality_percentage(std::int32_t level) {
   return index < kPercentages.size() ? kPercentages[index] : 50;
 }
 
-/// Milliseconds from one key frame to the next. The division is one of single precision, and clients see its
-/// rounding: 699 for 7 frames at 10 per second. At frame rate 0 the quotient is infinite or, when there are
-/// no key frames either, not a number: they see an end of the range or 0.
+/// Milliseconds from one key frame to the next. The division has single precision, and clients see its
+/// rounding: 699 for 7 frames at 10 per second. At frame rate 0 they see an end of the range, or 0 when there
+/// are no key frames either.
 std::int32_t key_frame_interval(const Encoder& encoder) {
   using Limits = std::numeric_limits<std::int32_t>;
   const float seconds = static_cast<float>(encoder.gop_size) / static_cast<float>(encoder.frame_rate);
@@ -194,7 +195,7 @@ const char* true_or_false(bool value) {
 }
 
 enum class Form {
-  kCapabilities,  // what a client may set stands in attributes
+  kCapabilities,  // with attributes that tell what a client may set
   kValues,
 };
 
@@ -272,7 +273,7 @@ void append_audio(TextBuffer& document, Form form, const Channel& channel) {
   document.append("</Audio>");
 }
 
-/// Appends what stands behind the start tag of a StreamingChannel element, its end tag included.
+/// Appends a StreamingChannel element without its start tag.
 void append_channel(TextBuffer& document, Form form, const Channel& channel) {
   Elements elements(document, form);
   elements.element("id", " opt=\"1,2\"", channel.stream + 1);
@@ -302,7 +303,7 @@ std::int32_t read_rtsp_port(Database& database) {
   return rows.found() ? rows.number(0, 0) : kDefaultRtspPort;
 }
 
-void list_streaming_channels(Service& service, const Request& request) {
+void read_streaming_channels(Service& service, const Request& request) {
   Database& database = service.database;
   const CaptureSize largest = maximum_capture_size(database);
   const Encoder master = read_encoder(database, kMaster).value_or(Encoder());

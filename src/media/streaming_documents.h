@@ -19,7 +19,7 @@ inline constexpr std::int32_t kDefaultRtspPort = 554;
 /// The stored RTSP port, the default when it cannot be read.
 [[nodiscard]] std::int32_t read_rtsp_port(Database& database);
 
-void list_streaming_channels(Service& service, const Request& request);
+void read_streaming_channels(Service& service, const Request& request);
 void read_streaming_channel(Service& service, const Request& request);
 void read_streaming_capabilities(Service& service, const Request& request);
 

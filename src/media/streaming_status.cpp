@@ -32,15 +32,15 @@ void read_streaming_status(Service& service, const Request& request) {
 }
 
 void read_streaming_channel_status(Service& service, const Request& request) {
-  // The length of the whole URI chooses the stream, and is meant to: the name Slave-0 lists the Slave
-  // stream's clients, names of any other length the Master's, channel 2 included.
+  // Clients rely on this: the length of the whole URI chooses the stream. `Slave-0` lists the clients of the
+  // Slave stream, a name of any other length, 2 too, those of the Master stream.
   const bool slave = std::strlen(request.uri) == std::strlen("/PSIA/Streaming/channels/Slave-0/status");
   const Rows clients = slave ? service.database.query("select * from ClientList where StreamName='Slave-0'")
                              : service.database.query("select * from ClientList where StreamName='Master-0'");
   if (!clients.found()) return answer_status(request, Status::kDeviceError);
 
-  // Written as it goes, unlike other documents: no Content-Length, header lines end in line feeds alone, and
-  // percent signs stay as they are stored.
+  // Kept for compatibility: unlike other documents this one has no Content-Length, its header lines end in
+  // line feeds alone, and percent signs are sent as they are stored.
   write_text("Content-Type: application/xml; charset=\"UTF-8\"\n\n");
   write_text(kXmlDeclaration);
   write_text("<StreamingSessionStatusList version=\"1.0\" xmlns=\"urn:psialliance-org\">");

@@ -12,9 +12,9 @@ namespace psia {
 
 namespace {
 
-/// What a body asks for, and what it is taken to ask for where it says nothing. Filled element by element;
-/// a later channel of a list begins with what the earlier ones left.
-struct Settings {
+/// What has been read of a body, with defaults for what it omits. A later channel of a list begins with the
+/// values that the earlier ones left.
+struct RequestedSettings {
   Stream stream = kMaster;
   int resolution = 0;
   int enable = 1;
@@ -51,69 +51,69 @@ int quality_level(std::int32_t percentage) {
   return percentage == 100 ? 0 : 2;
 }
 
-void read_video(XmlElement video, Settings& settings) {
+void take_video(XmlElement video, RequestedSettings& requested) {
   for (const XmlElement child : video) {
     if (child.is("videoCodecType")) {
-      settings.codec = child.text_is("MJPEG") ? 0 : 1;
+      requested.codec = child.text_is("MJPEG") ? 0 : 1;
     } else if (child.is("videoResolutionWidth")) {
-      settings.resolution = resolution_of_width(settings.stream, child.number());
+      requested.resolution = resolution_of_width(requested.stream, child.number());
     } else if (child.is("videoResolutionHeight")) {
-      settings.resolution = resolution_of_height(settings.stream, child.number(), settings.resolution);
+      requested.resolution = resolution_of_height(requested.stream, child.number(), requested.resolution);
     } else if (child.is("videoQualityControlType")) {
-      if (settings.codec == 0) {  // MJPEG knows no constant bit rate
-        settings.quality_type = 1;
-        settings.quality = 2;
+      if (requested.codec == 0) {  // MJPEG knows no constant bit rate
+        requested.quality_type = 1;
+        requested.quality = 2;
       } else {
-        settings.quality_type = child.text_is("VBR") ? 1 : 0;
+        requested.quality_type = child.text_is("VBR") ? 1 : 0;
       }
     } else if (child.is("fixedQuality")) {
-      settings.quality = quality_level(child.number());
+      requested.quality = quality_level(child.number());
     } else if (child.is("constantBitRate")) {
-      settings.bit_rate = child.number();
+      requested.bit_rate = child.number();
     } else if (child.is("maxFrameRate")) {
-      settings.frame_rate = child.number() / 100;  // from hundredths of a frame per second
+      requested.frame_rate = child.number() / 100;  // from hundredths of a frame per second
     }
   }
 }
 
-void read_audio(XmlElement audio, Settings& settings) {
+void take_audio(XmlElement audio, RequestedSettings& requested) {
   for (const XmlElement child : audio) {
     if (child.is("enabled")) {
-      settings.audio_enable = child.text_is("true") ? 1 : 0;
+      requested.audio_enable = child.text_is("true") ? 1 : 0;
     } else if (child.is("audioCompressionType")) {
-      settings.audio_codec = child.text_is("G.711alaw") ? 1 : child.text_is("G.726") ? 2 : 0;
+      requested.audio_codec = child.text_is("G.711alaw") ? 1 : child.text_is("G.726") ? 2 : 0;
     } else if (child.is("audioBitRate")) {
-      if (settings.audio_codec == 2 && child.number() == 32) settings.audio_codec = 3;
+      if (requested.audio_codec == 2 && child.number() == 32) requested.audio_codec = 3;
     }
   }
 }
 
-/// Tells the daemons. What they reply does not change the answer: the settings are stored.
+/// Tells the daemons. Their reply does not change the answer: the settings are stored.
 void announce(Service& service, ControlMessage message) {
   (void)service.queues.send_and_wait(message);
 }
 
-/// Stores the encoder settings and announces them; false when the statement failed or the request has sent
+/// Stores the encoder's settings and announces them. False when the statement failed or the request has sent
 /// all the messages it may.
-bool apply_video(Service& service, const Settings& settings) {
+bool apply_video(Service& service, const RequestedSettings& requested) {
   if (!service.queues.may_send() ||
       !service.database.execute(
           "update VideoEncoder set Enable=%d, Codec=%d, Resolution=%d, QualityType=%d, Bitrate=%d, Quality=%d, Framerate=%d where VideoEncoderID=%d",
-          settings.enable, settings.codec, settings.resolution, settings.quality_type, settings.bit_rate,
-          settings.quality, settings.frame_rate, static_cast<int>(settings.stream))) {
+          requested.enable, requested.codec, requested.resolution, requested.quality_type, requested.bit_rate,
+          requested.quality, requested.frame_rate, static_cast<int>(requested.stream))) {
     return false;
   }
   ControlMessage message(Command::kVideoEncoder);
-  message.put_int(kPayloadOffset + 4, settings.stream == kMaster ? 1 : 0);
+  message.put_int(kPayloadOffset + 4, requested.stream == kMaster ? 1 : 0);
   announce(service, message);
   return true;
 }
 
 /// The same for the audio encoder.
-bool apply_audio(Service& service, const Settings& settings) {
+bool apply_audio(Service& service, const RequestedSettings& requested) {
   if (!service.queues.may_send() ||
-      !service.database.execute("update Audio set Enable=%d, Codec=%d where AudioID=0", settings.audio_enable,
-                                settings.audio_codec)) {
+      !service.database.execute("update Audio set Enable=%d, Codec=%d where AudioID=0",
+                                requested.audio_enable, requested.audio_codec)) {
     return false;
   }
   announce(service, ControlMessage(Command::kAudio));
@@ -129,58 +129,59 @@ bool apply_rtsp_port(Service& service, std::int32_t port) {
   return true;
 }
 
-/// Carries a StreamingChannel element out in document order; id and enabled count for the Video elements
-/// behind them. False as soon as a statement fails.
-bool update_channel(Service& service, XmlElement channel, Settings& settings) {
+/// Carries out a StreamingChannel element in document order: id and enabled apply to the Video elements after
+/// them. False as soon as a statement fails.
+bool update_channel(Service& service, XmlElement channel, RequestedSettings& requested) {
   for (const XmlElement child : channel) {
     if (child.is("id")) {
       const bool master = child.text_is("Master-0") || child.text_is("1");
-      settings.stream = master ? kMaster : kSlave;
-      settings.resolution = master ? 4 : 0;
+      requested.stream = master ? kMaster : kSlave;
+      requested.resolution = master ? 4 : 0;
     } else if (child.is("enabled")) {
-      settings.enable = child.text_is("true") ? 1 : 0;
+      requested.enable = child.text_is("true") ? 1 : 0;
     } else if (child.is("Transport")) {
       for (const XmlElement transport : child) {
-        if (transport.is("rtspPortNo")) settings.rtsp_port = transport.number();
+        if (transport.is("rtspPortNo")) requested.rtsp_port = transport.number();
       }
     } else if (child.is("Video")) {
-      read_video(child, settings);
-      if (!apply_video(service, settings)) return false;
+      take_video(child, requested);
+      if (!apply_video(service, requested)) return false;
     } else if (child.is("Audio")) {
-      read_audio(child, settings);
-      if (!apply_audio(service, settings)) return false;
+      take_audio(child, requested);
+      if (!apply_audio(service, requested)) return false;
     }
   }
   return true;
 }
 
-bool update_channels(Service& service, XmlElement list, Settings& settings) {
+bool update_channels(Service& service, XmlElement list, RequestedSettings& requested) {
   for (const XmlElement child : list) {
-    if (child.is("StreamingChannel") && !update_channel(service, child, settings)) return false;
+    if (child.is("StreamingChannel") && !update_channel(service, child, requested)) return false;
   }
   return true;
 }
 
-/// Carries a body out with `update` when its root element is `root_name`, then sets the RTSP port. A body
-/// with another root or nothing in it still does the latter: it is meant to put the default port back.
+/// Carries out a body with `update` when its root element is `root_name`, then stores the RTSP port. Clients
+/// rely on the latter happening for a body with another root or an empty one, too: it restores the default
+/// port.
 void update_from_body(Service& service, const Request& request, const char* root_name,
-                      bool (*update)(Service&, XmlElement, Settings&)) {
+                      bool (*update)(Service&, XmlElement, RequestedSettings&)) {
   const XmlDocument document = read_document(request);
   if (!document) return answer_status(request, Status::kDeviceError);
-  Settings settings;
+  RequestedSettings requested;
   const XmlElement root = document.root();
-  const bool done = (!root.is(root_name) || update(service, root, settings)) &&
-                    apply_rtsp_port(service, settings.rtsp_port);
+  const bool done = (!root.is(root_name) || update(service, root, requested)) &&
+                    apply_rtsp_port(service, requested.rtsp_port);
   answer_done(request, done);
 }
 
 }  // namespace
 
-void update_streaming_channel(Service& service, const Request& request) {
+void write_streaming_channel(Service& service, const Request& request) {
   update_from_body(service, request, "StreamingChannel", update_channel);
 }
 
-void update_streaming_channels(Service& service, const Request& request) {
+void write_streaming_channels(Service& service, const Request& request) {
   update_from_body(service, request, "StreamingChannelList", update_channels);
 }
 

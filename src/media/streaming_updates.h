@@ -1,5 +1,5 @@
-// Changes of the streaming channels: encoders, shared audio encoder, RTSP port. Each part of a body takes
-// effect as it is met, so that what stands before a failure stays changed.
+// Changes of the streaming channels: encoders, shared audio encoder, RTSP port. The parts of a body take
+// effect one after the other: those before a failure stay changed.
 #pragma once
 
 #include "frame/request.h"
@@ -8,11 +8,11 @@ namespace psia {
 
 struct Service;
 
-/// PUT of one channel and POST to the list: a StreamingChannel document. The channel is the one named in the
-/// body; the URL's is not looked at.
-void update_streaming_channel(Service& service, const Request& request);
+/// PUT of one channel and POST to the list: a StreamingChannel document. The body's id names the channel; the
+/// URL's is ignored.
+void write_streaming_channel(Service& service, const Request& request);
 
 /// PUT of the list: a StreamingChannelList document.
-void update_streaming_channels(Service& service, const Request& request);
+void write_streaming_channels(Service& service, const Request& request);
 
 }  // namespace psia

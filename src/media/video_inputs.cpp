@@ -37,8 +37,8 @@ void append_channel(TextBuffer& document, const Picture& picture) {
   document.append("</VideoInputChannel>");
 }
 
-/// The settings that a body asks for. A level that is not named becomes 0, and without an id no row is meant.
-struct Adjustment {
+/// The levels of a body. One that it omits becomes 0; without an id no row is changed.
+struct RequestedPicture {
   std::int32_t source = -1;
   std::int32_t brightness = 0;
   std::int32_t contrast = 0;
@@ -52,17 +52,17 @@ std::int32_t short_number(XmlElement element) {
   return to_int32(text.c_str());
 }
 
-std::optional<Adjustment> read_adjustment(const Request& request) {
+std::optional<RequestedPicture> read_requested_picture(const Request& request) {
   const XmlDocument document = read_document(request, "VideoInputChannel");
   if (!document) return std::nullopt;
-  Adjustment adjustment;
+  RequestedPicture requested;
   for (const XmlElement child : document.root()) {
-    if (child.is("id")) adjustment.source = short_number(child);
-    if (child.is("brightnessLevel")) adjustment.brightness = short_number(child);
-    if (child.is("contrastLevel")) adjustment.contrast = short_number(child);
-    if (child.is("hueLevel")) adjustment.hue = short_number(child);
+    if (child.is("id")) requested.source = short_number(child);
+    if (child.is("brightnessLevel")) requested.brightness = short_number(child);
+    if (child.is("contrastLevel")) requested.contrast = short_number(child);
+    if (child.is("hueLevel")) requested.hue = short_number(child);
   }
-  return adjustment;
+  return requested;
 }
 
 }  // namespace
@@ -79,7 +79,7 @@ void read_video_inputs(Service& service, const Request& request) {
   });
 }
 
-void list_video_input_channels(Service& service, const Request& request) {
+void read_video_input_channels(Service& service, const Request& request) {
   answer_xml(request, [picture = read_picture(service)](TextBuffer& document) {
     document.append(kXmlDeclaration);
     document.append("<VideoInputChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
@@ -97,17 +97,17 @@ void read_video_input_channel(Service& service, const Request& request) {
   });
 }
 
-void set_video_input_channel(Service& service, const Request& request) {
-  const std::optional<Adjustment> adjustment = read_adjustment(request);
-  // The id of the body names the row as it is, while reading shows row 0 as channel 1. That is intended: a
-  // client that sends back the id it was shown changes row 1, and reading goes on showing row 0.
-  if (!adjustment || !service.database.execute(
-                         "update VideoSource set Brightness=%d, Contrast=%d, Hue=%d where VideoSourceID=%d",
-                         adjustment->brightness, adjustment->contrast, adjustment->hue, adjustment->source)) {
+void write_video_input_channel(Service& service, const Request& request) {
+  const std::optional<RequestedPicture> requested = read_requested_picture(request);
+  // Kept for compatibility: the id of the body is the number of the row, while reading shows row 0 as
+  // channel 1. A client that sends back the id it was shown changes row 1, and reading still shows row 0.
+  if (!requested || !service.database.execute(
+                        "update VideoSource set Brightness=%d, Contrast=%d, Hue=%d where VideoSourceID=%d",
+                        requested->brightness, requested->contrast, requested->hue, requested->source)) {
     return answer_status(request, Status::kDeviceError);
   }
   ControlMessage message(Command::kVideoSource);
-  message.put_int(kPayloadOffset, adjustment->source);
+  message.put_int(kPayloadOffset, requested->source);
   send_and_answer(service, request, message);
 }
 

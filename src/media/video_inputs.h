@@ -9,8 +9,8 @@ namespace psia {
 struct Service;
 
 void read_video_inputs(Service& service, const Request& request);
-void list_video_input_channels(Service& service, const Request& request);
+void read_video_input_channels(Service& service, const Request& request);
 void read_video_input_channel(Service& service, const Request& request);
-void set_video_input_channel(Service& service, const Request& request);
+void write_video_input_channel(Service& service, const Request& request);
 
 }  // namespace psia

@@ -7,7 +7,7 @@
 #include "frame/response.h"
 #include "frame/service.h"
 #include "frame/xml.h"
-#include "network/interface_address.h"
+#include "network/interface_state.h"
 
 namespace psia {
 
@@ -23,7 +23,7 @@ struct LiveAddressing {
   DnsServers name_servers;
 };
 
-/// The addressing type as stored, everything else from the kernel and the resolver file.
+/// The stored addressing type; everything else comes from the kernel and the resolver file.
 LiveAddressing read_live_addressing(Service& service) {
   const Rows network = service.database.query("select ConnectionType from Network");
   LiveAddressing live;
@@ -36,7 +36,7 @@ LiveAddressing read_live_addressing(Service& service) {
   return live;
 }
 
-/// Writes a document's lines at one column; a nesting level is four columns wide.
+/// Writes lines of a document with the indentation of one nesting level, four columns each.
 class Lines {
  public:
   Lines(TextBuffer& document, int level) : document_(document), level_(level) {}
@@ -58,12 +58,11 @@ class Lines {
 };
 
 void append_name_server(Lines lines, const ResolverText& address) {
-  // The text still holds the line feed that ended its line of the resolver file: clients have always been
-  // sent it inside the element.
+  // The text still holds the line feed of its line in the resolver file. Clients have always been sent it.
   lines.line("<ipAddress>", address.data(), "</ipAddress>");
 }
 
-/// What an IPAddress element holds.
+/// The content of an IPAddress element.
 void append_address_settings(Lines lines, const LiveAddressing& live) {
   const auto& mask = live.mask;
   const auto& gateway = live.gateway;
@@ -83,14 +82,14 @@ void append_address_settings(Lines lines, const LiveAddressing& live) {
   lines.line("</SecondaryDNS>");
 }
 
-/// What a Discovery element holds: zero-configuration networking cannot be switched off.
+/// The content of a Discovery element: zero-configuration networking cannot be switched off.
 void append_discovery_settings(Lines lines) {
   lines.line("<Zeroconf>");
   lines.inside().line("<enabled>true</enabled>");
   lines.line("</Zeroconf>");
 }
 
-/// What a NetworkInterface element holds.
+/// The content of a NetworkInterface element.
 void append_interface(Lines lines, const LiveAddressing& live) {
   lines.line("<id>eth0</id>");
   lines.line("<IPAddress version=\"1.0\">");
@@ -101,8 +100,8 @@ void append_interface(Lines lines, const LiveAddressing& live) {
   lines.line("</Discovery>");
 }
 
-/// The addressing that a body asks for.
-struct Addressing {
+/// The addressing of a body.
+struct RequestedAddressing {
   std::optional<bool> is_static;  // none: the body names no addressing type
   FixedText<32> address;
   FixedText<32> mask;
@@ -117,83 +116,83 @@ void take_address(XmlElement parent, FixedText<32>& address) {
   }
 }
 
-/// Adds what an IPAddress element holds; false when it is not about IPv4.
-bool take_address_settings(XmlElement element, Addressing& addressing) {
+/// Takes an IPAddress element; false when it is not about IPv4.
+bool take_address_settings(XmlElement element, RequestedAddressing& requested) {
   for (const XmlElement child : element) {
     if (child.is("ipVersion")) {
       if (!child.text_is("v4")) return false;
     } else if (child.is("addressingType")) {
-      addressing.is_static = child.text_is("static");
+      requested.is_static = child.text_is("static");
     } else if (child.is("ipAddress")) {
-      child.copy_text(addressing.address);
+      child.copy_text(requested.address);
     } else if (child.is("subnetMask")) {
-      child.copy_text(addressing.mask);
+      child.copy_text(requested.mask);
     } else if (child.is("DefaultGateway")) {
-      take_address(child, addressing.gateway);
+      take_address(child, requested.gateway);
     } else if (child.is("PrimaryDNS")) {
-      addressing.primary_dns.clear();
-      take_address(child, addressing.primary_dns);
+      requested.primary_dns.clear();
+      take_address(child, requested.primary_dns);
     } else if (child.is("SecondaryDNS")) {
-      addressing.secondary_dns.clear();
-      take_address(child, addressing.secondary_dns);
+      requested.secondary_dns.clear();
+      take_address(child, requested.secondary_dns);
     }
   }
   return true;
 }
 
-/// Adds what a NetworkInterface element holds; false when it is about another interface or not about IPv4.
-bool take_interface(XmlElement element, Addressing& addressing) {
+/// Takes a NetworkInterface element; false when it is about another interface or not about IPv4.
+bool take_interface(XmlElement element, RequestedAddressing& requested) {
   for (const XmlElement child : element) {
     if (child.is("id")) {
       if (!child.text_is(kInterface)) return false;
     } else if (child.is("IPAddress")) {
-      if (!take_address_settings(child, addressing)) return false;
+      if (!take_address_settings(child, requested)) return false;
     }
   }
   return true;
 }
 
-bool store(Database& database, const Addressing& addressing) {
-  if (!*addressing.is_static) return database.execute("update Network set ConnectionType=1");
+bool store(Database& database, const RequestedAddressing& requested) {
+  if (!*requested.is_static) return database.execute("update Network set ConnectionType=1");
   return database.execute(
       "update Network set ConnectionType=0, IPAddress='%s', SubnetMask='%s', Gateway='%s'",
-      addressing.address.c_str(), addressing.mask.c_str(), addressing.gateway.c_str());
+      requested.address.c_str(), requested.mask.c_str(), requested.gateway.c_str());
 }
 
-/// Has the network daemon apply the stored addressing and, when that is static and was applied, the name
-/// servers, which are not stored here. Returns the result of the last message sent.
-int announce(const ControlQueues& queues, const Addressing& addressing) {
+/// Asks the network daemon to apply the stored addressing and, after a static one was applied, the name
+/// servers, which are not stored. Returns the result of the last message.
+int announce(ControlQueues& queues, const RequestedAddressing& requested) {
   ControlMessage changed(Command::kAddressing);
   const int result = queues.send_and_wait(changed);
-  if (result != 0 || !*addressing.is_static) return result;
+  if (result != 0 || !*requested.is_static) return result;
   std::array<char, 256> servers{};
-  (void)std::snprintf(servers.data(), servers.size(), "%s-%s", addressing.primary_dns.c_str(),
-                      addressing.secondary_dns.c_str());
+  (void)std::snprintf(servers.data(), servers.size(), "%s-%s", requested.primary_dns.c_str(),
+                      requested.secondary_dns.c_str());
   ControlMessage name_servers(Command::kNameServers);
   name_servers.put_text(kPayloadOffset, servers.size(), servers.data());
   return queues.send_and_wait(name_servers);
 }
 
-/// Changes the addressing to what `take_root` finds in the body. A root element of another name than
-/// `root_name` is the one fault that clients are told apart from the others.
+/// Changes the addressing to what `take_root` finds in the body. Clients can tell a wrong root element from
+/// the other faults: its status is a different one.
 void change_addressing(Service& service, const Request& request, const char* root_name,
-                       bool (*take_root)(XmlElement, Addressing&)) {
-  Addressing addressing;
+                       bool (*take_root)(XmlElement, RequestedAddressing&)) {
+  RequestedAddressing requested;
   {
     const XmlDocument document = read_document(request);
     if (!document) return answer_status(request, Status::kDeviceError);
     if (!document.root().is(root_name)) return answer_status(request, Status::kInvalidXmlFormat);
-    if (!take_root(document.root(), addressing)) return answer_status(request, Status::kDeviceError);
+    if (!take_root(document.root(), requested)) return answer_status(request, Status::kDeviceError);
   }
-  if (!addressing.is_static || !store(service.database, addressing)) {
+  if (!requested.is_static || !store(service.database, requested)) {
     return answer_status(request, Status::kDeviceError);
   }
-  answer_result(request, announce(service.queues, addressing));
+  answer_result(request, announce(service.queues, requested));
 }
 
 }  // namespace
 
-void list_interfaces(Service& service, const Request& request) {
+void read_interfaces(Service& service, const Request& request) {
   answer_xml(request, [live = read_live_addressing(service)](TextBuffer& document) {
     document.append(kXmlDeclarationLine);
     document.append("<NetworkInterfaceList version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
@@ -231,11 +230,11 @@ void read_discovery(Service& /*service*/, const Request& request) {
   });
 }
 
-void set_interface(Service& service, const Request& request) {
+void write_interface(Service& service, const Request& request) {
   change_addressing(service, request, "NetworkInterface", take_interface);
 }
 
-void set_ip_address(Service& service, const Request& request) {
+void write_ip_address(Service& service, const Request& request) {
   change_addressing(service, request, "IPAddress", take_address_settings);
 }
 

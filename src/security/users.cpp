@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <cstring>
+#include <optional>
 
 #include "frame/numbers.h"
 #include "frame/response.h"
@@ -25,7 +26,7 @@ bool is_name(const FixedText<32>& name, const char* account) {
 }
 
 /// Takes a userName or password element into `account`; true when the element completes a pair, which only a
-/// password behind its name does.
+/// password after its name does.
 bool take_account(XmlElement element, Account& account) {
   if (element.is("userName")) element.copy_text(account.name);
   if (!element.is("password")) return false;
@@ -38,12 +39,52 @@ bool store_password(Database& database, const Account& account) {
                           account.name.c_str());
 }
 
-/// What a User element holds, and its end; the login name is also the id.
+/// Stores the passwords of a User element up to the first statement that fails. False when one failed,
+/// nothing when the element asks for none.
+std::optional<bool> store_passwords(Database& database, XmlElement user, Account& account) {
+  std::optional<bool> stored;
+  for (const XmlElement child : user) {
+    if (!take_account(child, account) || is_name(account.name, "anonymous")) continue;
+    stored = store_password(database, account);
+    if (!*stored) break;
+  }
+  return stored;
+}
+
+bool has_several_passwords(XmlElement root) {
+  int passwords = 0;
+  for (const XmlElement child : root)
+    passwords += child.is("password") ? 1 : 0;
+  return passwords > 1;
+}
+
+enum class Added {
+  kAll,
+  kUntilRefusal,  // the name exists, or the search for it failed
+  kUntilFailure,  // an insert failed
+};
+
+Added insert_users(Database& database, XmlElement root) {
+  Account account;
+  for (const XmlElement child : root) {
+    if (!take_account(child, account)) continue;
+    const Rows same = database.query("select count(*) from User where UserID='%s'", account.name.c_str());
+    if (!same.found() || same.number(0, 0) > 0) return Added::kUntilRefusal;
+    if (!database.execute("insert into User values('%s', '%s', 2)", account.name.c_str(),
+                          account.password.c_str())) {
+      return Added::kUntilFailure;
+    }
+    account = {};
+  }
+  return Added::kAll;
+}
+
+/// The content of a User element and its end tag; the login name is also the id.
 void append_user(TextBuffer& document, const char* name) {
   document.append("<id>", name, "</id><userName>", name, "</userName></User>");
 }
 
-/// The rows of the user that a URI names, the first of them being the one meant.
+/// The rows for the user that a URI names; only the first one is meant.
 Rows find_user(Database& database, const char* name) {
   if (std::strlen(name) > kLongestNumber) {
     return database.query("select * from User where UserID='%s'", name);
@@ -55,7 +96,7 @@ Rows find_user(Database& database, const char* name) {
 
 }  // namespace
 
-void list_users(Service& service, const Request& request) {
+void read_users(Service& service, const Request& request) {
   const Rows users = service.database.query("select * from User");
   answer_xml(request, [&users](TextBuffer& document) {
     document.append(kXmlDeclaration);
@@ -68,42 +109,37 @@ void list_users(Service& service, const Request& request) {
   });
 }
 
-void change_passwords(Service& service, const Request& request) {
+void write_users(Service& service, const Request& request) {
   const XmlDocument document = read_document(request, "UserList");
   if (!document) return answer_status(request, Status::kDeviceError);
-  Account account;  // kept from one User to the next: a password without a name is for the user before it
+  Account account;  // kept from one User to the next: a password without a name is for the previous user
+  int stored = 0;
+  int failed = 0;
+  Transaction transaction(service.database);
   for (const XmlElement user : document.root()) {
     if (!user.is("User")) continue;
-    for (const XmlElement child : user) {
-      if (!take_account(child, account) || is_name(account.name, "anonymous")) continue;
-      if (store_password(service.database, account)) continue;
-      answer_status(request, Status::kDeviceError);  // clients receive it and the closing answer
-      break;
+    if (const std::optional<bool> result = store_passwords(service.database, user, account)) {
+      ++(*result ? stored : failed);
     }
   }
-  answer_status(request, Status::kOk);
+  if (!transaction.commit()) failed += stored;
+  for (; failed > 0; --failed)
+    answer_status(request, Status::kDeviceError);
+  answer_status(request, Status::kOk);  // clients receive it after the others
 }
 
 void add_users(Service& service, const Request& request) {
   const XmlDocument document = read_document(request, "User");
   if (!document) return answer_status(request, Status::kDeviceError);
-  Account account;
-  for (const XmlElement child : document.root()) {
-    if (!take_account(child, account)) continue;
-    const Rows same =
-        service.database.query("select count(*) from User where UserID='%s'", account.name.c_str());
-    if (!same.found() || same.number(0, 0) > 0) return answer_status(request, Status::kDeviceError);
-    if (!service.database.execute("insert into User values('%s', '%s', 2)", account.name.c_str(),
-                                  account.password.c_str())) {
-      answer_status(request, Status::kDeviceError);  // clients receive it and the closing answer
-      break;
-    }
-    account = {};
-  }
-  answer_status(request, Status::kOk);
+  std::optional<Transaction> transaction;
+  if (has_several_passwords(document.root())) transaction.emplace(service.database);
+  Added added = insert_users(service.database, document.root());
+  if (transaction && !transaction->commit()) added = Added::kUntilFailure;
+  if (added != Added::kAll) answer_status(request, Status::kDeviceError);
+  if (added != Added::kUntilRefusal) answer_status(request, Status::kOk);  // also after the other
 }
 
-void delete_users(Service& service, const Request& request) {
+void remove_users(Service& service, const Request& request) {
   answer_done(request,
               service.database.execute("delete from User where UserID != 'admin' and UserID != 'anonymous'"));
 }
@@ -118,7 +154,7 @@ void read_user(Service& service, const Request& request) {
   });
 }
 
-void change_password(Service& service, const Request& request) {
+void write_user(Service& service, const Request& request) {
   const XmlDocument document = read_document(request, "User");
   if (!document) return answer_status(request, Status::kDeviceError);
   Account account{FixedText<32>(request.tail), {}};
@@ -129,7 +165,7 @@ void change_password(Service& service, const Request& request) {
   answer_done(request, store_password(service.database, account));
 }
 
-void delete_user(Service& service, const Request& request) {
+void remove_user(Service& service, const Request& request) {
   const FixedText<32> name(request.tail);
   if (is_name(name, "admin") || is_name(name, "anonymous")) return;
   answer_done(request, service.database.execute("delete from User where UserID='%s'", request.tail));

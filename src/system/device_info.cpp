@@ -17,7 +17,7 @@
 #include "frame/response.h"
 #include "frame/service.h"
 #include "frame/xml.h"
-#include "network/interface_address.h"
+#include "network/interface_state.h"
 #include "system/local_time.h"
 
 namespace psia {
@@ -27,7 +27,7 @@ namespace {
 constexpr const char* kFactoryData = "/dev/mtdblock7";
 constexpr off_t kSerialOffset = 256;
 
-/// An identifier that begins with this marks a device that has not been given one.
+/// The placeholder: an identifier that begins with it marks a device that has none yet.
 constexpr const char* kNoIdentifier = "aaaaaaaaaaaaaaaa";
 
 using Identifier = FixedText<40>;
@@ -38,8 +38,8 @@ void append_name(TextBuffer& document, Service& service) {
                   "</deviceName>");
 }
 
-/// A random UUID whose first ten bytes are in upper and last six in lower case: the form of the identifier on
-/// every device, which clients compare as a text.
+/// A random UUID with its first ten bytes in upper case and its last six in lower case. Every device has its
+/// identifier in this form, and clients compare it as a text.
 Identifier new_identifier() {
   uuid_t b;
   uuid_generate_random(b);
@@ -50,8 +50,8 @@ Identifier new_identifier() {
   return Identifier(text.data());
 }
 
-/// The stored identifier, or a new one that is stored first. While the database cannot be asked, the text
-/// that stands for none: a device must not change its identifier because a daemon holds a lock.
+/// The stored identifier, or a new one that is stored first. After a transient failure the placeholder: a
+/// device must not change its identifier because a daemon holds a lock.
 Identifier device_identifier(Database& database) {
   Identifier identifier(kNoIdentifier);
   {
@@ -96,12 +96,11 @@ void append_firmware(TextBuffer& document, Database& database) {
   }
 }
 
-/// Whole seconds since the device was started, 0 when the kernel does not tell.
+/// Whole seconds since the device was started; 0 when the kernel does not tell.
 std::int32_t read_uptime() {
   std::array<char, 36> line{};
-  if (const File file = open_file("/proc/uptime", "r")) {
-    (void)FCGI_fgets(line.data(), static_cast<int>(line.size()), file.get());
-  }
+  const File file = open_file("/proc/uptime", "re");
+  if (!file || std::fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr) return 0;
   // Two numbers, uptime and idle time (proc(5)); a line without the second one is not trusted.
   char* end = nullptr;
   const double uptime = std::strtod(line.data(), &end);
@@ -109,7 +108,7 @@ std::int32_t read_uptime() {
   std::strtod(idle, &end);
   if (idle == line.data() || end == idle) return 0;
   using Limits = std::numeric_limits<std::int32_t>;
-  // A number that is none ("nan") compares false with everything, and counts as the least.
+  // "nan" compares false with everything and becomes the smallest number.
   const double at_least = uptime > Limits::min() ? uptime : Limits::min();
   return static_cast<std::int32_t>(std::min<double>(at_least, Limits::max()));
 }

@@ -1,4 +1,4 @@
-// Who the device is, and how long it has been up.
+// The device's name, identifier, serial number, addresses and firmware, and its uptime.
 #pragma once
 
 #include <array>
@@ -13,13 +13,14 @@ struct Service;
 /// Zero-terminated, at most 31 characters.
 using SerialNumber = std::array<char, 32>;
 
-/// Reads the serial number out of the factory data: the 32 bytes at offset 256 of /dev/mtdblock7. Nothing
-/// when that fails; the cause goes to the request's error stream.
+/// Reads the serial number from the factory data: the 32 bytes at offset 256 of /dev/mtdblock7. Nothing when
+/// that fails; the cause is written to the request's error stream.
 [[nodiscard]] std::optional<SerialNumber> read_factory_serial();
 
 /// Gives a device that has no identifier yet a new one; see Database::store_identifier for what follows.
 void read_device_info(Service& service, const Request& request);
-/// Changes the device's name, which is also its host name for dynamic DNS; a document without one empties it.
+/// Changes the device's name, which is also its host name for dynamic DNS. A document without a name empties
+/// it.
 void write_device_info(Service& service, const Request& request);
 void read_device_status(Service& service, const Request& request);
 

@@ -23,8 +23,8 @@ struct QueryPair {
   std::array<char, 128> value{};
 };
 
-/// Splits at the "=" signs. Each further one starts the value anew on top of what it holds, so that
-/// "MODE=FULL=B" has the value "BULL"; "&" separates nothing.
+/// Splits at the "=" signs; "&" is an ordinary character. After each further "=" the value is written again
+/// from its start, over what it holds: "MODE=FULL=B" has the value "BULL".
 QueryPair split_query(std::string_view query) {
   QueryPair pair;
   std::array<char, 128>* part = &pair.name;
@@ -40,15 +40,15 @@ QueryPair split_query(std::string_view query) {
   return pair;
 }
 
-/// Sends `size` bytes of the file with their own header, whose lines end and are spelled unlike all others. A
-/// file that turns out shorter ends the answer early: the header has gone out.
+/// Sends `size` bytes of the file. The header lines end and are spelled unlike all others, for compatibility.
+/// A file that turns out shorter truncates the answer: the header is out already.
 void send_file(const File& file, int size) {
   FCGI_printf("Content-Type: application/octet-stream\n");
   FCGI_printf("Content-length: %d\n\n", size);
   std::array<char, 1024> piece{};
   for (auto left = static_cast<std::size_t>(size); left > 0;) {
     const std::size_t length = std::min(left, piece.size());
-    if (FCGI_fread(piece.data(), length, 1, file.get()) != 1) return;
+    if (std::fread(piece.data(), length, 1, file.get()) != 1) return;
     FCGI_fwrite(piece.data(), length, 1, FCGI_stdout);
     left -= length;
   }
@@ -75,7 +75,7 @@ void reset_to_factory(Service& service, const Request& request) {
   send_and_answer(service, request, message);
 }
 
-void download_configuration(Service& service, const Request& request) {
+void read_configuration(Service& service, const Request& request) {
   ControlMessage message(Command::kExportConfiguration);
   if (service.queues.send_and_wait(message) != 0) return answer_status(request, Status::kDeviceError);
   const std::string_view name = message.text_at(kPayloadOffset);
@@ -88,7 +88,7 @@ void download_configuration(Service& service, const Request& request) {
   send_file(file, size);
 }
 
-void upload_configuration(Service& /*service*/, const Request& request) {
+void write_configuration(Service& /*service*/, const Request& request) {
   const int result = save_body(request, "/usr/local/httpd/htdocs/Web/updownload/psia_config.dat");
   answer_done(request, result == 0);
 }

@@ -9,11 +9,12 @@ namespace psia {
 struct Service;
 
 void request_reboot(Service& service, const Request& request);
-/// Wants "MODE=FULL" or "MODE=BASIC" behind the URI's "?"; the daemons are not told which of them it was.
+/// Expects "MODE=FULL" or "MODE=BASIC" after the URI's "?". The daemons are not told which of the two it was.
 void reset_to_factory(Service& service, const Request& request);
-/// Has the daemons export the settings and sends the file. Waits for up to 180.1 s.
-void download_configuration(Service& service, const Request& request);
-/// Stores the body as psia_config.dat in the exchange directory; see save_body. It is not looked at.
-void upload_configuration(Service& service, const Request& request);
+/// Asks the daemons to export the settings and sends the file. Answers status 3 when they do not within 180.1
+/// s or more, and when the file is missing or empty.
+void read_configuration(Service& service, const Request& request);
+/// Stores the body as psia_config.dat in the exchange directory, without reading it; see save_body.
+void write_configuration(Service& service, const Request& request);
 
 }  // namespace psia

@@ -19,8 +19,8 @@ ServerText stored_server(Service& service) {
   return ServerText(server.found() ? server.text(0, 0) : "pool.ntp.org");
 }
 
-/// What both documents show of the server, each element after `indent`. All digits and dots make an address;
-/// so does no character at all.
+/// The elements that both documents show, each after `indent`. A text of digits and dots is an address; so is
+/// an empty one.
 void append_server(TextBuffer& document, const char* indent, const ServerText& server) {
   const char* const text = server.c_str();
   document.append(indent, "<id>1</id>");
@@ -34,19 +34,19 @@ void append_server(TextBuffer& document, const char* indent, const ServerText& s
   document.append(indent, "<portNo>123</portNo>");
 }
 
-struct WantedServer {
+struct RequestedServer {
   ServerText host_name;
   ServerText address;
   bool use_address = false;
 };
 
-void read_server(XmlElement element, WantedServer& wanted) {
+void take_server(XmlElement element, RequestedServer& requested) {
   for (const XmlElement child : element) {
-    // Only the word "NTP", no addressing format of the standard, selects the host name: with an
-    // addressingFormatType of "hostname" the address is stored. To store a host name, clients leave it out.
-    if (child.is("addressingFormatType")) wanted.use_address = !child.text_is("NTP");
-    if (child.is("hostName")) child.copy_text(wanted.host_name);
-    if (child.is("ipAddress")) child.copy_text(wanted.address);
+    // Kept for compatibility: only "NTP", which is no addressing format of the standard, selects the host
+    // name. With "hostname" the address is stored. To store a host name, clients omit the element.
+    if (child.is("addressingFormatType")) requested.use_address = !child.text_is("NTP");
+    if (child.is("hostName")) child.copy_text(requested.host_name);
+    if (child.is("ipAddress")) child.copy_text(requested.address);
   }
 }
 
@@ -57,7 +57,7 @@ void store_server(Service& service, const Request& request, const ServerText& se
 
 }  // namespace
 
-void list_ntp_servers(Service& service, const Request& request) {
+void read_ntp_servers(Service& service, const Request& request) {
   answer_xml(request, [server = stored_server(service)](TextBuffer& document) {
     document.append(kXmlDeclaration);
     document.append("<NTPServerList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
@@ -77,25 +77,25 @@ void read_ntp_server(Service& service, const Request& request) {
   });
 }
 
-void replace_ntp_servers(Service& service, const Request& request) {
-  std::optional<WantedServer> wanted;
+void write_ntp_servers(Service& service, const Request& request) {
+  std::optional<RequestedServer> requested;
   if (const XmlDocument document = read_document(request, "NTPServerList")) {
-    wanted.emplace();
+    requested.emplace();
     for (const XmlElement child : document.root()) {
-      if (child.is("NTPServer")) read_server(child, *wanted);
+      if (child.is("NTPServer")) take_server(child, *requested);
     }
   }
-  if (!wanted) return answer_status(request, Status::kDeviceError);
-  store_server(service, request, wanted->host_name);
+  if (!requested) return answer_status(request, Status::kDeviceError);
+  store_server(service, request, requested->host_name);
 }
 
-void update_ntp_server(Service& service, const Request& request) {
-  std::optional<WantedServer> wanted;
+void write_ntp_server(Service& service, const Request& request) {
+  std::optional<RequestedServer> requested;
   if (const XmlDocument document = read_document(request, "NTPServer")) {
-    read_server(document.root(), wanted.emplace());
+    take_server(document.root(), requested.emplace());
   }
-  if (!wanted) return answer_status(request, Status::kDeviceError);
-  store_server(service, request, wanted->use_address ? wanted->address : wanted->host_name);
+  if (!requested) return answer_status(request, Status::kDeviceError);
+  store_server(service, request, requested->use_address ? requested->address : requested->host_name);
 }
 
 }  // namespace psia

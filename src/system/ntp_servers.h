@@ -8,14 +8,14 @@ namespace psia {
 
 struct Service;
 
-void list_ntp_servers(Service& service, const Request& request);
-/// Stores the last host name of the list. Addresses are not looked at: a list that gives only an `ipAddress`
-/// stores an empty server.
-void replace_ntp_servers(Service& service, const Request& request);
+void read_ntp_servers(Service& service, const Request& request);
+/// Stores the last host name of the list. Addresses are ignored: a list that gives only an `ipAddress` stores
+/// an empty server.
+void write_ntp_servers(Service& service, const Request& request);
 
 void read_ntp_server(Service& service, const Request& request);
-/// Also serves POST to the list. Stores the host name; the address instead, even an empty one, when there is
-/// an `addressingFormatType`.
-void update_ntp_server(Service& service, const Request& request);
+/// Also serves POST to the list. Stores the host name; with an `addressingFormatType` the address, even an
+/// empty one.
+void write_ntp_server(Service& service, const Request& request);
 
 }  // namespace psia

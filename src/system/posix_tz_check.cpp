@@ -33,7 +33,7 @@ bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
-/// Whether a separator may follow `component`: behind a digit, at most twice (three fields).
+/// Whether a separator may follow `component`: after a digit, at most twice (three fields).
 bool may_separate(std::string_view component, char separator) {
   return !component.empty() && is_digit(component.back()) &&
          std::count(component.begin(), component.end(), separator) < 2;
@@ -53,7 +53,7 @@ bool continues_rule(std::string_view component, char c) {
   return is_digit(c) || (c == '.' && component.starts_with('M') && may_separate(component, '.'));
 }
 
-/// Whether `c`, with `next` behind it, belongs to the component that has been read so far.
+/// Whether `c`, which `next` follows, belongs to the component that has been read so far.
 bool continues(State state, std::string_view component, char c, char next) {
   switch (state) {
     case kStandardName:
@@ -108,7 +108,8 @@ std::optional<State> state_after(State state, std::string_view component, char c
   return std::nullopt;
 }
 
-/// Up to three numbers separated by `separator`. Missing ones are 0, those too large for an int its maximum.
+/// Up to three numbers separated by `separator`. Missing ones are 0; those too large for an int become its
+/// maximum.
 std::array<int, 3> fields(std::string_view text, char separator) {
   std::array<int, 3> numbers{};
   for (int& number : numbers) {

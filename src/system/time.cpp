@@ -10,8 +10,8 @@
 
 #include "frame/body.h"
 #include "frame/file.h"
+#include "frame/memory.h"
 #include "frame/numbers.h"
-#include "frame/owned_text.h"
 #include "frame/response.h"
 #include "frame/service.h"
 #include "frame/xml.h"
@@ -23,14 +23,13 @@ namespace psia {
 
 namespace {
 
-/// Larger than any zone file, the largest of which have a few kilobytes.
+/// Bytes; more than any zone file has. The largest have a few kilobytes.
 constexpr int kMaxZoneFile = 1 << 20;
 
-/// Values of the DateTimeSync column and of the time message; any other stored value is manual, too, when it
-/// is shown.
+/// Values of the DateTimeSync column and of the time message. Any other stored value is shown as manual, too.
 enum TimeMode : std::int32_t { kManual = 0, kNtp = 2 };
 
-// The payload of a time message: where its fields stand in the record.
+// The fields of a time message: their offsets in the record.
 constexpr std::size_t kModeOffset = 12;
 constexpr std::size_t kNtpServerOffset = 16;
 constexpr std::size_t kNtpServerSize = 128;  // with the terminating zero
@@ -42,7 +41,7 @@ constexpr std::size_t kHourOffset = 160;
 constexpr std::size_t kMinuteOffset = 164;
 constexpr std::size_t kSecondOffset = 168;
 
-/// That of a time-zone message is the zone's name, with its terminating zero.
+/// Bytes of the zone's name in a time-zone message, with its terminating zero.
 constexpr std::size_t kZoneNameSize = 256;
 
 OwnedText read_last_line(const char* path) {
@@ -52,7 +51,7 @@ OwnedText read_last_line(const char* path) {
   if (size <= 0 || size > kMaxZoneFile) return nullptr;
   const auto length = static_cast<std::size_t>(size);
   OwnedText text = allocate_text(length);
-  if (!text || FCGI_fread(text.get(), length, 1, file.get()) != 1) return nullptr;
+  if (!text || std::fread(text.get(), length, 1, file.get()) != 1) return nullptr;
 
   std::string_view line(text.get(), length - 1);  // the last byte is taken to be the line feed
   line.remove_prefix(line.rfind('\n') + 1);       // nothing where there is no other line
@@ -68,9 +67,8 @@ FixedText<128> shown_time_zone(Service& service) {
   return FixedText<128>(stored ? stored.get() : "GMT0");
 }
 
-/// Reads a time text, whose fields stand at fixed places, and brings fields that are out of range into it: 30
-/// February is a day in March. A field behind the text's end is 0. Nothing when the time cannot be
-/// represented.
+/// Reads a time text, whose fields have fixed positions. Fields out of range are normalised: 30 February is a
+/// day in March. A field past the end of the text is 0. Nothing when the time cannot be represented.
 std::optional<std::tm> parse_time(const char* text) {
   const auto number_at = [text, length = std::strlen(text)](std::size_t position) {
     return position < length ? to_int32(text + position) : 0;
@@ -83,31 +81,32 @@ std::optional<std::tm> parse_time(const char* text) {
   time.tm_min = number_at(14);
   time.tm_sec = number_at(17);
   time.tm_isdst = -1;  // the zone's rule tells
-  time.tm_wday = -1;   // still so afterwards when mktime failed; its result -1 is also a time
+  time.tm_wday = -1;   // unchanged afterwards if mktime failed; its result -1 is also a valid time
   (void)std::mktime(&time);
   return time.tm_wday == -1 ? std::nullopt : std::optional(time);
 }
 
-struct WantedTime {
+struct RequestedTime {
   TimeMode mode = kNtp;
   FixedText<128> local_time;
   FixedText<128> time_zone;
 };
 
-std::optional<WantedTime> read_wanted_time(const Request& request) {
+std::optional<RequestedTime> read_requested_time(const Request& request) {
   const XmlDocument document = read_document(request, "Time");
   if (!document) return std::nullopt;
-  WantedTime wanted;
+  RequestedTime requested;
   for (const XmlElement child : document.root()) {
-    if (child.is("timeMode")) wanted.mode = child.text_is("NTP") ? kNtp : kManual;
-    if (child.is("localTime")) child.copy_text(wanted.local_time);
-    if (child.is("timeZone")) child.copy_text(wanted.time_zone);
+    if (child.is("timeMode")) requested.mode = child.text_is("NTP") ? kNtp : kManual;
+    if (child.is("localTime")) child.copy_text(requested.local_time);
+    if (child.is("timeZone")) child.copy_text(requested.time_zone);
   }
-  return wanted;
+  return requested;
 }
 
-/// The message that has the daemons start NTP, or set the clock to the time text `manual_time`. Nothing when
-/// the NTP settings, which it carries in either mode, cannot be read or the time cannot be represented.
+/// The message that asks the daemons to start NTP, or to set the clock to the time text `manual_time`.
+/// Nothing when the time cannot be represented, or when the NTP settings, which it carries in both modes,
+/// cannot be read.
 std::optional<ControlMessage> time_message(Database& database, TimeMode mode, const char* manual_time) {
   const Rows ntp = database.query("select NTPServer, NTPInterval from Network");
   if (!ntp.found()) return std::nullopt;
@@ -126,7 +125,7 @@ std::optional<ControlMessage> time_message(Database& database, TimeMode mode, co
   return message;
 }
 
-/// Has the daemons set the clock, and answers.
+/// Asks the daemons to set the clock, and answers.
 void set_clock(Service& service, const Request& request, TimeMode mode, const char* manual_time) {
   std::optional<ControlMessage> message = time_message(service.database, mode, manual_time);
   if (!message) return answer_status(request, Status::kDeviceError);
@@ -161,21 +160,22 @@ void read_time(Service& service, const Request& request) {
 }
 
 void write_time(Service& service, const Request& request) {
-  const std::optional<WantedTime> wanted = read_wanted_time(request);
-  if (!wanted || posix_tz_check(wanted->time_zone.c_str()) < 0) {
+  const std::optional<RequestedTime> requested = read_requested_time(request);
+  if (!requested || posix_tz_check(requested->time_zone.c_str()) < 0) {
     return answer_status(request, Status::kDeviceError);
   }
-  // A request without a time zone sets an empty one: this process's times are UTC from then on.
-  service.environment.set_tz(wanted->time_zone.c_str());
-  set_clock(service, request, wanted->mode, wanted->local_time.c_str());
+  // Clients see this: a request without a time zone sets an empty one, and the times of this process are UTC
+  // from then on.
+  service.environment.set_tz(requested->time_zone.c_str());
+  set_clock(service, request, requested->mode, requested->local_time.c_str());
 }
 
 void read_local_time(Service& /*service*/, const Request& request) {
-  // The bare text goes out as XML; that is the resource's form.
+  // The answer is a bare text although its type is XML; clients rely on it.
   answer_xml(request, [](TextBuffer& document) { append_time(document, local_time_now()); });
 }
 
-void set_local_time(Service& service, const Request& request) {
+void write_local_time(Service& service, const Request& request) {
   const Rows mode = service.database.query("select DateTimeSync from Network");
   if (!mode.found()) return answer_status(request, Status::kDeviceError);
   const Body body = Body::read(request);
@@ -185,13 +185,13 @@ void set_local_time(Service& service, const Request& request) {
 }
 
 void read_time_zone(Service& service, const Request& request) {
-  // The stored zone, also when PUT time has set another one for this process.
+  // The stored zone, even if PUT time has set another one for this process.
   const OwnedText rule = current_posix_tz(service.database);
   answer_document(request, kTextContent,
                   [&](TextBuffer& document) { document.append(rule ? rule.get() : "GMT0"); });
 }
 
-void set_time_zone(Service& service, const Request& request) {
+void write_time_zone(Service& service, const Request& request) {
   const Body body = Body::read(request);
   const char* const zone = body ? tz_find_zone(service.time_zones, body.text()) : nullptr;
   if (zone == nullptr || !service.database.execute("update Network set TimeZone='%s'", zone)) {

@@ -1,9 +1,9 @@
-// The device's clock and time zone: reads them, has the daemons set them. There are two time zones: the one
-// stored in the database, a zone name, which the daemons apply to the device; and the current TZ of this
-// process, a POSIX TZ rule that only PUT /PSIA/System/time sets.
+// Reads the device's clock and time zone and asks the daemons to set them. There are two time zones. The
+// stored one is a zone name in the database, which the daemons apply to the device. The current TZ of this
+// process is a POSIX TZ rule, which only PUT /PSIA/System/time sets.
 #pragma once
 
-#include "frame/owned_text.h"
+#include "frame/memory.h"
 #include "frame/request.h"
 
 namespace psia {
@@ -12,21 +12,21 @@ class Database;
 struct Service;
 
 /// The POSIX TZ rule of the stored zone: the last line of its file below /usr/share/zoneinfo, which in a
-/// compiled zone file of version 2 and later is the rule (RFC 8536, 3.3). The zone is GMT when none can be
-/// read; the name counts up to 127 characters; the stored name "CST-0" stands for itself. Null when the file
-/// cannot be read, is empty or larger than 1 MiB, or memory is short.
+/// compiled zone file of version 2 and later is the rule (RFC 8536, section 3.3). The zone is GMT when none
+/// can be read. Its name is truncated to 127 characters. The stored name "CST-0" is a rule itself. Null when
+/// the file cannot be read, is empty or larger than 1 MiB, or memory is short.
 [[nodiscard]] OwnedText current_posix_tz(Database& database);
 
 void read_time(Service& service, const Request& request);
-/// A time that the device cannot represent is a device error, and nothing is sent.
+/// Answers a device error for a time that the device cannot represent, and sends nothing.
 void write_time(Service& service, const Request& request);
 
 void read_local_time(Service& service, const Request& request);
 /// Takes a bare time text. A device that is not in manual mode answers OK and changes nothing.
-void set_local_time(Service& service, const Request& request);
+void write_local_time(Service& service, const Request& request);
 
 void read_time_zone(Service& service, const Request& request);
-/// Takes a bare POSIX TZ rule, the beginning of one, or the name of a zone that has no rule in the table.
-void set_time_zone(Service& service, const Request& request);
+/// Takes a bare text: the first key of the time-zone table that begins with it, case ignored, gives the zone.
+void write_time_zone(Service& service, const Request& request);
 
 }  // namespace psia

@@ -16,9 +16,9 @@ struct ZoneRow {
   const char* zone;
 };
 
-/// The order matters: a search takes the first key that begins with what the client sent, so a rule without
-/// daylight saving stands before those that continue it. Rows with the same text on both sides are selected
-/// by zone name. "CST-0" is no zone file; whoever reads the stored name knows it.
+/// The order matters: a search takes the first key that begins with the client's text, so a rule without
+/// daylight saving comes before those that continue it. Rows with the same text twice are selected by zone
+/// name. "CST-0" is no zone file; current_posix_tz knows it.
 constexpr ZoneRow kZones[] = {
     {"ACT5", "Brazil/Acre"},
     {"Africa/Cairo", "Africa/Cairo"},

@@ -1,5 +1,5 @@
-// Maps the POSIX TZ rules that clients send to the zone names that the device stores. The list is filled once
-// at start and only searched afterwards.
+// Maps the POSIX TZ rules that clients send to the zone names that the device stores. The list is filled at
+// the start and then only searched.
 #pragma once
 
 #include <cstddef>

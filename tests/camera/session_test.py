@@ -3,9 +3,11 @@
 next read, on the terminal and in what the page is told; a killed run leaves nothing behind."""
 import json
 import os
+import pathlib
 import re
 import sys
 import tempfile
+import threading
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)) + "/../support")
 from simulated_camera import Camera, eventually
@@ -76,6 +78,16 @@ def check_served_files(camera):
     expect(camera.ask("GET", "/camera/log?since=0", user="admin:wrong")[0] == 401, "the feed is open to all", camera)
 
 
+def leave_a_change_unanswered(camera):
+    """Returns while the service waits for its daemons."""
+    camera.ask("PUT", "/camera/answers", b"3=never")
+    settings = pathlib.Path(f"/proc/{camera.process.pid}/root/usr/local/orvid/morvid.db")
+    before = settings.read_bytes()
+    body = b"<AudioChannel><enabled>false</enabled></AudioChannel>"
+    threading.Thread(target=camera.ask, args=("PUT", "/PSIA/System/Audio/channels/1", body)).start()
+    eventually(lambda: settings.read_bytes() != before, "the stored change")
+
+
 with tempfile.TemporaryDirectory() as scratch:
     simulated = Camera(*sys.argv[1:4], scratch)
     try:
@@ -84,15 +96,18 @@ with tempfile.TemporaryDirectory() as scratch:
         pid = simulated.process.pid
         with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
             children = file.read().split()
-        expect(len(children) == 2, "not the web server and the service: " + str(children), simulated)
+        expect(len(children) == 3, "not the web server, the service and what removes the directory: " + str(children),
+               simulated)
         simulated.process.kill()
         simulated.process.wait()
         for child in children:
             eventually(lambda: not os.path.exists("/proc/" + child) or
                        ") Z" in open(f"/proc/{child}/stat", encoding="ascii").read(), "the end of a child")
+        eventually(lambda: next(os.walk(scratch + "/run"))[1] == [], "the end of the killed run's directory")
         simulated = Camera(*sys.argv[1:4], scratch, simulated.port)
-        expect(len(next(os.walk(scratch + "/run"))[1]) == 1, "the killed run's directory is still there", simulated)
+        leave_a_change_unanswered(simulated)
     finally:
         simulated.process.terminate()
         expect(simulated.process.wait() == 0, "the camera does not end well", simulated)
+    expect("service ended with exit status 0" in simulated.log(), "the service is killed while it waits", simulated)
     expect(next(os.walk(scratch + "/run"))[1] == [], "the run's directory is still there", simulated)

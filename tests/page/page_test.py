@@ -64,15 +64,15 @@ class Browser:
                  "document.getElementById('password').value = arguments[1];"
                  "document.getElementById('sign-in').requestSubmit()", user, password)
 
-    def send(self, title, method, body=None):
-        """Chooses a resource of the list, and sends; the answer's words appear in place of the last ones."""
+    def send(self, title, method, body=None, until=" ms"):
+        """Chooses a resource of the list, sends, and waits for the words about the answer."""
         self.run("""const [title, method, body] = arguments, set = (id, value) => {
             const field = document.getElementById(id); field.value = value; field.dispatchEvent(new Event('change')); };
           const url = (found) => found.url === title;
           set('resource', resources.findIndex(url)); set('method', method);
           if (body !== null) document.getElementById('body').value = body;
           document.getElementById('request').requestSubmit()""", title, method, body)
-        eventually(lambda: "ms" in self.text("verdict"), "an answer")
+        self.sees("verdict", until)
 
     def close(self):
         self.ask("DELETE", "")
@@ -92,7 +92,7 @@ def check_page(browser, camera, screenshot):
     move = """const slider = document.getElementById('levels').elements.brightness; slider.value = arguments[0];
       for (const kind of ['input', 'change']) slider.dispatchEvent(new Event(kind, {bubbles: true}))"""
     browser.run(move, 90)
-    browser.sees("levels-note", "Refused: 200 OK · status 4 Invalid Operation")
+    browser.sees("levels-note", "Not changed: 200 OK · status 4 Invalid Operation")
     level = "return document.getElementById('levels').elements.brightness.value"
     eventually(lambda: browser.run(level) == "60", "the slider back at 60")
 
@@ -101,9 +101,14 @@ def check_page(browser, camera, screenshot):
     browser.sees("user-name", "admin")
     browser.run(move, 85)
     browser.sees("levels-note", "Set: 200 OK · status 1 OK")
+    camera.ask("PUT", "/camera/answers", b"1=failed")
+    browser.run(move, 84)
+    browser.sees("levels-note", "Stored, but: 200 OK · status 3 Device Error")
+    camera.ask("PUT", "/camera/answers", b"")
+    browser.run(move, 85)
     shown = "return document.getElementById('scene').style.filter"
     eventually(lambda: "brightness(1.42)" in browser.run(shown), "the brighter picture")
-    browser.sees("log", "VideoSource[0].Brightness: 60 -> 85")
+    browser.sees("log", "VideoSource[0].Brightness: 84 -> 85")
     browser.sees("log", "command 1: picture settings changed, video source 0")
     if "VideoSource[0].Brightness: 60 -> 85" not in camera.log():
         sys.exit("the terminal does not show the changed row:\n" + camera.log())
@@ -127,10 +132,43 @@ def check_page(browser, camera, screenshot):
         with open(screenshot, "wb") as file:
             file.write(base64.b64decode(browser.ask("GET", "/screenshot")))
 
+    # Two polls at once, in the middle of a request that appears in both.
+    browser.run("look(); look()")
+    browser.send("/PSIA/System/status", "GET")
+    ids = browser.run("return journal.map((entry) => entry.id)")
+    if len(ids) != len(set(ids)):
+        sys.exit(f"entries appear twice: {ids}")
+
+    camera.put("/System/deviceInfo", f"<DeviceInfo><deviceName>{'W' * 31}</deviceName></DeviceInfo>")
+    browser.sees("name", "W" * 31)
+    browser.ask("POST", "/goog/cdp/execute", {"cmd": "Emulation.setDeviceMetricsOverride", "params": {
+        "width": 400, "height": 800, "deviceScaleFactor": 1, "mobile": False}})
+    if browser.run("return document.documentElement.scrollWidth") > 400:
+        sys.exit("a long name makes the narrow page wider than its window")
+
     browser.send("/PSIA/System/factoryReset?MODE=FULL", "PUT")
     browser.sees("no-picture", "The camera restarts")
+    browser.sees("state", "restarting")
+    check_pill_is_readable(browser)
     eventually(lambda: "brightness(1.12)" in browser.run(shown), "the factory picture")
     eventually(lambda: browser.text("no-picture") == "", "the picture after the restart")
+
+    browser.ask("POST", "/refresh", {})
+    browser.sees("user-name", "admin")  # still signed in
+    browser.send("/PSIA/System/status", "GET")
+    camera.process.terminate()
+    browser.sees("no-picture", "No answer.")
+    check_pill_is_readable(browser)
+    browser.send("/PSIA/System/status", "GET", until="The camera does not answer.")
+    if browser.text("answer") or browser.run("return document.getElementById('verdict').className") != "bad":
+        sys.exit("a request without an answer shows the answer before")
+
+
+def check_pill_is_readable(browser):
+    colours = browser.run("const style = getComputedStyle(document.getElementById('state'));"
+                          "return [style.color, style.backgroundColor]")
+    if colours[0] == colours[1]:
+        sys.exit(f"the state is written in the colour of its ground: {colours}")
 
 
 with tempfile.TemporaryDirectory() as scratch:

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "simulator/device.h"
+#include "simulator/device/device.h"
 
 namespace {
 

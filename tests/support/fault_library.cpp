@@ -111,8 +111,11 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec
 }
 
 int setitimer(__itimer_which_t which, const itimerval* wanted, itimerval* old) noexcept {
-  const long microseconds = (wanted->it_value.tv_sec * 1000000L + wanted->it_value.tv_usec) / speed() + 1;
-  const itimerval timer{{}, {microseconds / 1000000L, microseconds % 1000000L}};
+  const auto faster = [](const timeval& time) {
+    const long microseconds = (time.tv_sec * 1000000L + time.tv_usec + speed() - 1) / speed();
+    return timeval{microseconds / 1000000L, microseconds % 1000000L};
+  };
+  const itimerval timer{faster(wanted->it_interval), faster(wanted->it_value)};
   return original(&setitimer, "setitimer")(which, &timer, old);
 }
 

@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/device.h"
-#include "simulator/fastcgi_client.h"
-#include "simulator/message.h"
+#include "simulator/device/device.h"
+#include "simulator/device/message.h"
+#include "simulator/front/fastcgi_client.h"
 
 namespace psia_tests {
 

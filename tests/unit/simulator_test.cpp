@@ -5,10 +5,10 @@
 #include <map>
 #include <string>
 
-#include "simulator/daemons.h"
-#include "simulator/fastcgi.h"
-#include "simulator/message.h"
-#include "simulator/text.h"
+#include "simulator/camera/daemons.h"
+#include "simulator/device/message.h"
+#include "simulator/front/fastcgi.h"
+#include "simulator/tools/text.h"
 
 namespace {
 
@@ -33,8 +33,9 @@ TEST(SimulatedCamera, ReadsAnswerRules) {
   expect_rule("8=never", 8, AnswerKind::kNever, 0);
   expect_rule("10=late", 10, AnswerKind::kLate, 6);
   expect_rule("10=late:86400", 10, AnswerKind::kLate, 86400);
-  for (const char* text : {"", "6", "6=", "=busy", "6 =busy", "-1=busy", "99999999999=busy", "6=busyx",
-                           "6=busy:3", "6=late:", "6=late:-1", "6=late:1.5", "6=late:86401"})
+  for (const char* text :
+       {"", "6", "6=", "=busy", "6 =busy", "-1=busy", "99999999999=busy", "6=busyx", "6=busy:3",
+        "6=late:", "6=late:-1", "6=late:1.5", "6=late:86401", "99=busy", "0=busy"})
     EXPECT_FALSE(camera::parse_answer_rule(text)) << text;
 }
 

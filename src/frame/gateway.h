@@ -1,0 +1,28 @@
+// Where requests come from and answers go: libfcgi's streams, and the request's variables as the process's
+// environment. Descriptor 0 decides: a listening socket brings one request after the other over FastCGI;
+// anything else makes this a plain CGI program, whose one request is in its environment from the start.
+#pragma once
+
+#include <fcgiapp.h>
+
+namespace psia {
+
+/// Call install_stop_signals before making one. There can be only one.
+class Gateway {
+ public:
+  Gateway();
+
+  /// Waits for the next request and makes its variables the environment. False when there will be none: the
+  /// service was told to stop, libfcgi fails, or the one request of a plain CGI program is done. A request
+  /// whose parameters do not all arrive gets no answer, and the next one is waited for.
+  [[nodiscard]] bool accept();
+
+  /// Sends what was written and ends the request; its variables are gone. Then waits for the web server to
+  /// close the connection, up to 2 s of silence, or until a stop.
+  void finish();
+
+ private:
+  FCGX_Request request_{};  // unused in a plain CGI program
+};
+
+}  // namespace psia

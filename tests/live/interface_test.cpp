@@ -1,0 +1,122 @@
+// The address utilities against the real kernel, on the veth named eth0 of a private network.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "network/interface_address.h"
+
+namespace psia {
+namespace {
+
+const HardwareAddress kHardwareAddress = {0x02, 0x00, 0x00, 0x00, 0x00, 0x10};
+
+std::uint32_t address_of(const char* text) {
+  return parse_dotted_quad(text, OctetOrder::kFirstLowest).value_or(kNoAddress);
+}
+
+/// What ip(8) prints for the commands, one a line.
+std::string ip(const std::string& commands) {
+  // NOLINTNEXTLINE(cert-env33-c): a fixed program of the test system.
+  std::FILE* const output = popen(("ip -batch - <<end\n" + commands + "\nend\n").c_str(), "r");
+  std::array<char, 1000> text{};
+  const std::size_t size = std::fread(text.data(), 1, text.size(), output);
+  EXPECT_EQ(pclose(output), 0) << commands;
+  return {text.data(), size};
+}
+
+std::ptrdiff_t open_descriptors() {
+  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+  return std::distance(begin(descriptors), end(descriptors));
+}
+
+class InterfaceTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ip("link set eth0 down\nlink set eth0 address 02:00:00:00:00:10 addrgenmode none\naddr flush dev eth0\n"
+       "link set eth0peer addrgenmode none\naddr flush dev eth0peer\n"
+       "link set eth0 up\naddr add 192.168.1.10/24 brd + dev eth0\nroute replace default via 192.168.1.1 dev eth0");
+    descriptors_ = open_descriptors();
+    testing::internal::CaptureStdout();
+  }
+
+  /// Neither success nor failure leaves a descriptor open.
+  void TearDown() override {
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), told_);
+    EXPECT_EQ(open_descriptors(), descriptors_);
+  }
+
+  std::string told_;  // what must come on standard output
+  std::ptrdiff_t descriptors_ = 0;
+};
+
+TEST_F(InterfaceTest, ReadsWhatWasSet) {
+  EXPECT_EQ(set_ipv4_address("eth0", address_of("10.1.2.254")), 0);
+  EXPECT_EQ(read_ipv4_address("eth0"), address_of("10.1.2.254"));
+  const HardwareAddress changed = {0x02, 0xAB, 0xCD, 0xEF, 0x80, 0xFF};
+  EXPECT_EQ(set_hardware_address("eth0", changed), changed);
+  EXPECT_EQ(read_hardware_address("eth0"), changed);
+  std::ofstream("/etc/resolv.conf") << "search example.com\n";
+  EXPECT_STREQ(read_dns_search_domain().value_or(ResolverText{}).data(), "example.com\n");
+}
+
+TEST_F(InterfaceTest, SetsMaskAndBroadcastOctetByOctet) {
+  const auto shows = [](const char* text) {
+    return ip("addr show dev eth0").find(text) != std::string::npos;
+  };
+  EXPECT_EQ(set_subnet_mask("eth0", address_of("255.255.255.128")), 0);
+  EXPECT_TRUE(shows("192.168.1.10/25 brd 192.168.1.128 "));
+  // The kernel refuses a mask with gaps; the broadcast changes all the same.
+  EXPECT_EQ(set_subnet_mask("eth0", address_of("255.0.255.0")), -1);
+  EXPECT_TRUE(shows("192.168.1.10/25 brd 192.255.1.255 "));
+  told_ = "Failed to set subnet mask!\n";
+}
+
+TEST_F(InterfaceTest, ReplacesTheDefaultGateway) {
+  EXPECT_EQ(set_default_gateway("eth0", address_of("192.168.1.254")), 0);
+  EXPECT_EQ(ip("route show default dev eth0"), "default via 192.168.1.254 \n");
+  // Now the gateway that is read belongs to another route, so there is no default route to delete.
+  ip("route del default\nroute add 10.0.0.0/8 via 192.168.1.3 dev eth0");
+  EXPECT_EQ(read_default_gateway("eth0"), address_of("192.168.1.3"));
+  EXPECT_EQ(set_default_gateway("eth0", address_of("192.168.1.4")), 0);
+  EXPECT_EQ(ip("route show default dev eth0"), "default via 192.168.1.4 \n");
+}
+
+TEST_F(InterfaceTest, TellsWhatTheKernelRefuses) {
+  EXPECT_EQ(set_ipv4_address("eth7", address_of("10.0.0.1")), -1);
+  EXPECT_EQ(set_subnet_mask("eth7", address_of("255.0.0.0")), -1);
+  EXPECT_EQ(read_ipv4_address("eth7"), kNoAddress);
+  EXPECT_FALSE(read_subnet_mask("eth7"));
+  EXPECT_FALSE(set_hardware_address("eth7", kHardwareAddress));
+  told_ =
+      "Failed to set IP address!\nUnable to read IP address!, err: No such device\n"
+      "Unable to read IP address!, err: No such device\nUnable to read subnet mask!\nUnable to read MAC address!\n";
+}
+
+TEST_F(InterfaceTest, ChoosesTheIpv6Address) {
+  if (!std::filesystem::exists("/proc/net/if_inet6")) GTEST_SKIP() << "this kernel has no IPv6";
+  // The kernel lists the newest address first, global ones before link-local ones.
+  const auto chosen_of = [](const std::vector<std::string>& added) {
+    ip("addr flush dev eth0\naddr add 192.168.1.10/24 dev eth0\naddr add 192.168.1.11/24 dev eth0");
+    for (const std::string& address : added)
+      ip("addr add " + address + "/64 dev eth0 nodad");
+    const AddressTexts both = interface_address_texts("eth0-and-more").value_or(AddressTexts{});
+    EXPECT_STREQ(both.ipv4.data(), "192.168.1.11");  // the last
+    return std::string(both.ipv6.data());
+  };
+  const std::string derived = "fe80::ff:fe00:10";  // from kHardwareAddress
+  EXPECT_EQ(chosen_of({}), "::");
+  EXPECT_EQ(chosen_of({derived}), derived);
+  // One set by hand is preferred to the derived one, wherever it stands.
+  EXPECT_EQ(chosen_of({"fe80::1", derived}), "fe80::1");
+  EXPECT_EQ(chosen_of({derived, "fe80::1"}), "fe80::1");
+  EXPECT_EQ(chosen_of({"2001:db8::2", "2001:db8::1", "fe80::1"}), "2001:db8::2");
+  EXPECT_EQ(chosen_of({"fe80::1", "fe81::1"}), "fe81::1");  // does not begin with fe80
+}
+
+}  // namespace
+}  // namespace psia

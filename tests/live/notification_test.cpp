@@ -1,0 +1,89 @@
+// The handlers of a single notification, which no route reaches.
+#include <fcgi_stdio.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+
+#include "event/triggers.h"
+#include "frame/service.h"
+#include "system/time_zone_table.h"
+
+namespace psia {
+namespace {
+
+class NotificationTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    static const bool accepted = FCGI_Accept() >= 0;  // as a plain CGI program
+    ASSERT_TRUE(accepted && queues_ && database_.open(kConfigurationDatabase));
+  }
+
+  /// What the handler writes.
+  std::string run(void (*handler)(Service&, const Request&), const std::string& tail,
+                  const std::string& body = "") {
+    std::ofstream("/usr/local/orvid/body") << body;
+    close(STDIN_FILENO);
+    EXPECT_EQ(open("/usr/local/orvid/body", O_RDONLY), STDIN_FILENO);
+    Service service{environment_, database_, *queues_, *zones_};
+    testing::internal::CaptureStdout();
+    handler(service, {"/u", "", std::to_string(body.size()).c_str(), 0, tail.c_str()});
+    return testing::internal::GetCapturedStdout();
+  }
+
+  /// Links a relay, an FTP server and a mail server; -1 is no link.
+  void link(int relay, int ftp, int mail) {
+    EXPECT_TRUE(
+        database_.execute("update Event set RelayID=%d, FTPServerID=%d, SMTPServerID=%d", relay, ftp, mail));
+  }
+
+  Environment environment_;
+  Database database_;
+  std::optional<ControlQueues> queues_ = ControlQueues::open();
+  TzPairListOwner zones_{tz_pair_list_create()};
+};
+
+TEST_F(NotificationTest, AReadShowsTheOneNamedAndTheLinksOfTheKindsBehindIt) {
+  const auto ids_shown = [this](const std::string& id) {
+    const std::string answer = run(read_notification, "Sensor-0/notifications/" + id);
+    std::string ids;
+    for (std::size_t at = answer.find("<id>"); at != std::string::npos; at = answer.find("<id>", at + 1))
+      ids += answer.substr(at + 4, answer.find('<', at + 4) - at - 4) + " ";
+    return ids;
+  };
+  link(1, 1, 1);
+  EXPECT_EQ(ids_shown("Relay-2"), "Relay-2 FTP-1 Mail-1 ");
+  EXPECT_EQ(ids_shown("FTP-1"), "FTP-1 Mail-1 ");
+  EXPECT_EQ(ids_shown("Mail-1"), "Mail-1 ");
+  EXPECT_EQ(ids_shown("nobody"), "");
+  link(-1, 1, 1);
+  EXPECT_EQ(ids_shown("Relay-2"), "");  // no relay is linked
+  EXPECT_NE(run(read_notification, "Relay-1/notifications/FTP-1").find("<statusCode>4<"), std::string::npos);
+}
+
+TEST_F(NotificationTest, AChangeSetsTheLinkThatTheBodyNamesADeletionTheOneThatTheUrlNames) {
+  const auto links_after = [this](auto handler, const std::string& tail, const std::string& children = "") {
+    link(8, 8, 8);
+    const std::string body = "<EventTriggerNotification>" + children + "</EventTriggerNotification>";
+    EXPECT_NE(run(handler, tail, body).find("<statusCode>1<"), std::string::npos);
+    const Rows rows =
+        database_.query("select RelayID || ' ' || FTPServerID || ' ' || SMTPServerID from Event");
+    return std::string(rows.text(0, 0));
+  };
+  const std::string relay = "<id>Relay-1</id><notificationMethod>IO</notificationMethod>";
+  const std::string ftp = "<id>FTP-1</id><notificationMethod>FTP</notificationMethod>";
+  const std::string mail = "<id>Mail-1</id><notificationMethod>SMTP</notificationMethod>";
+  EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/FTP-1", relay), "1 8 8");
+  EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/Relay-1", ftp), "8 1 8");
+  EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/Relay-1", mail), "8 8 1");
+  EXPECT_EQ(links_after(write_notification, "Relay-1/notifications/FTP-1", relay), "8 8 8");
+  EXPECT_EQ(links_after(delete_notification, "Sensor-0/notifications/Relay-2"), "2 8 8");
+  EXPECT_EQ(links_after(delete_notification, "Sensor-0/notifications/FTP-1"), "8 1 8");
+  EXPECT_EQ(links_after(delete_notification, "Sensor-0/notifications/Mail-1"), "8 8 1");
+  EXPECT_EQ(links_after(delete_notification, "Sensor-0/notifications/nobody"), "8 8 8");
+}
+
+}  // namespace
+}  // namespace psia

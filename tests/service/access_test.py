@@ -1,0 +1,54 @@
+"""Who is let in: credentials, stored passwords, stored levels."""
+import pytest
+
+from camera import UNAUTHORIZED, status
+
+AUDIO = "/PSIA/System/Audio/channels/1"
+
+
+@pytest.mark.parametrize("user", [
+    "", "admin:wrong", "admin:", "admin", "admin:ADMIN", "admin:admin2", "admin:admi", "admin:bdmin", ":",
+    "nobody:admin", "' or '1'='1:admin", "admin'--:admin", "%s%s%n:admin"])
+def test_wrong_credentials_get_the_401_answer_and_nothing_happens(camera, user):
+    assert camera.effects("PUT", AUDIO, "<AudioChannel/>", user=user) == [UNAUTHORIZED]
+
+
+@pytest.mark.parametrize("header", ["", "Basic", "Basic " + 100000 * "A"])
+def test_a_header_without_credentials_gets_the_401_answer(camera, header):
+    assert camera.call("GET", "/PSIA/x", variables={"HTTP_AUTHORIZATION": header}) == UNAUTHORIZED
+
+
+@pytest.mark.parametrize("header", [
+    "DigestYWRtaW46YWRtaW4=",              # six characters are skipped, whatever they are
+    "Basic YWRt\taW46YWRt:aW4",            # and all that is no base64; the end may be missing
+    "Basic YWRtaW4tYTphZG1pbjphZG1pbg==",  # admin-a:admin:admin, where the second name replaces the first
+    "Basic YW5vbnltb3VzOg==",              # anonymous, whose password is empty
+    "Basic YW5vbnltb3Vz",                  # and no colon is needed then
+])
+def test_right_credentials_are_taken_in_odd_forms(camera, header):
+    assert camera.call("GET", "/PSIA/x", variables={"HTTP_AUTHORIZATION": header}) == status(4, "/PSIA/x")
+
+
+def test_31_characters_of_names_and_passwords_count(camera):
+    camera.execute(f"insert into User values ('{31 * 'n'}', '{31 * 'p'}', 2)")
+    assert camera.call("GET", "/PSIA/x", user=31 * "n" + "more:" + 31 * "p" + "more") == status(4, "/PSIA/x")
+    camera.execute(f"update User set Password='{32 * 'p'}' where UserID='{31 * 'n'}'")
+    assert camera.call("GET", "/PSIA/x", user=31 * "n" + ":" + 32 * "p") == UNAUTHORIZED
+
+
+@pytest.mark.parametrize("stored, effects", [
+    ("Level=2", ["status 4"]),
+    ("Level=1", ["Audio.Enable = 0", "message 3 audio", "status 1"]),
+    ("Level='none'", ["Audio.Enable = 0", "message 3 audio", "status 1"]),  # a text reads as 0
+    ("Level=-1", []),                                                       # no answer
+    ("Level=null", [UNAUTHORIZED]),
+    ("Password=null", [UNAUTHORIZED]),
+])
+def test_the_stored_level_decides(camera, stored, effects):
+    camera.execute(f"update User set {stored} where UserID='guest'")
+    assert camera.effects("PUT", AUDIO, "<AudioChannel/>", user="guest:guest") == effects
+
+
+@pytest.mark.parametrize("missing", ["REQUEST_URI", "REQUEST_METHOD"])
+def test_a_request_without_uri_or_method_gets_no_answer(camera, missing):
+    assert camera.call("GET", "/PSIA/index", variables={missing: None}) == ""

@@ -1,0 +1,67 @@
+import difflib
+import os
+
+import pytest
+
+from camera import Camera, FaultPlan
+
+
+def pytest_configure(config):
+    for marker in ["memory: of an optimised program on this machine, without sanitizers",
+                   "faults: with the fault library, which cannot be loaded into a program of another machine",
+                   "beyond_2038: not for an SQLite that was built with a time_t of 32 bits"]:
+        config.addinivalue_line("markers", marker)
+
+
+def pytest_sessionfinish(session, exitstatus):
+    if exitstatus == pytest.ExitCode.NO_TESTS_COLLECTED and session.config.option.markexpr:
+        session.exitstatus = pytest.ExitCode.OK  # the markers leave out all tests of the file
+
+
+def pytest_make_parametrize_id(val):
+    """Of a long text the beginning stands in the name of its test."""
+    return f"{val[:60]!r}..." if isinstance(val, (str, bytes)) and len(val) > 60 else None
+
+
+def pytest_collection_modifyitems(items):
+    for item in items:
+        if "faulty_camera" in item.fixturenames:
+            item.add_marker("faults")
+
+
+@pytest.fixture
+def unstarted_camera():
+    """A camera in its factory state. Findings of a sanitizer show at its end."""
+    camera = Camera(os.environ["PSIA_BINARY"])
+    yield camera
+    camera.end()
+
+
+@pytest.fixture
+def camera(unstarted_camera):
+    """The same with the service running."""
+    unstarted_camera.start_service()
+    unstarted_camera.call("GET", "/PSIA")
+    return unstarted_camera
+
+
+@pytest.fixture
+def faulty_camera(unstarted_camera):
+    """The same with the fault library in the service; `plan` tells what fails, and how fast time passes."""
+    unstarted_camera.plan = FaultPlan.create()
+    unstarted_camera.environment = {"LD_PRELOAD": os.environ["PSIA_FAULT_LIBRARY"],
+                                    "ASAN_OPTIONS": "verify_asan_link_order=0"}
+    unstarted_camera.start_service()
+    unstarted_camera.call("GET", "/PSIA")
+    return unstarted_camera
+
+
+def pytest_assertrepr_compare(op, left, right):
+    """Effects that are not the expected ones: the lines that differ, a document with an element a line."""
+    if op != "==" or not isinstance(left, list) or not isinstance(right, list):
+        return None
+    got, expected = ([line for text in texts for line in str(text).replace("><", ">\n<").splitlines()]
+                     for texts in (left, right))
+    differing = list(difflib.unified_diff(expected, got, lineterm="", n=2))[2:]
+    request = Camera.last_request.splitlines()[:25]
+    return ["the effects (+) are not those expected (-)", *request, *differing[:30]]

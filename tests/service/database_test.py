@@ -1,0 +1,106 @@
+"""The database: lists are stored as one transaction, a file that is replaced is opened anew."""
+import re
+import shutil
+import sqlite3
+
+import pytest
+
+from camera import DATABASE, DEFAULTS, DIRECTORY, UNAUTHORIZED, FaultPlan, status
+
+USERS = "/PSIA/Security/AAA/users"
+FTP = "/PSIA/Custom/Event/notification/ftp"
+DELETED = ["User[guest] is deleted", "status 1"]
+COPY = DIRECTORY / "copy.db"
+
+
+def repeated(text, count=1000):
+    """The text for each number, which stands for its #."""
+    return "".join(text.replace("#", str(number)) for number in range(count))
+
+
+# Lists.
+
+@pytest.mark.parametrize("method, uri, body", [
+    ("POST", USERS, f"<User>{repeated('<userName>u#</userName><password>p</password>')}</User>"),
+    ("PUT", USERS, "<UserList>"
+     f"{repeated('<User><userName>guest</userName><password>p#</password></User>')}</UserList>"),
+    ("POST", FTP, "<FTPNotificationList>"
+     f"{repeated('<FTPNotification><id>F#</id></FTPNotification>')}</FTPNotificationList>"),
+])
+def test_a_thousand_items_are_flushed_to_the_medium_a_few_times(faulty_camera, method, uri, body):
+    faulty_camera.plan.let_fail(FaultPlan.SYNC, skip=1000)  # counts down
+    effects = faulty_camera.effects(method, uri, body)
+    assert faulty_camera.plan.skip >= 980
+    assert (len(effects), effects[-1]) == (2 if method == "PUT" else 1001, "status 1")
+
+
+ADD_USERS = ("POST", USERS, """
+    <User>
+      <userName>a</userName><password>p</password>
+      <userName>b</userName><password>p</password>
+    </User>""")
+CHANGE_USERS = ("PUT", USERS, """
+    <UserList>
+      <User><userName>guest</userName><password>p</password></User>
+      <User><userName>viewer</userName><password>it's</password></User>
+      <User><userName>operator</userName><password>p</password></User>
+    </UserList>""")
+ADD_SERVERS = ("POST", FTP, """
+    <FTPNotificationList><FTPNotification><id>A</id></FTPNotification></FTPNotificationList>""")
+
+
+def test_an_item_whose_statement_fails_is_left_out(camera):
+    assert camera.effects(*CHANGE_USERS) == ["User[operator].Password = p", "User[guest].Password = p",
+                                             status(3, USERS) + status(1, USERS)]
+
+
+@pytest.mark.parametrize("method, uri, body, answer", [
+    (*ADD_USERS, status(3, USERS) + status(1, USERS)),
+    (*CHANGE_USERS, 3 * status(3, USERS) + status(1, USERS)),
+    (*ADD_SERVERS, "status 1"),
+])
+def test_a_commit_that_fails_stores_nothing(faulty_camera, method, uri, body, answer):
+    faulty_camera.plan.let_fail(FaultPlan.SYNC)
+    assert faulty_camera.effects(method, uri, body) == [answer]
+    assert faulty_camera.effects("DELETE", USERS + "/guest") == DELETED  # a transaction of its own
+
+
+# Files.
+
+def test_a_file_that_is_moved_to_its_place_counts_at_once(camera):
+    shutil.copy(DATABASE, COPY)
+    camera.execute("update User set Password='new'", COPY)
+    COPY.rename(DATABASE)
+    assert camera.call("GET", "/PSIA/x") == UNAUTHORIZED
+    assert camera.effects("DELETE", USERS + "/guest", user="admin:new") == DELETED
+
+
+def test_a_file_that_is_copied_over_it_counts_when_it_is_whole(camera, tmp_path):
+    # The same tables, elsewhere in the file, where nothing tells SQLite to look for them again.
+    with sqlite3.connect(DATABASE) as original, sqlite3.connect(tmp_path / "copy") as copy:
+        copy.executescript("\n".join(original.iterdump()))
+    content = (tmp_path / "copy").read_bytes()
+    for part in (b"", content[:6000]):
+        DATABASE.write_bytes(part)
+        assert camera.call("GET", "/PSIA/x") == UNAUTHORIZED
+    DATABASE.write_bytes(content)
+    assert camera.effects("DELETE", USERS + "/guest") == DELETED
+
+
+def test_a_file_that_is_gone_is_not_created(camera):
+    content = DATABASE.read_bytes()
+    DATABASE.unlink()
+    assert camera.call("GET", "/PSIA/x") == status(4, "/PSIA/x")  # the open file still holds the users
+    assert not DATABASE.exists()
+    DATABASE.write_bytes(content)
+    assert camera.effects("DELETE", USERS + "/guest") == DELETED
+
+
+def test_without_the_column_of_the_identifier_one_is_generated(camera):
+    camera.execute("alter table System drop column uuid")
+    shown = re.search("<deviceID>(.*)</deviceID>", camera.call("GET", "/PSIA/System/deviceInfo"))[1]
+    assert camera.rows("select uuid from System", DEFAULTS) == [(shown,)]
+    # Until it is started again the service has no database, not even one that is put in its place.
+    shutil.copy(DEFAULTS, COPY)
+    COPY.rename(DATABASE)
+    assert camera.call("GET", "/PSIA/x") == UNAUTHORIZED
