@@ -14,6 +14,10 @@ namespace camera {
 constexpr const char* kDatabase = "/usr/local/orvid/morvid.db";
 constexpr const char* kDefaultsDatabase = "/usr/local/orvid/conf/default.db";
 
+/// Lets the functions below work on this machine's own files, outside a private device. For camera-daemons
+/// alone, which runs on boards.
+void use_settings_of_this_machine();
+
 /// Runs one or more statements. Returns an empty text, or what the database says.
 [[nodiscard]] std::string execute(const std::string& sql, const char* database = kDatabase);
 
@@ -21,8 +25,8 @@ constexpr const char* kDefaultsDatabase = "/usr/local/orvid/conf/default.db";
 [[nodiscard]] std::vector<std::vector<std::string>> query(const std::string& sql,
                                                           const char* database = kDatabase);
 
-/// Creates both databases in their factory state, in place of those that were there. Returns an empty text or
-/// the fault.
+/// Creates both databases in their factory state, in place of those that were there. The settings come last,
+/// because start scripts wait for them. Returns an empty text or the fault.
 [[nodiscard]] std::string create_settings();
 
 /// Replaces all rows of the settings by those of the defaults database. Returns an empty text or the fault.

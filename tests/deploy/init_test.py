@@ -1,0 +1,161 @@
+#!/usr/bin/env python3
+"""psia.init under one shell: what happens when it is started too early, twice, over a stale PID file, or in vain.
+
+Usage, inside the camera: init_test.py BUILD-DIRECTORY busybox|dash
+"""
+
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import threading
+import time
+
+CAMERA = pathlib.Path("/usr/local")
+DATABASE = CAMERA / "orvid/morvid.db"
+PIDFILE = pathlib.Path("/run/psia.pid")
+SCRIPT = CAMERA / "psia.init"
+SERVICE = CAMERA / "bin-psia/psia.fcgi"
+
+
+def wait_for(what, condition, seconds=15):
+    end = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < end, f"waited {seconds} s in vain: {what}"
+        time.sleep(0.05)
+
+
+def script(verb):
+    """Status, and what it says."""
+    done = subprocess.run([SCRIPT, verb], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=60)
+    return done.returncode, done.stdout
+
+
+def pids(of):
+    """The processes that have this in their command line."""
+    found = []
+    for entry in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+        try:
+            words = entry.read_bytes().decode().split("\0")
+        except OSError:
+            continue
+        if str(of) in words:
+            found.append(int(entry.parent.name))
+    return found
+
+
+def nothing_left():
+    return not pids(SERVICE) and not pids(SCRIPT) and not pids("logger") and not PIDFILE.exists()
+
+
+class Syslog:
+    """Reads all the time: the socket holds ten messages, and then logger waits."""
+
+    def __init__(self):
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.socket.bind("/dev/log")
+        self.lines = []
+        threading.Thread(target=self.read, daemon=True).start()
+
+    def read(self):
+        while True:
+            self.lines.append(self.socket.recv(65536).decode())
+
+    def has(self, words):
+        return any("psia: " in line and words in line for line in self.lines)
+
+
+def prepare(build, shell):
+    for directory in ("/run", "/var/log"):
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", directory], check=True)
+    for name, line in (("passwd", "psia:x:990:990::/nonexistent:/bin/false\n"), ("group", "psia:x:990:\n")):
+        copy = CAMERA / name
+        copy.write_text(pathlib.Path("/etc", name).read_text() + line)
+        subprocess.run(["mount", "--bind", copy, f"/etc/{name}"], check=True)
+    SERVICE.parent.mkdir()
+    for program in ("psia.fcgi", "psia-rights"):
+        shutil.copy(pathlib.Path(build, program), SERVICE.parent)
+    text = (pathlib.Path(__file__).parents[2] / "deploy/psia.init").read_text()
+    text = text.replace("/usr/libexec/psia", str(SERVICE.parent))
+    if shell == "busybox":
+        # With BusyBox's commands in place of the machine's.
+        (CAMERA / "busybox").mkdir()
+        subprocess.run(["busybox", "--install", "-s", CAMERA / "busybox"], check=True)
+        text = text.replace("PATH=/usr/sbin", f"PATH={CAMERA}/busybox:/usr/sbin")
+        text = text.replace("#!/bin/sh", f"#!{CAMERA}/busybox/sh")
+    else:
+        text = text.replace("#!/bin/sh", "#!/bin/dash")
+    SCRIPT.write_text(text)
+    SCRIPT.chmod(0o755)
+
+
+def check_early_start(log):
+    away = DATABASE.with_suffix(".away")
+    DATABASE.rename(away)
+    status, said = script("start")
+    assert status == 0 and "waits for" in said and "waits for" in script("status")[1], said
+    wait_for("the log says so", lambda: log.has("waiting for"))
+    DATABASE.touch()
+    time.sleep(0.5)
+    assert not pids(SERVICE), "an empty file is none"
+    away.rename(DATABASE)
+    wait_for("the service starts", lambda: pids(SERVICE))
+    assert script("stop")[0] == 0
+    wait_for("nothing is left", nothing_left)
+
+
+def check_one_supervisor(log):
+    assert script("start") == (0, "psia started\n")
+    (service,) = pids(SERVICE)
+    assert script("run")[0] == 1 and "already" in script("start")[1] and pids(SERVICE) == [service]
+    os.kill(service, signal.SIGKILL)
+    wait_for("the service is started again", lambda: pids(SERVICE) not in ([], [service]))
+    wait_for("the log says so", lambda: log.has("ended with status 137"))
+    # A supervisor that was killed leaves a service, which the next one ends, and a PID file.
+    (service,) = pids(SERVICE)
+    os.kill(int(PIDFILE.read_text().split()[0]), signal.SIGKILL)
+    wait_for("status sees it", lambda: script("status")[0] == 3)
+    assert script("start") == (0, "psia started\n")
+    assert len(pids(SERVICE)) == 1 and service not in pids(SERVICE)
+    assert script("stop")[0] == 0
+    wait_for("nothing is left", nothing_left)
+
+
+def check_stale_pid_file():
+    stranger = subprocess.Popen(["sleep", "600"])
+    PIDFILE.write_text(f"{stranger.pid} 1\n")
+    assert "does not run" in script("stop")[1] and stranger.poll() is None
+    assert script("start")[0] == 0 and script("stop")[0] == 0 and stranger.poll() is None
+    stranger.kill()
+    stranger.wait()
+
+
+def check_failed_start(log):
+    shutil.copy(SERVICE, SERVICE.with_suffix(".away"))
+    SERVICE.unlink()
+    SERVICE.write_text("#!/bin/sh\necho a diagnostic >&2\nexit 3\n")
+    SERVICE.chmod(0o755)
+    status, said = script("start")
+    assert status == 1 and "did not start" in said, said
+    wait_for("nothing is left", nothing_left)
+    wait_for("the log has what it said", lambda: log.has("a diagnostic"))
+
+
+def main():
+    if pathlib.Path("/proc/self/uid_map").read_text().split() != ["0", "0", "4294967295"]:
+        print("skipped: users other than root cannot take another user's name")
+        return 77
+    prepare(*sys.argv[1:])
+    log = Syslog()
+    check_early_start(log)
+    check_one_supervisor(log)
+    check_stale_pid_file()
+    check_failed_start(log)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

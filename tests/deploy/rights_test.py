@@ -1,0 +1,157 @@
+#!/usr/bin/env python3
+"""psia-rights against whoever has taken the service over: it must give what the service needs and never touch a file
+that was put in the place of another.
+
+Usage, inside the camera: rights_test.py PSIA-RIGHTS
+"""
+
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import time
+
+USER = 990
+ORVID = pathlib.Path("/usr/local/orvid")
+EXCHANGE = pathlib.Path("/usr/local/httpd/htdocs/Web/updownload")
+SECRET = pathlib.Path("/usr/local/secret")
+SECRET_DIRECTORY = pathlib.Path("/usr/local/private")
+LINK_PROTECTION = pathlib.Path("/proc/sys/fs/protected_hardlinks")
+
+
+def rights(*options):
+    return subprocess.run([sys.argv[1], *options, "psia"], capture_output=True, text=True)
+
+
+def state(path):
+    found = path.lstat()
+    return oct(found.st_mode), found.st_uid, found.st_gid
+
+
+def prepare():
+    for name, line in (("passwd", f"psia:x:{USER}:{USER}::/:/bin/false\n"), ("group", f"psia:x:{USER}:\n")):
+        copy = pathlib.Path("/usr/local", name)
+        copy.write_text(pathlib.Path("/etc", name).read_text() + line)
+        subprocess.run(["mount", "--bind", copy, f"/etc/{name}"], check=True)
+    # A kernel that leaves hard links alone, and may be told otherwise; the machine's own setting stays as it is.
+    setting = pathlib.Path("/usr/local/protected_hardlinks")
+    setting.write_text("0\n")
+    subprocess.run(["mount", "--bind", setting, LINK_PROTECTION], check=True)
+    SECRET.write_text("root's")
+    SECRET.chmod(0o600)
+    SECRET_DIRECTORY.mkdir(mode=0o700)
+
+
+def check_given():
+    (EXCHANGE / "settings.db").touch(0o644)
+    assert rights().returncode == 0
+    group_only = ("0o100660", 0, USER)
+    for path in (ORVID / "morvid.db", ORVID / "conf/default.db", EXCHANGE / "settings.db", pathlib.Path("/dev/mtdblock7")):
+        assert state(path) == group_only, (path, state(path))
+    assert state(ORVID) == ("0o42775", 0, USER) and state(EXCHANGE) == ("0o42770", 0, USER)
+    assert LINK_PROTECTION.read_text() == "1\n"
+    # Root's start script binds, chowns and chmods the socket in there.
+    assert state(pathlib.Path("/run/psia")) == ("0o40711", 0, 0)
+    assert rights("--socket").returncode == 0 and state(pathlib.Path("/run/psia")) == ("0o40771", 0, USER)
+
+
+def check_refused():
+    """Each of these once gave the secret, or the directory, to the service's group."""
+    for path in (EXCHANGE / "a", ORVID / "morvid.db-journal"):
+        for make in (path.symlink_to, path.hardlink_to):
+            make(SECRET)
+            rights()
+            path.unlink()
+    # Another file of the same directory, which cannot be told by its names.
+    other = ORVID / "morvid.db-journal"
+    other.write_text("root's, and no journal")
+    other.chmod(0o600)
+    assert rights().returncode == 1 and state(other)[0] == "0o100600"
+    other.unlink()
+    conf = ORVID / "conf"
+    conf.rename(ORVID / "elsewhere")
+    conf.symlink_to(SECRET_DIRECTORY)
+    assert "conf is left as it is" in rights().stderr
+    conf.unlink()
+    (ORVID / "elsewhere").rename(conf)
+    # What lost its other name cannot be told by counting, and a kernel without protection has had it linked.
+    subprocess.run(["umount", LINK_PROTECTION], check=True)
+    subprocess.run(["mount", "--bind", "/dev/null", LINK_PROTECTION], check=True)
+    left_over = EXCHANGE / "left-over"
+    left_over.touch(0o600)
+    os.chown(left_over, 0, 0)
+    assert "left-over is left as it is" in rights().stderr and state(left_over) == ("0o100600", 0, 0)
+    left_over.unlink()
+    check_secrets()
+
+
+def check_secrets():
+    assert state(SECRET) == ("0o100600", 0, 0) and state(SECRET_DIRECTORY) == ("0o40700", 0, 0)
+
+
+def as_user(user, action):
+    """A process of that user's that does it, and then nothing."""
+    process = os.fork()
+    if process == 0:
+        os.setgroups([])
+        os.setresgid(USER, USER, USER)
+        os.setresuid(user, user, user)
+        os.setsid()
+        action()
+        time.sleep(600)
+        os._exit(0)
+    return process
+
+
+def swap(path, target):
+    """Puts in turn a link to the target and a file or folder of the user's own in the place of the path."""
+    own, link = path.with_name(path.name + ".own"), path.with_name(path.name + ".link")
+    link.symlink_to(target)
+    own.mkdir() if target == SECRET_DIRECTORY else own.touch()
+    if path.exists():
+        path.rename(path.with_name(path.name + ".away"))
+    while True:
+        for thing in (own, link):
+            os.rename(thing, path)
+            os.rename(path, thing)
+
+
+def check_race():
+    places = ((EXCHANGE / "a", SECRET), (ORVID / "morvid.db-journal", SECRET), (ORVID / "conf", SECRET_DIRECTORY))
+    attackers = [as_user(USER, lambda place=place: swap(*place)) for place in places]
+    end = time.monotonic() + 4
+    while time.monotonic() < end:
+        rights()
+        check_secrets()
+    for attacker in attackers:
+        assert os.waitpid(attacker, os.WNOHANG) == (0, 0), "the attack went on all the time"
+        os.kill(attacker, signal.SIGKILL)
+
+
+def check_kill():
+    """What the service's user has left behind is ended, and nothing else."""
+    left = as_user(USER, lambda: signal.signal(signal.SIGTERM, signal.SIG_IGN))
+    others = as_user(USER + 1, lambda: None), as_user(0, lambda: None)
+    assert rights("--kill", "root").returncode == 1
+    assert rights("--kill", "psia").returncode == 0
+    assert os.waitstatus_to_exitcode(os.waitpid(left, 0)[1]) == -signal.SIGKILL
+    for other in others:
+        assert os.waitpid(other, os.WNOHANG) == (0, 0)
+        os.kill(other, signal.SIGKILL)
+
+
+def main():
+    if pathlib.Path("/proc/self/uid_map").read_text().split() != ["0", "0", "4294967295"]:
+        print("skipped: users other than root cannot take another user's name")
+        return 77
+    prepare()
+    check_given()
+    check_refused()
+    check_kill()
+    check_race()
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
