@@ -6,7 +6,6 @@ import pytest
 from camera import status
 
 INFO = "/PSIA/System/deviceInfo"
-UPLOAD = "/PSIA/System/configurationData"
 NAME = "<DeviceInfo><deviceName>sent</deviceName></DeviceInfo>"
 STORED = ["Network.DDNSHostname = sent", "status 1"]
 
@@ -104,8 +103,3 @@ def test_a_body_ends_after_30_seconds_of_silence_a_slow_one_does_not(faulty_came
     time.sleep(0.8)
     later.send_rest()
     assert later.receive()[0] == status(4, "/PSIA/x")
-
-
-def test_a_file_is_stored_as_far_as_it_came(camera):
-    upload = camera.begin("PUT", UPLOAD, 2000 * "x", variables={"CONTENT_LENGTH": "2048"})
-    assert upload.receive()[0] == status(1, UPLOAD)
