@@ -57,7 +57,8 @@ def faulty_camera(unstarted_camera):
 
 
 def pytest_assertrepr_compare(op, left, right):
-    """Effects that are not the expected ones: the lines that differ, a document with an element a line."""
+    """Effects or answers that are not the expected ones: the lines that differ, an element a line."""
+    left, right = ([side] if isinstance(side, str) else side for side in (left, right))
     if op != "==" or not isinstance(left, list) or not isinstance(right, list):
         return None
     got, expected = ([line for text in texts for line in str(text).replace("><", ">\n<").split("\n")]
