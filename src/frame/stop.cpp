@@ -1,17 +1,18 @@
-// A stop sets a flag and starts a timer that ticks until the process ends. Signals are never blocked; a call
-// that reads, writes or accepts goes on after one (SA_RESTART). What a tick does depends on what the service
-// does at that moment:
+// A stop sets a flag and starts a timer that ticks until the process ends. Signals are never blocked. Calls that
+// read, write or accept go on after one (SA_RESTART). What a tick does depends on what the service is doing:
 //
-//   waits for a connection      puts another file in place of the listening socket: accept(2) fails
-//   receives parameters         kTimeoutAfterStopMilliseconds after the stop: ends the reading of the
-//   connection receives a body             the same after so long a silence sends into a full queue nothing;
-//   msgsnd(2) ends with EINTR at any signal waits for the peer's close  nothing; libfcgi's poll(2) ends with
-//   EINTR at any signal works, awaits a reply       nothing; the request is finished
+// - It waits for a connection: the tick puts another file in place of the listening socket, so accept(2) fails.
+// - It receives parameters: kTimeoutAfterStopMilliseconds after the stop the tick ends the reading of the
+//   connection.
+// - It receives a body: the tick does the same after a silence of kTimeoutAfterStopMilliseconds.
+// - It sends into a full queue: any signal ends msgsnd(2) with EINTR.
+// - It waits for the peer's close: any signal ends libfcgi's poll(2) with EINTR.
+// - It works, or waits for a reply: nothing. The request is finished.
 //
-// A replaced socket and an ended connection stay what they are. So it does not matter whether a tick comes
-// during the call that it is to end or just before it, and for the other calls the next tick comes soon.
+// A replaced socket and an ended connection stay what they are, so a tick just before such a call ends it, too.
+// For the other calls the next tick comes soon.
 //
-// Without a stop the timer runs only while a body is received, and ends the reading of the connection after
+// Without a stop the timer runs only while a body is received. It ends the reading of the connection after
 // kBodyTimeoutMilliseconds of silence.
 #include "frame/stop.h"
 

@@ -166,6 +166,7 @@ class Connection:
 
     def __init__(self, variables, body, **options):
         self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(30)
         self.socket.connect(SOCKET)
         self.rest = b""
         self.send(variables, body, **options)
@@ -257,8 +258,8 @@ class Camera:
 
     # The service's process.
 
-    def start_service(self, environment=None, close_output=False, cgi=False):
-        """`close_output`: descriptors 1 and 2 closed; `cgi`: a CGI program, `environment` the request."""
+    def start_service(self, environment=None, cgi=False):
+        """`cgi`: as a plain CGI program, whose request is in `environment`."""
         (DIRECTORY / "stdout").write_bytes(b"")
         (DIRECTORY / "stderr").write_bytes(b"")
         pathlib.Path(SOCKET).unlink(missing_ok=True)
@@ -267,8 +268,7 @@ class Camera:
             if not cgi:
                 listener.bind(SOCKET)
                 listener.listen(128)
-            command = ["sh", "-c", 'exec "$0" >&- 2>&-', self.program] if close_output else [self.program]
-            self.process = subprocess.Popen(command, stdin=listener, stdout=out, stderr=errors,
+            self.process = subprocess.Popen([self.program], stdin=listener, stdout=out, stderr=errors,
                                             env=os.environ | self.environment | (environment or {}))
 
     def stop_service(self, number=signal.SIGTERM):

@@ -57,11 +57,12 @@ def faulty_camera(unstarted_camera):
 
 
 def pytest_assertrepr_compare(op, left, right):
-    """Effects that are not the expected ones: the lines that differ, a document with an element a line."""
+    """Effects or answers that are not the expected ones: the lines that differ, an element a line."""
+    left, right = ([side] if isinstance(side, str) else side for side in (left, right))
     if op != "==" or not isinstance(left, list) or not isinstance(right, list):
         return None
-    got, expected = ([line for text in texts for line in str(text).replace("><", ">\n<").splitlines()]
+    got, expected = ([line for text in texts for line in str(text).replace("><", ">\n<").split("\n")]
                      for texts in (left, right))
     differing = list(difflib.unified_diff(expected, got, lineterm="", n=2))[2:]
     request = Camera.last_request.splitlines()[:25]
-    return ["the effects (+) are not those expected (-)", *request, *differing[:30]]
+    return ["what came (+) is not what was expected (-)", *request, *differing[:30]]

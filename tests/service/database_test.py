@@ -90,7 +90,7 @@ def test_a_file_that_is_copied_over_it_counts_when_it_is_whole(camera, tmp_path)
 def test_a_file_that_is_gone_is_not_created(camera):
     content = DATABASE.read_bytes()
     DATABASE.unlink()
-    assert camera.call("GET", "/PSIA/x") == status(4, "/PSIA/x")  # the open file still holds the users
+    assert camera.call("GET", "/PSIA/x") == status(4, "/PSIA/x")  # from the file that is still open
     assert not DATABASE.exists()
     DATABASE.write_bytes(content)
     assert camera.effects("DELETE", USERS + "/guest") == DELETED

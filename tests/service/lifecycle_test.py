@@ -57,13 +57,6 @@ def test_messages_left_in_the_queues_are_discarded_at_the_start(unstarted_camera
     assert REPLIES.receive() is None
 
 
-def test_closed_output_descriptors_are_no_connection_and_no_database(unstarted_camera):
-    unstarted_camera.start_service(close_output=True)
-    assert unstarted_camera.call("GET", "/PSIA/Custom/Event/index") == ""  # printed
-    assert unstarted_camera.effects("PUT", AUDIO, "<AudioChannel/>") == SWITCHED_OFF
-    assert unstarted_camera.rows("pragma integrity_check") == [("ok",)]
-
-
 def test_as_a_plain_cgi_program_it_serves_one_request(unstarted_camera):
     unstarted_camera.start_service(cgi=True, environment={
         "REQUEST_METHOD": "GET", "REQUEST_URI": "/PSIA/x", "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4="})
@@ -90,7 +83,6 @@ def test_a_kept_connection_carries_several_requests(camera):
 
 def test_a_client_that_goes_away_disturbs_nobody(camera):
     camera.begin("GET", "/PSIA/indexr", first=0).socket.close()
-    camera.begin("GET", "/PSIA/indexr", first=70).socket.close()
     camera.begin("PUT", AUDIO, "<AudioChannel/>", first=-20).socket.close()
     camera.begin("GET", "/PSIA/indexr").socket.close()
     assert camera.effects("GET", "/PSIA/x") == ["status 4"]
@@ -98,7 +90,7 @@ def test_a_client_that_goes_away_disturbs_nobody(camera):
 
 
 def test_parameters_that_do_not_all_arrive_get_no_answer(camera):
-    unfinished = camera.begin("GET", "/PSIA/x", first=70)
+    unfinished = camera.begin("GET", "/PSIA/x", first=63)  # method and URI, but no credentials
     unfinished.socket.shutdown(socket.SHUT_WR)
     assert unfinished.socket.recv(1) == b""
     assert camera.effects("GET", "/PSIA/x") == ["status 4"]
@@ -108,17 +100,13 @@ def test_parameters_that_do_not_all_arrive_get_no_answer(camera):
 def test_a_thousand_requests_leave_memory_and_descriptors_where_they_were(camera):
     def ask(times):
         for _ in range(times):
-            camera.call("GET", "/PSIA/index", user="admin:wrong")
             camera.call("GET", "/PSIA/System/deviceInfo")
             camera.call("GET", "/PSIA/System/Network/interfaces")
-            camera.call("GET", "/PSIA/Custom/Event")
-            camera.call("PUT", AUDIO, "<AudioChannel>")
             camera.call("PUT", "/PSIA/System/configurationData", 5000 * "c")
-            camera.call("PUT", "/PSIA/System/deviceInfo", "<DeviceInfo><deviceName>'</deviceName>"
-                        "</DeviceInfo>")
-    ask(20)
+            camera.call("PUT", AUDIO, "<AudioChannel>")
+    ask(50)
     descriptors, memory = camera.open_descriptors(), camera.memory("status", "VmRSS")
-    ask(150)
+    ask(200)
     assert camera.open_descriptors() == descriptors
     assert camera.memory("status", "VmRSS") <= memory + 65536
 
@@ -168,9 +156,8 @@ def test_a_full_queue_is_waited_for_until_there_is_room(camera):
 
 def test_a_queue_that_is_gone_is_answered_with_busy(camera):
     REQUESTS.remove()
-    answer, errors = camera.begin("PUT", REBOOT).receive()
-    assert answer == status(2, REBOOT)
-    assert errors.startswith("Send Message using Message Queue 1 Failed\n")
+    assert camera.effects("PUT", REBOOT) == [
+        "reported Send Message using Message Queue 1 Failed\n: Invalid argument", "status 2"]
 
 
 def test_a_locked_database_is_tried_seven_times(faulty_camera):

@@ -6,7 +6,6 @@ import pytest
 from camera import status
 
 INFO = "/PSIA/System/deviceInfo"
-UPLOAD = "/PSIA/System/configurationData"
 NAME = "<DeviceInfo><deviceName>sent</deviceName></DeviceInfo>"
 STORED = ["Network.DDNSHostname = sent", "status 1"]
 
@@ -37,10 +36,7 @@ def test_a_document_that_declares_an_entity_is_refused(camera, encoding, declara
     (3, "<DeviceInfo>" + 262000 * "<a/>" + "</DeviceInfo>"),
     (1, "<DeviceInfo>" + names(6000, "<", "/>") + "<a>" + 850000 * "x" + "</a>"
         "<a " + names(5900, " ", '="&amp;"') + "/></DeviceInfo>"),
-    (3, "<DeviceInfo " + names(100000, " ", '=""') + "/>"),
-    (3, ('<?xml version="1.0" encoding="cp037"?>'
-         "<DeviceInfo " + names(60000, " ", '=""') + "/>").encode("cp037")),
-], ids=["elements", "everything", "attributes", "EBCDIC"])
+], ids=["elements", "everything"])
 def test_a_document_costs_at_most_6_mb_and_gives_it_back(camera, code, document):
     camera.call("PUT", INFO, NAME + 1000000 * " ")
     resident, dirty = camera.memory("status", "VmRSS"), camera.memory("smaps_rollup", "Private_Dirty")
@@ -92,29 +88,20 @@ def test_a_body_of_up_to_1_mib_is_read_to_its_first_zero_byte(camera, body, effe
     assert camera.effects("PUT", INFO, body) == effects
 
 
-def test_a_body_ends_after_30_seconds_of_silence(faulty_camera):
+def test_a_body_ends_after_30_seconds_of_silence_a_slow_one_does_not(faulty_camera):
     faulty_camera.plan.speed = 40
-    start = time.monotonic()
     silent = faulty_camera.begin("PUT", INFO, NAME, finished=False, first=-1)
+    start = time.monotonic()
     assert silent.receive()[0] == status(3, INFO)
     assert 0.7 < time.monotonic() - start < 1.5
     silent.socket.close()
-    # A file is stored as far as it came.
-    upload = faulty_camera.begin("PUT", UPLOAD, 2000 * "x", finished=False, first=-1)
-    assert upload.receive()[0] == status(1, UPLOAD)
-    upload.socket.close()
-    assert faulty_camera.effects("PUT", INFO, NAME) == STORED
-
-
-def test_a_slow_body_is_not_cut_and_its_timer_disturbs_no_later_request(faulty_camera):
-    faulty_camera.plan.speed = 40
-    slow = faulty_camera.begin("PUT", INFO, NAME, finished=False, first=-3)
+    slow = faulty_camera.begin("PUT", INFO, NAME, finished=False, first=-2)
     for byte in slow.rest:
-        time.sleep(0.4)  # 16 s
+        time.sleep(0.45)  # 18 s
         slow.send_bytes(bytes([byte]))
     assert slow.receive()[0] == status(1, INFO)
     slow.socket.close()
-    later = faulty_camera.begin("GET", "/PSIA/x", first=0)
+    later = faulty_camera.begin("GET", "/PSIA/x", first=0)  # which no timer of a body disturbs
     time.sleep(0.8)
     later.send_rest()
     assert later.receive()[0] == status(4, "/PSIA/x")

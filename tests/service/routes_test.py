@@ -71,18 +71,17 @@ def test_who_may_do_what(camera, prefix, match, get, put, post, delete):
             assert refused == (level > highest), f"{method} {uri} as {user}"
 
 
-@pytest.mark.parametrize("method, uri, root", [
-    ("GeT", "/psia/SYSTEM/Status?x=1", "DeviceStatus"),
-    ("GET", "/PSIA/System/Audio/channels/17", "AudioChannel"),
-    ("GET", "/PSIA/System/Audio/channelsX", "AudioChannelList"),
-    ("GET", "/PSIA/System/Network/interfaces/ETH0/ipaddress", "IPAddress"),
+@pytest.mark.parametrize("uri, root", [
+    ("/psia/SYSTEM/Status?x=1", "DeviceStatus"),
+    ("/PSIA/System/Audio/channels/17", "AudioChannel"),
+    ("/PSIA/System/Audio/channelsX", "AudioChannelList"),
+    ("/PSIA/System/Network/interfaces/ETH0/ipaddress", "IPAddress"),
     # Of a URL below the streaming channels the end decides.
-    ("GET", "/PSIA/Streaming/channels/status", "StreamingSessionStatusList"),
-    ("GET", "/PSIA/Streaming/channels/1/Status", "StreamingSessionStatusList"),
-    ("GET", "/PSIA/Streaming/channels/1/status?", "StreamingChannel"),
+    ("/PSIA/Streaming/channels/1/Status", "StreamingSessionStatusList"),
+    ("/PSIA/Streaming/channels/1/status?", "StreamingChannel"),
 ])
-def test_urls_match_by_their_beginning_whatever_their_case(camera, method, uri, root):
-    assert re.search(r"\?>\s*<(\w+)", camera.call(method, uri))[1] == root
+def test_urls_match_by_their_beginning_whatever_their_case(camera, uri, root):
+    assert re.search(r"\?>\s*<(\w+)", camera.call("geT", uri))[1] == root
 
 
 @pytest.mark.parametrize("method, uri", [

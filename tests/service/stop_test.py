@@ -32,7 +32,7 @@ def test_connections_that_send_nothing_do_not_delay_it(camera, connections):
 
 
 def test_parameters_that_arrive_meanwhile_are_judged_as_a_whole(camera):
-    arriving = camera.begin("GET", "/PSIA/x", first=70)
+    arriving = camera.begin("GET", "/PSIA/x", first=63)  # method and URI, but no credentials
     camera.wait_until_blocked_in("read")
     camera.process.send_signal(signal.SIGTERM)
     time.sleep(0.3)
@@ -43,7 +43,7 @@ def test_parameters_that_arrive_meanwhile_are_judged_as_a_whole(camera):
 
 def test_parameters_that_do_not_all_arrive_get_no_answer(faulty_camera):
     faulty_camera.plan.speed = 5
-    unfinished = faulty_camera.begin("GET", "/PSIA/x", first=70)
+    unfinished = faulty_camera.begin("GET", "/PSIA/x", first=63)  # method and URI
     faulty_camera.wait_until_blocked_in("read")
     start = time.monotonic()
     assert faulty_camera.stop_service() == 0
@@ -51,12 +51,14 @@ def test_parameters_that_do_not_all_arrive_get_no_answer(faulty_camera):
     assert unfinished.socket.recv(1) == b""
 
 
-def test_a_body_is_awaited_for_so_long_after_the_stop(faulty_camera):
+@pytest.mark.parametrize("first", [70, -1])  # the stop comes within the parameters, or within the body
+def test_a_body_is_awaited_for_so_long_after_the_stop(faulty_camera, first):
     faulty_camera.plan.speed = 5
-    unfinished = faulty_camera.begin("PUT", INFO, "<DeviceInfo/>", finished=False, first=-1)
+    unfinished = faulty_camera.begin("PUT", INFO, "<DeviceInfo/>", finished=False, first=first)
     time.sleep(0.4)  # longer than the patience after a stop, which counts from the stop
     start = time.monotonic()
     faulty_camera.process.send_signal(signal.SIGTERM)
+    unfinished.send_bytes(unfinished.rest[:-1])
     assert unfinished.receive()[0] == status(3, INFO)
     assert 0.25 < time.monotonic() - start < 2
     assert faulty_camera.wait_for_exit() == 0
