@@ -47,7 +47,7 @@ string_view recorded(const char* name) {
   const char* directory = std::getenv("BENCH_ANSWERS");
   if (directory == nullptr || chdir(directory) != 0) return "";
   const int file = open(name, O_RDONLY | O_CLOEXEC);
-  struct stat status {};
+  struct stat status = {};
   if (file < 0 || fstat(file, &status) != 0 || status.st_size == 0) return "";
   const auto size = static_cast<std::size_t>(status.st_size);
   void* const text = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file, 0);
@@ -253,7 +253,7 @@ void write_status() {
 /// What the kernel says about eth0 to one request on a socket of its own.
 void ask_interface(unsigned long request) {
   const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
-  ifreq interface {};
+  ifreq interface = {};
   std::memcpy(interface.ifr_name, "eth0", sizeof "eth0");
   interface.ifr_addr.sa_family = AF_INET;
   ioctl(descriptor, request, &interface);

@@ -13,27 +13,61 @@ run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml
 # and what the tests and checks need besides:
 test_packages=(clang-format clang-tidy shellcheck python3 python3-pytest chromium chromium-driver
   nginx-light lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev file)
+# and what scripts/test --debian makes another release's root with:
+root_tools=(mmdebstrap debian-archive-keyring uidmap)
 # and what scripts/fuzz needs besides:
-fuzz_packages=(clang libclang-rt-14-dev)
+fuzz_packages=(clang libclang-rt-dev)
 # and what scripts/bench measures with.
 bench_packages=(python3 valgrind strace wrk)
 
-# What the script is doing now. A script that sets `steps`, their number, also has them counted and timed.
-steps=0
+# What the script is doing now. A script that names its steps first, with `plan`, has them counted and timed, and says
+# how long the rest takes.
+planned=()
+durations=
 step_number=0
 step() {
+  local left=0 i text
   end_step
-  if [ "$steps" -gt 0 ]; then
-    step_number=$((step_number + 1))
-    printf '== [%d/%d] %s\n' "$step_number" "$steps" "$*"
-  else
+  if [ ${#planned[@]} -eq 0 ]; then
     printf '== %s\n' "$*"
+    return
   fi
+  text="== [$((step_number + 1))/${#planned[@]}] $*"
+  for ((i = step_number; i < ${#planned[@]}; i++)); do
+    left=$((left + ${planned[i]%% *}))
+  done
+  step_number=$((step_number + 1))
   step_started=$SECONDS
+  printf '%s: %s, all that is left %s\n' "$text" "$(about "${planned[step_number - 1]%% *}")" "$(about "$left")"
 }
 
+# To be called after the last step, too.
 end_step() {
-  if [ "$steps" -gt 0 ] && [ "$step_number" -gt 0 ]; then printf '   %d s\n' $((SECONDS - step_started)); fi
+  local seconds
+  if [ "$step_number" -eq 0 ]; then return; fi
+  seconds=$((SECONDS - step_started))
+  printf '   %d s\n' "$seconds"
+  planned[step_number - 1]="$seconds ${planned[step_number - 1]#* }"
+  if [ "$step_number" -eq ${#planned[@]} ]; then
+    mkdir -p "$(dirname "$durations")"
+    printf '%s\n' "${planned[@]}" >"$durations"
+  fi
+}
+
+about() {
+  if [ "$1" -lt 100 ]; then printf 'about %d s' "$1"; else printf 'about %d min' $((($1 + 30) / 60)); fi
+}
+
+# plan NAME 'SECONDS STEP'...: the steps of the mode NAME. A step is taken to last as long as the last time, which
+# build/durations/NAME keeps; the first time as long as on two quiet cores, which is what SECONDS says.
+plan() {
+  local i last
+  durations=build/durations/$1
+  planned=("${@:2}")
+  for i in "${!planned[@]}"; do
+    last=$(sed -n "s|^\([0-9]*\) ${planned[i]#* }\$|\1|p" "$durations" 2>/dev/null || true)
+    planned[i]="${last:-${planned[i]%% *}} ${planned[i]#* }"
+  done
 }
 
 fail() {
@@ -73,9 +107,10 @@ check_namespaces() {
 
 # Installs those of the named packages that are missing.
 install_packages() {
-  local package installed as_root=() missing=()
+  local package installed missing=()
   if ! command -v dpkg-query >/dev/null; then
     printf 'This is no Debian system; it is taken for granted that what these packages hold is there:\n  %s\n' "$*"
+    check_zone_files
     return
   fi
   installed=$(dpkg-query -W -f '|${Package}|${db:Status-Status}\n' | sed -n 's/|installed$/|/p')
@@ -85,20 +120,7 @@ install_packages() {
       *) missing+=("$package") ;;
     esac
   done
-  if [ ${#missing[@]} -eq 0 ]; then return; fi
-
-  if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || fail "Packages are missing, and there is no sudo to install them with. As root:
-  apt-get update && apt-get install --no-install-recommends ${missing[*]}"
-    as_root=(sudo)
-  fi
-  step "Installing ${missing[*]}"
-  if ! "${as_root[@]}" apt-get update ||
-    ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-      apt-get install --yes --no-install-recommends "${missing[@]}"; then
-    fail "The packages could not be installed. Look at the messages above, or as root try:
-  apt-get update && apt-get install --no-install-recommends ${missing[*]}"
-  fi
+  if [ ${#missing[@]} -gt 0 ]; then apt_install "${missing[@]}"; fi
   case " ${missing[*]} " in
     *" lighttpd "*)
       if [ -d /run/systemd/system ]; then
@@ -107,4 +129,30 @@ install_packages() {
       fi
       ;;
   esac
+  check_zone_files
+}
+
+apt_install() {
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || fail "Packages are missing, and there is no sudo to install them with. As root:
+  apt-get update && apt-get install --no-install-recommends $*"
+    as_root=(sudo)
+  fi
+  echo "Installing $*"
+  if ! "${as_root[@]}" apt-get update ||
+    ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install --yes --no-install-recommends "$@"; then
+    fail "The packages could not be installed. Look at the messages above, or as root try:
+  apt-get update && apt-get install --no-install-recommends $*"
+  fi
+}
+
+# The camera leaves the factory in the zone EST5EDT. Debian 13 and Ubuntu 24.04 have moved the zones with such names to a
+# package of their own; in older releases they come with tzdata.
+check_zone_files() {
+  if [ -e /usr/share/zoneinfo/EST5EDT ]; then return; fi
+  echo "There is no /usr/share/zoneinfo/EST5EDT, the zone of the simulated camera's factory settings."
+  command -v apt-get >/dev/null ||
+    fail "Install the package of your system that has the time zones with old names, such as tzdata-legacy."
+  apt_install tzdata-legacy
 }

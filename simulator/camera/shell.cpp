@@ -48,8 +48,8 @@ void greet(const std::string& service) {
 }
 
 bool is_own(const std::string& path, const char* own) {
-  struct stat theirs {};
-  struct stat ours {};
+  struct stat theirs = {};
+  struct stat ours = {};
   return stat(path.c_str(), &theirs) == 0 && stat(own, &ours) == 0 && theirs.st_ino == ours.st_ino;
 }
 

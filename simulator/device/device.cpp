@@ -56,7 +56,7 @@ std::string read_file(const fs::path& path) {
 
 // The kernel makes mounts private only if / is the root of a mount.
 bool is_plain_chroot() {
-  struct statx root {};
+  struct statx root = {};
   return statx(AT_FDCWD, "/", AT_NO_AUTOMOUNT, 0, &root) == 0 &&
          (root.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0 &&
          (root.stx_attributes & STATX_ATTR_MOUNT_ROOT) == 0;

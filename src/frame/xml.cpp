@@ -1,6 +1,6 @@
 #include "frame/xml.h"
 
-#include <libxml/SAX2.h>
+#include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 
 #include <algorithm>
@@ -16,13 +16,19 @@
 namespace psia {
 
 struct XmlNode {
-  const xmlChar* name;
-  char* text;  // null for no text
+  const xmlChar* name;  // in the parser's dictionary
+  char* text;           // null for no text
   XmlNode* first_child;
   XmlNode* last_child;
   XmlNode* next;
-  XmlNode* link;           // while the element is open its parent, then the one that was closed before it
-  std::size_t text_begin;  // while the element is open: where its text begins in Builder::text
+  XmlNode* link;           // the parent while the element is open, then the element that was closed before
+  std::size_t text_begin;  // while the element is open: where its text begins in Parser::text
+};
+
+struct XmlTree {
+  XmlNode* root;
+  xmlDict* names;
+  std::size_t size;  // bytes of the document
 };
 
 namespace {
@@ -31,9 +37,54 @@ const xmlChar* as_xml(const char* text) {
   return reinterpret_cast<const xmlChar*>(text);
 }
 
+bool same_name(std::string_view name, std::string_view other) {
+  return name.size() == other.size() &&
+         xmlStrncasecmp(as_xml(name.data()), as_xml(other.data()), static_cast<int>(name.size())) == 0;
+}
+
+bool is_blank(char byte) {
+  return byte == ' ' || byte == '\t' || byte == '\r' || byte == '\n';
+}
+
+/// What a document's first bytes say about its encoding.
+struct Encoding {
+  std::size_t most_bytes;  // the largest document; 0 for one that is refused
+  bool is_utf8;
+};
+constexpr Encoding kUtf8{kMaxBodyInMemory, true};
+constexpr Encoding kLatin{kMaxLatinDocument, false};
+constexpr Encoding kUnusual{kMaxUnusualDocument, false};
+constexpr Encoding kRefused{0, false};
+
+/// libxml2's versions differ in what they tell about an encoding, in whether a declaration counts after a
+/// byte order mark, and in how strictly they read it. Whatever is misread here is not well-formed.
+Encoding encoding_of(std::string_view text) {
+  if (text.empty()) return kRefused;
+  if (text.front() == 0x4C) return kUnusual;  // '<' in EBCDIC
+  if (text.front() != '<' && !is_blank(text.front())) return kRefused;
+  if (text.size() < 6 || std::strncmp(text.data(), "<?xml", 5) != 0 || !is_blank(text[5])) return kUtf8;
+  const std::size_t declaration = std::strcspn(text.data(), ">");
+  const auto* const found = static_cast<const char*>(memmem(text.data(), declaration, "encoding", 8));
+  if (found == nullptr) return kUtf8;
+  const char* const quote = found + std::strcspn(found, "\"'");
+  if (*quote == '\0') return kRefused;
+  const std::string_view name(quote + 1, std::strcspn(quote + 1, "\"'"));
+  const char* const behind = name.data() + name.size();  // the closing quote
+  if (*behind == '\0' || (behind[1] != '?' && !is_blank(behind[1]))) return kRefused;
+  if (same_name(name, "UTF-8") || same_name(name, "UTF8")) return kUtf8;
+  if (same_name(name, "US-ASCII") || same_name(name, "ASCII")) {
+    const auto is_ascii = [](char byte) { return static_cast<unsigned char>(byte) < 0x80; };
+    return std::all_of(text.begin(), text.end(), is_ascii) ? kUtf8 : kRefused;
+  }
+  const bool latin = name.size() > 9 && same_name({name.data(), 9}, "ISO-8859-");
+  return latin ? kLatin : kUnusual;
+}
+
 void say_nothing(void* /*context*/, const char* /*format*/, ...) {}
 
-void report_nothing(void* /*context*/, xmlErrorPtr /*error*/) {}
+// libxml2 2.12 made the error const; a template fits both.
+template <typename Error>
+void report_nothing(void* /*context*/, Error* /*error*/) {}
 
 xmlParserInputPtr fetch_nothing(const char* /*url*/, const char* /*id*/, xmlParserCtxtPtr /*context*/) {
   return nullptr;
@@ -49,162 +100,191 @@ void free_nodes(XmlNode* node) {
   }
 }
 
-/// What the parser's callbacks put together: the elements, and the texts of those still open, that of an
-/// inner element behind that of its parent, so that each is in one piece when its element is closed.
-struct Builder {
-  ~Builder() {
+/// libxml2's parser with the state of the callbacks: the elements, and the texts of the open ones. The text
+/// of an inner element follows that of its parent, so each text is in one piece when its element is closed.
+struct Parser {
+  Parser() = default;
+  ~Parser() {
     free_nodes(open);
     free_nodes(closed);
     std::free(text);
+    if (context != nullptr) xmlFreeDoc(context->myDoc);
+    xmlFreeParserCtxt(context);
+    give_back_memory(document_size);
   }
-  Builder() = default;
-  Builder(const Builder&) = delete;
-  Builder& operator=(const Builder&) = delete;
-  Builder(Builder&&) = delete;
-  Builder& operator=(Builder&&) = delete;
+  Parser(const Parser&) = delete;
+  Parser& operator=(const Parser&) = delete;
+  Parser(Parser&&) = delete;
+  Parser& operator=(Parser&&) = delete;
 
-  std::size_t document_size = 0;  // bytes
+  xmlParserCtxt* context = nullptr;  // null without a document
+  std::size_t document_size = 0;     // bytes; 0 once the tree was taken
   int elements = 0;
   int attributes = 0;
-  XmlNode* open = nullptr;    // the innermost
-  XmlNode* closed = nullptr;  // the last; the root in the end
+  bool refers_outside = false;  // to a file of declarations, which is not read
+  bool failed = false;          // no document comes of it
+  XmlNode* open = nullptr;      // the innermost open element
+  XmlNode* closed = nullptr;    // the element closed last, which is the root in the end
   char* text = nullptr;
   std::size_t length = 0;
   std::size_t capacity = 0;
 };
 
-xmlParserCtxt& parser_of(void* context) {
-  return *static_cast<xmlParserCtxt*>(context);
+Parser& parser_of(void* context) {
+  return *static_cast<Parser*>(static_cast<xmlParserCtxt*>(context)->_private);
 }
 
-Builder& builder_of(void* context) {
-  return *static_cast<Builder*>(parser_of(context)._private);
-}
-
-/// Ends the parsing unless `good`, and where the document is already known not to be well-formed: what the
-/// parser does with the rest of such a document is wasted, and libxml2 bounds none of it.
-bool go_on(void* context, bool good) {
-  if (good && parser_of(context).wellFormed != 0) return true;
-  xmlStopParser(&parser_of(context));
+/// Stops the parser unless `good` and the document is still well-formed. Parsing the rest of one that is not
+/// would be wasted work, which libxml2 does not bound.
+bool go_on(Parser& parser, bool good) {
+  if (good && !parser.failed && parser.context->wellFormed != 0) return true;
+  parser.failed = true;
+  xmlStopParser(parser.context);
   return false;
 }
 
-/// The bound of a document's size that goes with its encoding. Attributes were counted beforehand by their
-/// equals signs, which only shows them where those are bytes of ASCII.
-std::size_t size_bound(const xmlParserInput& input) {
-  if (input.buf == nullptr || input.buf->encoder == nullptr) return kMaxBodyInMemory;  // UTF-8
-  const bool latin = xmlStrncasecmp(input.encoding, as_xml("ISO-8859-"), 9) == 0;
-  return latin ? kMaxLatinDocument : kMaxUnusualDocument;
-}
-
-void start_document(void* context) {
-  if (go_on(context, builder_of(context).document_size <= size_bound(*parser_of(context).input))) {
-    xmlSAX2StartDocument(context);
-  }
+/// Memory that ran short while the parser worked does not make every version call the document malformed.
+template <typename Error>
+void note_error(void* context, Error* error) {
+  if (error->level == XML_ERR_FATAL) parser_of(context).failed = true;
 }
 
 /// Called before the declarations between "[" and "]", if there are any.
-void start_declarations(void* context, const xmlChar* /*name*/, const xmlChar* /*id*/,
-                        const xmlChar* /*url*/) {
-  const bool follow = *parser_of(context).input->cur == '[';
-  (void)go_on(context, !follow || builder_of(context).document_size <= kMaxUnusualDocument);
+void start_declarations(void* context, const xmlChar* /*name*/, const xmlChar* /*id*/, const xmlChar* url) {
+  Parser& parser = parser_of(context);
+  parser.refers_outside = url != nullptr;
+  const bool follow = *parser.context->input->cur == '[';
+  (void)go_on(parser, !follow || parser.document_size <= kMaxUnusualDocument);
 }
 
 void refuse_entity(void* context, const xmlChar* /*name*/, int /*type*/, const xmlChar* /*id*/,
                    const xmlChar* /*url*/, xmlChar* /*content*/) {
-  (void)go_on(context, false);
+  (void)go_on(parser_of(context), false);
 }
 
 void refuse_unparsed_entity(void* context, const xmlChar* /*name*/, const xmlChar* /*id*/,
                             const xmlChar* /*url*/, const xmlChar* /*notation*/) {
-  (void)go_on(context, false);
+  (void)go_on(parser_of(context), false);
+}
+
+/// Only declarations outside the document could declare a parameter entity: one inside is refused.
+xmlEntity* find_no_entity(void* context, const xmlChar* /*name*/) {
+  Parser& parser = parser_of(context);
+  (void)go_on(parser, parser.refers_outside);
+  return nullptr;
+}
+
+void count_as_attribute(void* context) {
+  Parser& parser = parser_of(context);
+  (void)go_on(parser, ++parser.attributes <= kMaxAttributes);
 }
 
 void count_reference(void* context, const xmlChar* /*name*/) {
-  (void)go_on(context, ++builder_of(context).attributes <= kMaxAttributes);
+  count_as_attribute(context);
 }
 
 void count_instruction(void* context, const xmlChar* /*target*/, const xmlChar* /*data*/) {
-  (void)go_on(context, ++builder_of(context).attributes <= kMaxAttributes);
+  count_as_attribute(context);
 }
 
 void open_element(void* context, const xmlChar* name, const xmlChar* prefix, const xmlChar* uri,
                   int namespaces, const xmlChar** /*namespace_table*/, int attributes, int /*defaulted*/,
                   const xmlChar** /*attribute_table*/) {
-  Builder& builder = builder_of(context);
-  builder.attributes += namespaces + attributes;
-  if (!go_on(context, ++builder.elements <= kMaxElements && builder.attributes <= kMaxAttributes)) return;
+  Parser& parser = parser_of(context);
+  parser.attributes += namespaces + attributes;
+  if (!go_on(parser, ++parser.elements <= kMaxElements && parser.attributes <= kMaxAttributes)) return;
   auto* const node = static_cast<XmlNode*>(std::calloc(1, sizeof(XmlNode)));
-  if (!go_on(context, node != nullptr)) return;
+  if (!go_on(parser, node != nullptr)) return;
   // An undeclared prefix belongs to the name, and no name that is asked for has one.
   node->name = prefix != nullptr && uri == nullptr ? as_xml(":") : name;
-  node->text_begin = builder.length;
-  if (XmlNode* const parent = builder.open) {
+  node->text_begin = parser.length;
+  if (XmlNode* const parent = parser.open) {
     (parent->last_child == nullptr ? parent->first_child : parent->last_child->next) = node;
     parent->last_child = node;
   }
-  node->link = std::exchange(builder.open, node);
+  node->link = std::exchange(parser.open, node);
 }
 
 void close_element(void* context, const xmlChar* /*name*/, const xmlChar* /*prefix*/,
                    const xmlChar* /*uri*/) {
-  Builder& builder = builder_of(context);
-  if (!go_on(context, builder.open != nullptr)) return;
-  XmlNode* const node = builder.open;
-  if (const std::size_t length = builder.length - node->text_begin; length > 0) {
+  Parser& parser = parser_of(context);
+  if (!go_on(parser, parser.open != nullptr)) return;
+  XmlNode* const node = parser.open;
+  if (const std::size_t length = parser.length - node->text_begin; length > 0) {
     node->text = static_cast<char*>(std::malloc(length + 1));
-    if (!go_on(context, node->text != nullptr)) return;
-    std::memcpy(node->text, builder.text + node->text_begin, length);
+    if (!go_on(parser, node->text != nullptr)) return;
+    std::memcpy(node->text, parser.text + node->text_begin, length);
     node->text[length] = '\0';
   }
-  builder.length = node->text_begin;
-  builder.open = std::exchange(node->link, builder.closed);
-  builder.closed = node;
+  parser.length = node->text_begin;
+  parser.open = std::exchange(node->link, parser.closed);
+  parser.closed = node;
 }
 
 void append_text(void* context, const xmlChar* text, int length) {
-  Builder& builder = builder_of(context);
-  if (!go_on(context, true)) return;
-  const std::size_t needed = builder.length + static_cast<std::size_t>(length);
-  if (needed > builder.capacity) {
-    const std::size_t capacity = std::max(needed, builder.capacity + builder.capacity / 2);
-    auto* const grown = static_cast<char*>(std::realloc(builder.text, capacity));
-    if (!go_on(context, grown != nullptr)) return;
-    builder.text = grown;
-    builder.capacity = capacity;
+  Parser& parser = parser_of(context);
+  // An empty CDATA section has no text, and memcpy must not be given the null that `text` may still be.
+  if (!go_on(parser, true) || length <= 0) return;
+  const std::size_t needed = parser.length + static_cast<std::size_t>(length);
+  if (needed > parser.capacity) {
+    const std::size_t capacity = std::max(needed, parser.capacity + parser.capacity / 2);
+    auto* const grown = static_cast<char*>(std::realloc(parser.text, capacity));
+    if (!go_on(parser, grown != nullptr)) return;
+    parser.text = grown;
+    parser.capacity = capacity;
   }
-  std::memcpy(builder.text + builder.length, text, static_cast<std::size_t>(length));
-  builder.length = needed;
+  std::memcpy(parser.text + parser.length, text, static_cast<std::size_t>(length));
+  parser.length = needed;
 }
 
 /// Everything that is not set here is left out: comments, for instance, are passed over.
 xmlSAXHandler callbacks() {
   xmlSAXHandler sax{};
   sax.initialized = XML_SAX2_MAGIC;
-  sax.startDocument = start_document;
   sax.internalSubset = start_declarations;
   sax.entityDecl = refuse_entity;
   sax.unparsedEntityDecl = refuse_unparsed_entity;
+  sax.getParameterEntity = find_no_entity;
   sax.reference = count_reference;
   sax.processingInstruction = count_instruction;
   sax.startElementNs = open_element;
   sax.endElementNs = close_element;
   sax.characters = append_text;  // CDATA sections, too
   sax.ignorableWhitespace = append_text;
+  sax.serror = note_error;
   return sax;
 }
 
-/// A parser for the zero-terminated text, of which it has a copy; null when it is out of bounds or memory is
-/// short.
-xmlParserCtxt* new_parser(const char* text) {
-  const std::string_view bytes = text;
+/// Gives the parser a copy of the zero-terminated text, unless that is out of bounds or memory is short.
+void load(Parser& parser, const char* document) {
+  parser.document_size = std::strlen(document);
+  const char* const begin = std::strncmp(document, "\xEF\xBB\xBF", 3) == 0 ? document + 3 : document;
+  const std::string_view bytes(begin, parser.document_size - static_cast<std::size_t>(begin - document));
+  const Encoding encoding = encoding_of(bytes);
+  if (parser.document_size > encoding.most_bytes) return;
   // The parser compares each attribute of an element with all others before it reports the first.
-  if (std::count(bytes.begin(), bytes.end(), '=') > kMaxAttributes) return nullptr;
-  xmlParserCtxt* const parser = xmlCreateMemoryParserCtxt(text, static_cast<int>(bytes.size()));
-  if (parser == nullptr) return nullptr;
-  *parser->sax = callbacks();
-  parser->recovery = 1;  // the callbacks go on after an error, so that they can stop the parser; see go_on
-  return parser;
+  if (std::count(bytes.begin(), bytes.end(), '=') > kMaxAttributes) return;
+
+  parser.context = xmlCreateMemoryParserCtxt(begin, static_cast<int>(bytes.size()));
+  if (parser.context == nullptr) return;
+  *parser.context->sax = callbacks();
+  // The parser goes on after an error, so that the callbacks can stop it; see go_on.
+  (void)xmlCtxtUseOptions(parser.context, XML_PARSE_RECOVER | (encoding.is_utf8 ? XML_PARSE_IGNORE_ENC : 0));
+  parser.context->_private = &parser;
+}
+
+/// Parses, and gives the document's tree to the caller; null for no document.
+XmlTree* take_tree(Parser& parser) {
+  if (parser.context == nullptr) return nullptr;
+  if (xmlParseDocument(parser.context) != 0 || parser.failed || parser.open != nullptr) return nullptr;
+  // After a namespace error libxml2 2.14 and later accept anything behind the root element.
+  if (parser.context->input->cur != parser.context->input->end) return nullptr;
+  auto* const tree = static_cast<XmlTree*>(std::malloc(sizeof(XmlTree)));
+  if (tree == nullptr) return nullptr;
+  xmlDictReference(parser.context->dict);
+  *tree = {std::exchange(parser.closed, nullptr), parser.context->dict,
+           std::exchange(parser.document_size, 0)};
+  return tree;
 }
 
 }  // namespace
@@ -241,44 +321,32 @@ XmlElement::Iterator XmlElement::begin() const {
   return Iterator(node_->first_child);
 }
 
-XmlDocument::~XmlDocument() {
-  free_nodes(root_);
-  xmlDictFree(names_);
-  give_back_memory(size_);
+XmlElement XmlDocument::root() const {
+  return XmlElement(tree_->root);
 }
 
-XmlDocument::XmlDocument(XmlDocument&& other) noexcept
-    : root_(std::exchange(other.root_, nullptr)),
-      names_(std::exchange(other.names_, nullptr)),
-      size_(std::exchange(other.size_, 0)) {}
+XmlDocument::~XmlDocument() {
+  if (tree_ == nullptr) return;
+  const std::size_t size = tree_->size;
+  free_nodes(tree_->root);
+  xmlDictFree(tree_->names);
+  std::free(tree_);
+  give_back_memory(size);
+}
+
+XmlDocument::XmlDocument(XmlDocument&& other) noexcept : tree_(std::exchange(other.tree_, nullptr)) {}
 
 XmlDocument XmlDocument::parse(const char* text) {
-  return parse(new_parser(text));
-}
-
-XmlDocument XmlDocument::parse(xmlParserCtxt* parser) {
-  XmlDocument document;
-  if (parser == nullptr) return document;
-  Builder builder;
-  builder.document_size = static_cast<std::size_t>(parser->input->end - parser->input->base);
-  document.size_ = builder.document_size;
-  parser->_private = &builder;
-  xmlParseDocument(parser);
-  // Whoever stops the parser, for lack of memory for instance, switches its callbacks off.
-  if (parser->wellFormed != 0 && parser->disableSAX == 0 && builder.open == nullptr) {
-    document.root_ = std::exchange(builder.closed, nullptr);
-    document.names_ = parser->dict;
-    xmlDictReference(parser->dict);
-  }
-  xmlFreeDoc(parser->myDoc);
-  xmlFreeParserCtxt(parser);
-  return document;
+  Parser parser;
+  load(parser, text);
+  return XmlDocument(take_tree(parser));
 }
 
 XmlDocument read_document(const Request& request) {
-  xmlParserCtxt* parser = nullptr;
-  if (const Body body = Body::read(request)) parser = new_parser(body.text());
-  return XmlDocument::parse(parser);
+  Parser parser;
+  if (const Body body = Body::read(request)) load(parser, body.text());
+  // The body is freed by now, so that a large one is not in memory twice while it is parsed.
+  return XmlDocument(take_tree(parser));
 }
 
 XmlDocument read_document(const Request& request, const char* root_name) {

@@ -1,9 +1,10 @@
 // Taking values out of the XML documents that clients send. Names are compared without regard to case,
 // elements that nobody asks for are ignored, and a handler that stores each match in turn lets the last
 // occurrence win.
+//
+// libxml2 parses, and its SAX callbacks build the tree below. libxml2's own tree takes about four times the
+// memory, and reading a text from it allocates, so every read could fail. Here only the parsing can.
 #pragma once
-
-#include <libxml/parser.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -18,16 +19,18 @@ namespace psia {
 inline constexpr int kMaxElements = 10000;
 /// Attributes, processing instructions and references to entities that are declared elsewhere.
 inline constexpr int kMaxAttributes = 6000;
-/// Bytes of a document with declarations of its own or in an unusual encoding. Such can make the parser's
-/// work grow with the square of their size before anything can be counted.
+/// Bytes of a document with declarations of its own or in an encoding that is not named below. The parser's
+/// work on these can grow with the square of their size before anything can be counted.
 inline constexpr std::size_t kMaxUnusualDocument = 32UL << 10;
-/// Bytes of a document in one of the ISO 8859 encodings, which takes up to twice its size in memory.
+/// Bytes of a document in one of the ISO 8859 encodings. The parser's copy in UTF-8 is up to twice as long.
 inline constexpr std::size_t kMaxLatinDocument = 512UL << 10;
+// A document in UTF-8 or US-ASCII is as long as a body may be: kMaxBodyInMemory.
 
 /// Prepares libxml2 for the process: it prints nothing and fetches nothing. Call once, before any parsing.
 void prepare_xml();
 
 struct XmlNode;
+struct XmlTree;
 
 /// An element of a parsed document; valid as long as the document. A range-for over it visits its child
 /// elements in document order.
@@ -73,6 +76,8 @@ class XmlElement {
 class XmlDocument {
  public:
   XmlDocument() = default;
+  /// Takes over what was parsed; null for no document.
+  explicit XmlDocument(XmlTree* tree) : tree_(tree) {}
   ~XmlDocument();
   XmlDocument(const XmlDocument&) = delete;
   XmlDocument& operator=(const XmlDocument&) = delete;
@@ -83,17 +88,13 @@ class XmlDocument {
   /// it goes beyond the bounds above, or when it declares an entity: no client needs any, and they can be
   /// made to grow without bound.
   [[nodiscard]] static XmlDocument parse(const char* text);
-  /// The same with a parser that has its text already (null for no document); frees it.
-  [[nodiscard]] static XmlDocument parse(xmlParserCtxt* parser);
 
-  explicit operator bool() const { return root_ != nullptr; }
+  explicit operator bool() const { return tree_ != nullptr; }
   /// Only for a document that was parsed.
-  [[nodiscard]] XmlElement root() const { return XmlElement(root_); }
+  [[nodiscard]] XmlElement root() const;
 
  private:
-  XmlNode* root_ = nullptr;
-  xmlDict* names_ = nullptr;  // holds the names of the elements
-  std::size_t size_ = 0;      // bytes parsed
+  XmlTree* tree_ = nullptr;
 };
 
 /// Reads the request's body and parses it. Gives no document when either fails.

@@ -8,7 +8,8 @@
 #include <fstream>
 #include <string>
 
-#include "network/interface_address.h"
+#include "network/interface_setup.h"
+#include "network/interface_state.h"
 
 namespace psia {
 namespace {

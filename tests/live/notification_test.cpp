@@ -9,6 +9,7 @@
 
 #include "event/triggers.h"
 #include "frame/service.h"
+#include "index/index_documents.h"
 #include "system/time_zone_table.h"
 
 namespace psia {
@@ -27,7 +28,7 @@ class NotificationTest : public testing::Test {
     std::ofstream("/usr/local/orvid/body") << body;
     close(STDIN_FILENO);
     EXPECT_EQ(open("/usr/local/orvid/body", O_RDONLY), STDIN_FILENO);
-    Service service{environment_, database_, *queues_, *zones_};
+    Service service{environment_, database_, *queues_, *zones_, index_documents_};
     testing::internal::CaptureStdout();
     handler(service, {"/u", "", std::to_string(body.size()).c_str(), 0, tail.c_str()});
     return testing::internal::GetCapturedStdout();
@@ -43,6 +44,7 @@ class NotificationTest : public testing::Test {
   Database database_;
   std::optional<ControlQueues> queues_ = ControlQueues::open();
   TzPairListOwner zones_{tz_pair_list_create()};
+  IndexDocuments index_documents_;
 };
 
 TEST_F(NotificationTest, AReadShowsTheOneNamedAndTheLinksOfTheKindsBehindIt) {
@@ -79,10 +81,10 @@ TEST_F(NotificationTest, AChangeSetsTheLinkThatTheBodyNamesADeletionTheOneThatTh
   EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/Relay-1", ftp), "8 1 8");
   EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/Relay-1", mail), "8 8 1");
   EXPECT_EQ(links_after(write_notification, "Relay-1/notifications/FTP-1", relay), "8 8 8");
-  EXPECT_EQ(links_after(delete_notification, "Sensor-0/notifications/Relay-2"), "2 8 8");
-  EXPECT_EQ(links_after(delete_notification, "Sensor-0/notifications/FTP-1"), "8 1 8");
-  EXPECT_EQ(links_after(delete_notification, "Sensor-0/notifications/Mail-1"), "8 8 1");
-  EXPECT_EQ(links_after(delete_notification, "Sensor-0/notifications/nobody"), "8 8 8");
+  EXPECT_EQ(links_after(remove_notification, "Sensor-0/notifications/Relay-2"), "2 8 8");
+  EXPECT_EQ(links_after(remove_notification, "Sensor-0/notifications/FTP-1"), "8 1 8");
+  EXPECT_EQ(links_after(remove_notification, "Sensor-0/notifications/Mail-1"), "8 8 1");
+  EXPECT_EQ(links_after(remove_notification, "Sensor-0/notifications/nobody"), "8 8 8");
 }
 
 }  // namespace

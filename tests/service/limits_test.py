@@ -57,6 +57,8 @@ def test_a_document_costs_at_most_6_mb_and_gives_it_back(camera, code, document)
     ("", 6000, "<?a?>"),
     ("", 2000, "<?a?><a b='' xmlns='c'/>"),
     ("<!DOCTYPE DeviceInfo SYSTEM 'x'>", 6000, "&a;"),
+    ("<?xml version='1.0' encoding='us-ascii'?>", 1048576 - 41 - 25, " "),
+    ("<?xml version='1.0' encoding='ASCII'?>", 1048576 - 38 - 25, " "),
     ("<?xml version='1.0' encoding='iso-8859-1'?>", 524288 - 43 - 25, " "),
     ("<?xml version='1.0' encoding='SHIFT_JIS'?>", 32768 - 42 - 25, " "),
     ("<!DOCTYPE DeviceInfo [<!ELEMENT a ANY>]>", 32768 - 40 - 25, " "),
