@@ -1,7 +1,9 @@
-// A stop sets a flag and starts a timer that ticks until the process ends. Signals are never blocked. Calls that
-// read, write or accept go on after one (SA_RESTART). What a tick does depends on what the service is doing:
+// A stop sets a flag and starts a timer that ticks until the process ends. Signals are never blocked. Calls
+// that read, write or accept go on after one (SA_RESTART). What a tick does depends on what the service is
+// doing:
 //
-// - It waits for a connection: the tick puts another file in place of the listening socket, so accept(2) fails.
+// - It waits for a connection: the tick puts another file in place of the listening socket, so accept(2)
+// fails.
 // - It receives parameters: kTimeoutAfterStopMilliseconds after the stop the tick ends the reading of the
 //   connection.
 // - It receives a body: the tick does the same after a silence of kTimeoutAfterStopMilliseconds.
@@ -9,8 +11,8 @@
 // - It waits for the peer's close: any signal ends libfcgi's poll(2) with EINTR.
 // - It works, or waits for a reply: nothing. The request is finished.
 //
-// A replaced socket and an ended connection stay what they are, so a tick just before such a call ends it, too.
-// For the other calls the next tick comes soon.
+// A replaced socket and an ended connection stay what they are, so a tick just before such a call ends it,
+// too. For the other calls the next tick comes soon.
 //
 // Without a stop the timer runs only while a body is received. It ends the reading of the connection after
 // kBodyTimeoutMilliseconds of silence.

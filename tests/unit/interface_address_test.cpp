@@ -1,11 +1,11 @@
-#include "network/interface_setup.h"
-#include "network/interface_state.h"
-
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
+
+#include "network/interface_setup.h"
+#include "network/interface_state.h"
 
 namespace psia {
 namespace {
