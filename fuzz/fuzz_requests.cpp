@@ -1,6 +1,7 @@
-// Whole requests through the route table, with bodies that a small grammar builds from the input, in a
-// simulated camera whose daemons answer at once. After each: as many answers as the resource gives, each as
-// long as its header says, and no message about a change without the statement that made the change.
+// Whole requests through the access check and the route table, one after the other, with bodies that a
+// grammar of the resources builds from the input, in a simulated camera whose daemons answer at once and
+// leave odd settings. After each: as many answers as the resource gives, each as long as its header says, and
+// no message about a change without the statement that made the change.
 #include <fcgi_stdio.h>
 #include <sqlite3.h>
 #include <strings.h>
@@ -13,12 +14,14 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <optional>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "frame/access_control.h"
 #include "frame/service.h"
 #include "frame/stop.h"
 #include "frame/xml.h"
@@ -33,46 +36,93 @@ namespace {
 /// Words that stand apart in a text.
 using Words = std::vector<std::string>;
 
-Words words_in(const char* text) {
+Words words_in(const std::string& text) {
   std::istringstream words(text);
   return {std::istream_iterator<std::string>(words), {}};
 }
 
-// Prefixes of the routes, and ends that choose among what they serve.
-const Words kUris = words_in(R"(/PSIA/index /PSIA/indexr /PSIA/System/reboot /PSIA/System/configurationData
-/PSIA/System/factoryReset?MODE=FULL /PSIA/System/factoryReset? /PSIA/System/deviceInfo /PSIA/System/status
-/PSIA/System/time /PSIA/System/time/localTime /PSIA/System/time/timeZone /PSIA/System/time/ntpServers
-/PSIA/System/time/ntpServers/1 /PSIA/System/Network/interfaces /PSIA/System/Network/interfaces/eth0
-/PSIA/System/Network/interfaces/eth0/ipAddress /PSIA/System/Network/interfaces/eth0/discovery
-/PSIA/System/Audio/channels /PSIA/System/Audio/channels/1 /PSIA/System/Video/inputs
-/PSIA/System/Video/inputs/channels /PSIA/System/Video/inputs/channels/1 /PSIA/Security/AAA/users
-/PSIA/Security/AAA/users/ /PSIA/Security/AAA/users/oper /PSIA/Streaming/status /PSIA/Streaming/channels
-/PSIA/Streaming/channels/Slave-0 /PSIA/Streaming/channels/1/status /PSIA/Streaming/channels/1/capabilities
-/PSIA/Custom/Event /PSIA/Custom/Event/index /PSIA/Custom/Event/description /PSIA/Custom/Event/schedule
-/PSIA/Custom/Event/notification /PSIA/Custom/Event/notification/mailing
-/PSIA/Custom/Event/notification/mailing/ /PSIA/Custom/Event/notification/ftp
-/PSIA/Custom/Event/notification/ftp/ /PSIA/Custom/Event/triggers /PSIA/Custom/Event/triggers/Sensor-0
-/PSIA/Custom/Event/triggers/Sensor-0/notifications)");
+std::map<std::string, Words> contents_in(const char* rules) {
+  std::map<std::string, Words> contents;
+  std::istringstream lines(rules);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t colon = line.find(':');
+    for (const std::string& name : words_in(line.substr(0, colon)))
+      contents[name] = words_in(line.substr(colon + 1));
+  }
+  return contents;
+}
 
-const Words kMethods = words_in("PUT GET POST DELETE put TRACE");
-
-const Words kNames = words_in(
-    R"(DeviceInfo Time NTPServerList NTPServer NetworkInterface IPAddress User UserList AudioChannel
-VideoInputChannel Video Audio StreamingChannel Transport StreamingChannelList EventSchedule DayList
-TimeBlock TimeBlockList Event TimeRange EventTrigger EventTriggerList EventTriggerNotification
-EventTriggerNotificationList EventNotificationMethods MailingNotification MailingNotificationList
-FTPNotification FTPNotificationList DefaultGateway PrimaryDNS SecondaryDNS deviceName timeMode localTime
-timeZone hostName id ipVersion addressingType ipAddress subnetMask userName password enabled rtspPortNo
-videoCodecType videoResolutionWidth videoResolutionHeight fixedQuality videoQualityControlType
-constantBitRate maxFrameRate audioCompressionType audioBitRate brightnessLevel contrastLevel hueLevel
-dayOfWeek beginTime endTime intervalBetweenEvents notificationMethod notificationInterval
-addressingFormatType portNo accountName uploadPath bitString)");
-
-const Words kValues = words_in(
-    R"(true false 1 0 -1 2147483648 eth0 v4 static dynamic 192.168.1.77 255.255.255.0 ipaddress hostname Master-0
-Slave-0 MJPEG VBR G.726 1920 240 NTP manual 2026-02-30T25:61:61 CST-8 GMT0BST,M3.5.0/1,M10.5.0 Asia/Taipei
-Sensor-0 IO FTP SMTP oper anonymous 08:30:00 it's %%s%n &lt;&#x41;&amp; <![CDATA[x]]> <!--c-->
-xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx)");
+/// What may stand in what. The names before a colon are elements, with what they hold, and URLs below /PSIA,
+/// with what their body is. A word without a line of its own is a text.
+const std::map<std::string, Words> kContents = contents_in(R"(
+/index /indexr /System/description /System/status /System/reboot /System/configurationData: x
+/System/factoryReset? /System/factoryReset?MODE=FULL /Streaming/status /Custom/Event/index: x
+/System/Audio/channels /System/Video/inputs /System/Video/inputs/channels: x
+/System/Network/interfaces /System/Network/interfaces/eth0/discovery: x
+/Streaming/channels/1/status /Streaming/channels/Slave-0/status /Streaming/channels/1/capabilities: x
+/System/deviceInfo: DeviceInfo
+/System/time: Time
+/System/time/localTime: 2024-02-30T10:00:00
+/System/time/timeZone: CET-1 Nowhere
+/System/time/ntpServers /System/time/ntpServers/1: NTPServerList NTPServer
+/System/Network/interfaces/eth0: NetworkInterface
+/System/Network/interfaces/eth0/ipAddress: IPAddress
+/System/Audio/channels/1: AudioChannel
+/System/Video/inputs/channels/1: VideoInputChannel
+/Security/AAA/users /Security/AAA/users/1 /Security/AAA/users/admin: User UserList
+/Streaming/channels /Streaming/channels/1 /Streaming/channels/Slave-0: StreamingChannel StreamingChannelList
+/Custom/Event: EventNotification
+/Custom/Event/schedule: EventSchedule
+/Custom/Event/notification: EventNotificationMethods
+/Custom/Event/notification/mailing: MailingNotificationList
+/Custom/Event/notification/mailing/Mail-1: MailingNotification
+/Custom/Event/notification/ftp /Custom/Event/notification/ftp/FTP-1: FTPNotificationList FTPNotification
+/Custom/Event/triggers /Custom/Event/triggers/Sensor-0: EventTriggerList EventTrigger
+/Custom/Event/triggers/Sensor-0/notifications: EventTriggerNotificationList EventTriggerNotification
+DeviceInfo: deviceName
+Time: timeMode localTime timeZone
+NTPServerList: NTPServer
+NTPServer: addressingFormatType hostName ipAddress
+NetworkInterface: id IPAddress
+IPAddress: ipVersion addressingType ipAddress subnetMask DefaultGateway PrimaryDNS SecondaryDNS
+DefaultGateway PrimaryDNS SecondaryDNS: ipAddress
+AudioChannel: enabled
+VideoInputChannel: id brightnessLevel contrastLevel hueLevel
+UserList: User
+User: userName password
+StreamingChannelList: StreamingChannel
+StreamingChannel: id enabled Transport Video Audio
+Transport: rtspPortNo
+Video: videoCodecType videoResolutionWidth videoResolutionHeight fixedQuality videoQualityControlType constantBitRate
+constantBitRate: 1
+Audio: enabled audioCompressionType audioBitRate
+EventNotification: EventTriggerList
+EventTriggerList: EventTrigger
+EventTrigger: id intervalBetweenEvents EventTriggerNotificationList
+EventTriggerNotificationList: EventTriggerNotification
+EventTriggerNotification: id notificationMethod notificationInterval
+EventSchedule: TimeBlockList
+TimeBlockList: TimeBlock
+TimeBlock: dayOfWeek bitString TimeRange
+TimeRange: beginTime endTime
+EventNotificationMethods: MailingNotificationList FTPNotificationList
+MailingNotificationList: MailingNotification
+FTPNotificationList: FTPNotification
+MailingNotification FTPNotification: id hostName portNo userName accountName password uploadPath
+deviceName userName accountName password uploadPath: new anonymous it's %%s%n &lt;&#x41;&amp; <![CDATA[x]]>
+timeMode addressingFormatType addressingType ipVersion: NTP static dynamic v4 v6
+localTime beginTime endTime: 2024-02-30T25:61:61 2147483647 08:30:00 00:17:00
+timeZone: CST-8 GMT0BST,M3.5.0/1,M10.5.0 CST-99
+hostName ipAddress subnetMask: 192.168.1.77 255.255.255.0 name.example
+id: 1 2 eth0 Master-0 Slave-0 Sensor-0 Relay-1 FTP-1 Mail-1
+enabled: true false
+brightnessLevel contrastLevel hueLevel dayOfWeek rtspPortNo portNo notificationInterval: 5 0 7 -1 99999999999
+videoResolutionWidth videoResolutionHeight fixedQuality maxFrameRate audioBitRate: 1920 240 176 112 20 60 32
+videoCodecType videoQualityControlType audioCompressionType: MJPEG H.264 CBR VBR G.711alaw G.726
+intervalBetweenEvents: 5000
+notificationMethod: IO FTP SMTP
+bitString: 000000001111111110000000 1 <!--c-->
+)");
 
 /// The input as a sequence of choices; zeros behind its end.
 class Choices {
@@ -80,12 +130,11 @@ class Choices {
   Choices(const std::uint8_t* data, std::size_t size) : at_(data), end_(data + size) {}
   unsigned int byte() { return at_ == end_ ? 0U : *at_++; }
   [[nodiscard]] bool left() const { return at_ != end_; }
+  bool seldom() { return byte() >= 0xF0; }
+  /// One of the words, or seldom bytes of the input as they are, without zeros.
   std::string one_of(const Words& words) {
     const unsigned int choice = byte();
-    return choice >= 0xF0 ? raw() : words[choice % words.size()];
-  }
-  /// Bytes of the input as they are, without zeros.
-  std::string raw() {
+    if (choice < 0xF8) return words[choice % words.size()];
     std::string text;
     for (unsigned int length = byte() % 64; length > 0 && left(); --length)
       text += static_cast<char>(static_cast<unsigned char>(byte()));
@@ -97,24 +146,26 @@ class Choices {
   const std::uint8_t* end_;
 };
 
-void add_element(Choices& choices, std::string& body, int depth) {
-  const std::string name = choices.one_of(kNames);
-  body += "<" + name + ">";
-  if (const unsigned int kind = choices.byte() % 8; kind < 4 || depth > 4) {
-    body += choices.one_of(kValues);
-  } else {
-    for (unsigned int children = kind; children > 3 && choices.left(); --children)
-      add_element(choices, body, depth + 1);
-  }
-  body += "</" + name + ">";
+/// Appends a text, or an element with elements or one text in it.
+void append(Choices& choices, std::string& body, const std::string& word) {
+  const auto rule = kContents.find(word);
+  body += rule == kContents.end() ? word : "<" + word + ">";
+  if (rule == kContents.end()) return;
+  const bool holds_elements = kContents.contains(rule->second.front());
+  for (unsigned int left = holds_elements ? choices.byte() % 8 : 1; left > 0; --left)
+    append(choices, body, choices.one_of(rule->second));
+  body += "</" + word + ">";
 }
 
-int changes = 0;    // statements of this request that change something
-int announced = 0;  // messages of this request that tell of a change
+int changes = 0;         // statements of this request that change something
+int announced = 0;       // messages of this request that tell of a change
+bool is_changed = true;  // the settings, since they were restored
 int daemons_result = 0;
 
 int count_statement(unsigned int /*type*/, void* /*context*/, void* /*statement*/, void* text) {
-  if (strncasecmp(static_cast<const char*>(text), "select", 6) != 0) ++changes;
+  if (strncasecmp(static_cast<const char*>(text), "select", 6) == 0) return 0;
+  ++changes;
+  is_changed = true;
   return 0;
 }
 
@@ -144,22 +195,46 @@ class Camera {
     psia::install_stop_signals();
     psia::prepare_xml();
     queues_ = psia::ControlQueues::open();
-    if (!database_.open(psia::kConfigurationDatabase) || !queues_ || !psia::tz_table_fill(*time_zones_))
-      fail("No service", "");
+    if (!queues_ || !psia::tz_table_fill(*time_zones_)) fail("No service", "");
+    columns_ = camera::query(
+        "select t.name, '\"' || c.name || '\"' from sqlite_master t, pragma_table_info(t.name) c "
+        "where t.type='table'");
   }
 
-  /// What the client receives. `result` is the daemons' reply to each message.
-  std::string serve(const psia::Request& request, const std::string& body, int result) {
-    if (++served_ % 256 == 0) (void)camera::restore_factory_rows();
+  /// A start of the service, in the factory state of the camera.
+  void start() {
+    if (is_changed && !camera::restore_factory_rows().empty()) fail("No settings", "");
+    is_changed = false;
+    database_.reset();
+    environment_.reset();
+    environment_.emplace();
+    if (!database_.emplace().open(psia::kConfigurationDatabase)) fail("No database", "");
+  }
+
+  /// Changes the settings, as a daemon might.
+  void change_settings(Choices& choices) const {
+    static const Words values = words_in("0 1 2 3 4 5 65 -1 99999999999 aaaaaaaaaaaaaaaa CST-0 Relay-1");
+    const std::vector<std::string>& column = columns_[choices.byte() % columns_.size()];
+    const std::string value = choices.seldom() ? "null" : "'" + choices.one_of(values) + "'";
+    (void)camera::execute(choices.seldom() ? "delete from " + column[0]
+                                           : "update " + column[0] + " set " + column[1] + "=" + value);
+  }
+
+  /// What the client receives, nothing when it is refused. `result` is the daemons' reply to each message.
+  std::optional<std::string> serve(const char* authorization, psia::Request request, const std::string& body,
+                                   int result) {
     replace(STDIN_FILENO, body);
     replace(STDOUT_FILENO, "");
     changes = 0;
     announced = 0;
     daemons_result = result;
+    environment_->restore_tz();
     queues_->begin_request();
-    psia::Service service{environment_, database_, *queues_, *time_zones_, index_documents_};
-    psia::dispatch(service, request);
+    psia::Service service{*environment_, *database_, *queues_, *time_zones_, index_documents_};
+    request.level = psia::check_access(*database_, authorization);
+    if (request.level >= 0) psia::dispatch(service, request);
     std::fflush(stdout);
+    if (request.level < 0) return std::nullopt;
     std::ostringstream out;
     out << std::ifstream("/proc/self/fd/1").rdbuf();
     return out.str();
@@ -174,12 +249,12 @@ class Camera {
     lseek(descriptor, 0, SEEK_SET);
   }
 
-  psia::Environment environment_;
-  psia::Database database_;
+  std::optional<psia::Environment> environment_;
+  std::optional<psia::Database> database_;
   std::optional<psia::ControlQueues> queues_;
   psia::TzPairListOwner time_zones_{psia::tz_pair_list_create()};
   psia::IndexDocuments index_documents_;
-  unsigned int served_ = 0;
+  std::vector<std::vector<std::string>> columns_;  // all of the settings, each with its table
 };
 
 /// How many answers `out` holds; each must be as long as it says.
@@ -198,6 +273,46 @@ int count_answers(const std::string& out) {
     rest.erase(0, length);
   }
   return answers;
+}
+
+Words urls() {
+  Words result;
+  for (const auto& [name, contents] : kContents) {
+    if (name.starts_with('/')) result.push_back(name);
+  }
+  return result;
+}
+
+/// One request, for which the input holds all the choices.
+void request_once(Camera& camera, Choices& choices) {
+  static const Words urls_below_psia = urls();
+  static const Words methods = words_in("GET PUT POST DELETE");
+  // admin, guest, and somebody with a wrong password.
+  static const Words users = {"Basic YWRtaW46YWRtaW4=", "Basic Z3Vlc3Q6Z3Vlc3Q=", "Basic YWRtaW46"};
+  if (choices.seldom()) camera.change_settings(choices);
+  const std::string url = choices.one_of(urls_below_psia);
+  const std::string uri = "/PSIA" + url;
+  const std::string method = choices.one_of(methods);
+  const std::string authorization = choices.seldom() ? choices.one_of(users) : users[0];
+  const auto result = static_cast<int>(choices.byte() % 4);
+  std::string body;
+  const auto roots = kContents.find(url);
+  append(choices, body, choices.one_of(roots == kContents.end() ? users : roots->second));
+  const std::string length = choices.seldom() ? choices.one_of(users) : std::to_string(body.size());
+
+  const std::optional<std::string> out = camera.serve(authorization.c_str(),
+                                                      {.uri = uri.c_str(),
+                                                       .method = method.c_str(),
+                                                       .content_length = length.c_str(),
+                                                       .level = 0,
+                                                       .tail = ""},
+                                                      body, result);
+  if (!out) return;
+  const std::string request = method + " " + uri + " " + body;
+  // Accounts that must stay get no answer; of a list of accounts each failure is told and then the end.
+  const bool is_user = strncasecmp(uri.c_str(), "/PSIA/Security/AAA/users", 24) == 0;
+  if (count_answers(*out) != 1 && !is_user) fail("Not one answer", request + "\n" + *out);
+  if (announced > changes) fail("A message without a statement", request);
 }
 
 }  // namespace
@@ -222,35 +337,9 @@ extern "C" ssize_t msgrcv(int /*queue*/, void* message, std::size_t size, long t
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Camera camera;
+  camera.start();
   Choices choices(data, size);
-  std::string uri = choices.one_of(kUris);
-  if (choices.byte() % 4 == 0) uri += choices.raw();
-  const std::string method = choices.one_of(kMethods);
-  const auto level = static_cast<int>(choices.byte() % 5);
-  const auto result = static_cast<int>(choices.byte() % 4);
-  const bool is_raw = choices.byte() % 8 == 7;
-  const std::string length_of_its_own = choices.byte() % 16 == 15 ? choices.raw() : "";
-  std::string body;
-  while (choices.left()) {
-    if (is_raw) {
-      body += choices.one_of(kValues);
-    } else {
-      add_element(choices, body, 0);
-    }
-  }
-  const std::string length = length_of_its_own.empty() ? std::to_string(body.size()) : length_of_its_own;
-
-  const std::string out = camera.serve({.uri = uri.c_str(),
-                                        .method = method.c_str(),
-                                        .content_length = length.c_str(),
-                                        .level = level,
-                                        .tail = ""},
-                                       body, result);
-  const int answers = count_answers(out);
-  // Accounts that must stay get no answer; of a list of accounts each failure is told and then the end.
-  const bool is_user = strncasecmp(uri.c_str(), "/PSIA/Security/AAA/users", 24) == 0;
-  if (answers != 1 && !is_user) fail("Not one answer", method + " " + uri + " " + body + "\n" + out);
-
-  if (announced > changes) fail("A message without a statement", method + " " + uri + " " + body);
+  while (choices.left())
+    request_once(camera, choices);
   return 0;
 }
