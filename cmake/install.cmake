@@ -15,8 +15,9 @@ install(PROGRAMS deploy/psia.init DESTINATION ${PSIA_SHARE_DIR})
 install(FILES deploy/psia.socket deploy/psia.service DESTINATION ${PSIA_UNIT_DIR})
 # In the places that their links expect.
 file(GLOB PSIA_DOCUMENTS CONFIGURE_DEPENDS docs/*.md docs/*.png docs/*.svg)
-install(FILES README.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES ${PSIA_DOCUMENTS} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${PSIA_DOCUMENTS} docs/openapi.json DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(DIRECTORY docs/reference docs/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 
 # The deployment files name the program where the packages have it; an installation elsewhere names its own place.
 string(CONCAT PSIA_NAME_PLACES

@@ -12,7 +12,7 @@ run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml
   libgtest-dev lighttpd iproute2 net-tools tzdata curl libfaketime sqlite3)
 # and what the tests and checks need besides:
 test_packages=(clang-format clang-tidy shellcheck python3 chromium chromium-driver
-  nginx-light lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev file)
+  python3-jsonschema nginx-light lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev file)
 # and what scripts/fuzz needs besides:
 fuzz_packages=(clang libclang-rt-14-dev)
 # and what scripts/bench measures with.
