@@ -138,7 +138,6 @@ def description(words, version):
             "version": version,
             "description": "The management interface of a network camera. docs/reference.md describes it for people. "
                            "Element names are case-sensitive here; the service ignores case in what it receives.",
-            "license": {"name": "See the package", "identifier": "LicenseRef-package"},
         },
         "servers": [{"url": "http://{camera}", "variables": {"camera": {"default": "192.168.1.10"}}}],
         "security": [{"basic": []}],

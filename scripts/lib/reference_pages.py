@@ -125,6 +125,9 @@ def render_example(example):
         rows = [f"| `{path.replace('*', '')}` | {field_value(kind, meaning)} | {without} |"
                 for path, kind, meaning, without in example["own"]]
         parts.append("| Field | Value | Without it |\n|---|---|---|\n" + "\n".join(rows) + "\n")
+    others = [example[key] for key in ("fields_of", "fields_of_too") if key in example]
+    if others and f"(#{anchor(others[0])})" not in example.get("says", ""):
+        parts.append("Fields: those of " + " and ".join(f"[{other}](#{anchor(other)})" for other in others) + ".\n")
     request = f"{example['method']} {example['uri']}"
     if example.get("body"):
         request += ("" if example["type"] == "application/xml" else f"\nContent-Type: {example['type']}")
