@@ -236,7 +236,7 @@ def table(words):
             methods = ", ".join(f"[{example['method']}](reference/{resource['page']}.md#{anchor(heading_of(example))}) "
                                 + (f"0–{example['level']}" if example["level"] else "0")
                                 for example in resource["do"] if example["path"] == path)
-            match = "exact" if resource["match"] == "kExact" else "begins"
+            match = "exact" if resource["match"] == "kExact" else "begins" if path == resource["path"] else "ends"
             lines.append(f"| `{path.replace('{id}', 'ID')}` | {match} | {methods} |")
     lines.append("| `index`, `description` at every level, `/PSIA/indexr` | begins | [GET](reference/lists.md) 0–3 |")
     return "\n".join(lines) + "\n"
