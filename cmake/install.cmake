@@ -33,8 +33,10 @@ install(CODE "${PSIA_NAME_PLACES}" COMPONENT service)
 if(PSIA_DOCUMENTS)
   # In the places that their links expect.
   file(GLOB documents CONFIGURE_DEPENDS docs/*.md docs/*.png docs/*.svg)
-  install(FILES README.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
-  install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT documents)
+  install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
+  install(FILES ${documents} docs/openapi.json DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT documents)
+  install(DIRECTORY docs/reference docs/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT documents
+    PATTERN __pycache__ EXCLUDE)
 endif()
 if(PSIA_DAEMONS)
   # For boards that have no daemons of their own, so only where it is asked for by name.
