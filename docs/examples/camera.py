@@ -5,14 +5,15 @@
 
     show                               name, address, clock and accounts
     rename NAME                        the camera's name
-    address ADDRESS MASK GATEWAY DNS   a static address; without arguments the address comes from a DHCP server
+    address ADDRESS MASK GATEWAY DNS   a static address; without arguments one from a DHCP server
     zone TEXT                          the time zone, with a text of the time-zone table
     clock TIME RULE                    the clock by hand: 2026-11-21T10:00:00 CET-1CEST,M3.5.0,M10.5.0/3
     add NAME PASSWORD                  an account that may read
     password NAME PASSWORD             another password for an account
     remove NAME                        an account
     stream WIDTH HEIGHT KBIT FPS       channel 1 with H.264 and a constant bit rate
-    alarm MAIL-SERVER DAY BEGIN END    a mail when the sensor input is triggered, on day 1 (Monday) to 7, from hour to hour
+    alarm MAIL-SERVER DAY BEGIN END    a mail when the sensor input is triggered, on day 1 (Monday) to 7,
+                                       from hour BEGIN to hour END
     export FILE                        the settings into a file
     import FILE                        the settings of a file, which the camera takes over when it restarts
     reboot                             restart, and wait until the camera is back
@@ -26,11 +27,14 @@ import time
 import urllib.error
 import urllib.request
 import xml.etree.ElementTree as ElementTree
-from xml.sax.saxutils import escape
 
 TIMEOUT = 240  # seconds: exports and resets take three minutes and more when the camera is in trouble
-STATUSES = {2: "the camera is busy", 3: "the camera reports an error", 4: "the URL is unknown or the account may not do that",
-            5: "the camera does not understand the document"}
+STATUSES = {
+    2: "the camera is busy",
+    3: "the camera reports an error",
+    4: "the URL is unknown or the account may not do that",
+    5: "the camera does not understand the document",
+}
 
 
 class CameraError(Exception):
@@ -43,7 +47,7 @@ class Camera:
         self.authorization = "Basic " + base64.b64encode(f"{user}:{password}".encode()).decode()
 
     def request(self, method, path, body=None, content_type="application/xml", timeout=TIMEOUT):
-        """The bytes of the answer. Raises CameraError when there is no answer, and for the HTTP statuses above 400."""
+        """The bytes of the answer. Raises CameraError when there is none, and for HTTP statuses from 400 on."""
         data = body.encode() if isinstance(body, str) else body
         request = urllib.request.Request(self.base + path, data, method=method)
         request.add_header("Authorization", self.authorization)
@@ -71,7 +75,7 @@ class Camera:
 
 
 def check_status(what, answer):
-    """HTTP says 200 to nearly everything: what happened is in the document. Of two documents the first one counts."""
+    """HTTP says 200 to nearly everything: what happened is in the document. Of two the first one counts."""
     found = re.search(r"<statusCode>(\d+)", answer)
     if found is None:
         raise CameraError(f"{what}: no status in the answer")
@@ -85,8 +89,8 @@ def text(value, length):
     if len(value.encode()) > length:
         raise CameraError(f"{value} is longer than {length} bytes")
     if re.search(r"[&<>']|%%", value):
-        raise CameraError(f"{value}: the camera cannot store or show & < > ' and %%")
-    return escape(value)
+        raise CameraError(f"{value}: the camera cannot store or show & < > ' and two percent signs")
+    return value
 
 
 def account_name(name):
@@ -99,15 +103,21 @@ def account_name(name):
 def show(camera):
     info, status = camera.read("/System/deviceInfo"), camera.read("/System/status")
     address = camera.read("/System/Network/interfaces/eth0/ipAddress")
-    print(f"{info.findtext('deviceName')}, {info.findtext('model')}, firmware {info.findtext('firmwareVersion')}")
-    print(f"{address.findtext('ipAddress')} ({address.findtext('addressingType')}), "
-          f"name server {address.findtext('PrimaryDNS/ipAddress').strip()}")
+    print(
+        f"{info.findtext('deviceName')}, {info.findtext('model')}, firmware {info.findtext('firmwareVersion')}"
+    )
+    print(
+        f"{address.findtext('ipAddress')} ({address.findtext('addressingType')}), "
+        f"name server {address.findtext('PrimaryDNS/ipAddress').strip()}"
+    )
     print(f"{status.findtext('currentDeviceTime')}, up {status.findtext('deviceUpTime')} s")
     print("accounts:", *(user.findtext("userName") for user in camera.read("/Security/AAA/users")))
 
 
 def rename(camera, name):
-    camera.change("PUT", "/System/deviceInfo", f"<DeviceInfo><deviceName>{text(name, 31)}</deviceName></DeviceInfo>")
+    camera.change(
+        "PUT", "/System/deviceInfo", f"<DeviceInfo><deviceName>{text(name, 31)}</deviceName></DeviceInfo>"
+    )
 
 
 def set_address(camera, address=None, mask=None, gateway=None, name_server=None):
@@ -115,9 +125,12 @@ def set_address(camera, address=None, mask=None, gateway=None, name_server=None)
     if address is None:
         fields = "<addressingType>dynamic</addressingType>"
     else:
-        fields = (f"<addressingType>static</addressingType><ipAddress>{address}</ipAddress><subnetMask>{mask}</subnetMask>"
-                  f"<DefaultGateway><ipAddress>{gateway}</ipAddress></DefaultGateway>"
-                  f"<PrimaryDNS><ipAddress>{name_server}</ipAddress></PrimaryDNS>")
+        fields = (
+            f"<addressingType>static</addressingType><ipAddress>{address}</ipAddress>"
+            f"<subnetMask>{mask}</subnetMask>"
+            f"<DefaultGateway><ipAddress>{gateway}</ipAddress></DefaultGateway>"
+            f"<PrimaryDNS><ipAddress>{name_server}</ipAddress></PrimaryDNS>"
+        )
     camera.change("PUT", "/System/Network/interfaces/eth0/ipAddress", f"<IPAddress>{fields}</IPAddress>")
 
 
@@ -128,20 +141,32 @@ def set_zone(camera, zone):
 
 def set_clock(camera, local_time, rule):
     """The rule must be given: without it the times that the camera shows become UTC."""
-    camera.change("PUT", "/System/time", f"<Time><timeMode>manual</timeMode><localTime>{local_time}</localTime>"
-                                         f"<timeZone>{rule}</timeZone></Time>")
+    camera.change(
+        "PUT",
+        "/System/time",
+        f"<Time><timeMode>manual</timeMode><localTime>{local_time}</localTime>"
+        f"<timeZone>{rule}</timeZone></Time>",
+    )
 
 
 def add_account(camera, name, password):
     """The name stands before the password, or nothing is added."""
-    camera.change("POST", "/Security/AAA/users", f"<User><userName>{account_name(name)}</userName>"
-                                                 f"<password>{text(password, 31)}</password></User>")
+    camera.change(
+        "POST",
+        "/Security/AAA/users",
+        f"<User><userName>{account_name(name)}</userName>"
+        f"<password>{text(password, 31)}</password></User>",
+    )
 
 
 def set_password(camera, name, password):
     """Through the list, which works for every name. An unknown one is answered with status 1 too."""
-    camera.change("PUT", "/Security/AAA/users", f"<UserList><User><userName>{text(name, 31)}</userName>"
-                                                f"<password>{text(password, 31)}</password></User></UserList>")
+    camera.change(
+        "PUT",
+        "/Security/AAA/users",
+        f"<UserList><User><userName>{text(name, 31)}</userName>"
+        f"<password>{text(password, 31)}</password></User></UserList>",
+    )
 
 
 def remove_account(camera, name):
@@ -157,26 +182,41 @@ def set_stream(camera, width, height, bit_rate, frame_rate):
     sizes = now.find("Video/videoResolutionHeight").get("opt").split(",")
     if height not in sizes:
         raise CameraError(f"the camera has no picture of {height} lines, but of {' and '.join(sizes)}")
-    camera.change("PUT", "/Streaming/channels/1", f"""<StreamingChannel><id>1</id><enabled>true</enabled>
+    camera.change(
+        "PUT",
+        "/Streaming/channels/1",
+        f"""<StreamingChannel><id>1</id><enabled>true</enabled>
       <Transport><rtspPortNo>{now.findtext('Transport/rtspPortNo')}</rtspPortNo></Transport>
       <Video><videoCodecType>H.264</videoCodecType><videoResolutionWidth>{width}</videoResolutionWidth>
-        <videoResolutionHeight>{height}</videoResolutionHeight><videoQualityControlType>CBR</videoQualityControlType>
-        <constantBitRate>{bit_rate}</constantBitRate><maxFrameRate>{100 * int(frame_rate)}</maxFrameRate></Video>
+        <videoResolutionHeight>{height}</videoResolutionHeight>
+        <videoQualityControlType>CBR</videoQualityControlType><constantBitRate>{bit_rate}</constantBitRate>
+        <maxFrameRate>{100 * int(frame_rate)}</maxFrameRate></Video>
       <Audio><enabled>{now.findtext('Audio/enabled')}</enabled>
         <audioCompressionType>{now.findtext('Audio/audioCompressionType')}</audioCompressionType>
-        <audioBitRate>{now.findtext('Audio/audioBitRate')}</audioBitRate></Audio></StreamingChannel>""")
+        <audioBitRate>{now.findtext('Audio/audioBitRate')}</audioBitRate></Audio></StreamingChannel>""",
+    )
 
 
 def set_alarm(camera, mail_server, day, begin, end):
-    """The ids are those of the camera's database; no request tells them. Status 1 does not mean that they are right."""
-    camera.change("PUT", "/Custom/Event/triggers", f"""<EventTriggerList><EventTrigger><id>Sensor-0</id>
+    """The ids are those of the camera's database; no request tells them. Wrong ones are answered with 1 too."""
+    camera.change(
+        "PUT",
+        "/Custom/Event/triggers",
+        f"""<EventTriggerList><EventTrigger><id>Sensor-0</id>
       <intervalBetweenEvents>5</intervalBetweenEvents><EventTriggerNotificationList><EventTriggerNotification>
-      <id>{text(mail_server, 127)}</id><notificationMethod>SMTP</notificationMethod></EventTriggerNotification>
-      </EventTriggerNotificationList></EventTrigger></EventTriggerList>""")
+      <id>{text(mail_server, 127)}</id><notificationMethod>SMTP</notificationMethod>
+      </EventTriggerNotification>
+      </EventTriggerNotificationList></EventTrigger></EventTriggerList>""",
+    )
     # One day, and the end hour in the place of the minutes.
-    camera.change("PUT", "/Custom/Event/schedule", f"""<EventSchedule><TimeBlockList><TimeBlock><dayOfWeek>{day}</dayOfWeek>
-      <TimeRange><beginTime>{int(begin):02}:00:00</beginTime><endTime>00:{int(end):02}:00</endTime></TimeRange>
-      </TimeBlock></TimeBlockList></EventSchedule>""")
+    camera.change(
+        "PUT",
+        "/Custom/Event/schedule",
+        f"""<EventSchedule><TimeBlockList><TimeBlock><dayOfWeek>{day}</dayOfWeek>
+      <TimeRange><beginTime>{int(begin):02}:00:00</beginTime>
+      <endTime>00:{int(end):02}:00</endTime></TimeRange>
+      </TimeBlock></TimeBlockList></EventSchedule>""",
+    )
 
 
 def export_settings(camera, file):
@@ -209,13 +249,27 @@ def reboot(camera, limit=180):
     raise CameraError(f"the camera is not back after {limit} s")
 
 
-COMMANDS = {"show": show, "rename": rename, "address": set_address, "zone": set_zone, "clock": set_clock, "add": add_account,
-            "password": set_password, "remove": remove_account, "stream": set_stream, "alarm": set_alarm,
-            "export": export_settings, "import": import_settings, "reboot": reboot}
+COMMANDS = {
+    "show": show,
+    "rename": rename,
+    "address": set_address,
+    "zone": set_zone,
+    "clock": set_clock,
+    "add": add_account,
+    "password": set_password,
+    "remove": remove_account,
+    "stream": set_stream,
+    "alarm": set_alarm,
+    "export": export_settings,
+    "import": import_settings,
+    "reboot": reboot,
+}
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser = argparse.ArgumentParser(
+        description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
+    )
     parser.add_argument("--user", default="admin")
     parser.add_argument("--password", default="admin")
     parser.add_argument("host")

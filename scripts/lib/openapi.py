@@ -1,4 +1,4 @@
-"""docs/openapi.json: every URL, method, level, field and document of the reference, for programs (OpenAPI 3.1)."""
+"""docs/openapi.json: every URL, method, level, field and document, for programs (OpenAPI 3.1)."""
 
 import json
 import re
@@ -10,7 +10,7 @@ MATCHES = {"kPrefix": "begins", "kExact": "exact", "kLonger": "begins", "kNested
 
 
 def scalar(kind):
-    """The schema of an element's text: "text", "text 31", "number", "time", or words with commas between them."""
+    """The schema of an element's text: "text", "text 31", "number", "time", or words between commas."""
     name, _, length = kind.partition(" ")
     if name == "text":
         return {"type": "string"} | ({"maxLength": int(length)} if length else {})
@@ -37,7 +37,7 @@ def document_schema(text):
     for line in text.strip("\n").splitlines():
         depth = (len(line) - len(line.lstrip())) // 2
         name, _, kind = line.strip().partition(" ")
-        mark = name[len(name.rstrip("?*")):]
+        mark = name[len(name.rstrip("?*")) :]
         name = name.rstrip("?*")
         if kind.startswith("@"):
             schema = reference(kind[1:])
@@ -45,7 +45,7 @@ def document_schema(text):
             schema = scalar(kind)
         else:
             schema = {"type": "object", "properties": {}, "required": [], "additionalProperties": False}
-        del open_elements[depth + 1:]
+        del open_elements[depth + 1 :]
         parent = open_elements[depth]
         parent["properties"][name] = repeated(schema) if mark == "*" else schema
         if not mark:
@@ -86,15 +86,24 @@ def responses(example):
     ok = {"description": "The answer, or a status document that tells why there is none."}
     root = root_of(example)
     if example["printed"]:
-        return {"500": {"description": "The document goes to the service's standard output. lighttpd reports 500, nginx 502."},
-                "200": {"description": "Only a refusal is answered.", "content": {"application/xml": {"schema": status}}}}
+        return {
+            "500": {
+                "description": "The document goes to the service's standard output. nginx reports 502."
+            },
+            "200": {
+                "description": "Only a refusal is answered.",
+                "content": {"application/xml": {"schema": status}},
+            },
+        }
     if root == "ResponseStatus":
         ok = {"description": "What happened.", "content": {"application/xml": {"schema": status}}}
     elif root:
         ok["content"] = {"application/xml": {"schema": {"oneOf": [reference(root), status]}}}
     elif example.get("binary"):
-        ok["content"] = {"application/octet-stream": {"schema": {"type": "string", "format": "binary"}},
-                         "application/xml": {"schema": status}}
+        ok["content"] = {
+            "application/octet-stream": {"schema": {"type": "string", "format": "binary"}},
+            "application/xml": {"schema": status},
+        }
     else:
         kind = re.search(r"Content-Type: ([\w/]+)", example["answer"])[1]
         ok["content"] = {kind: {"schema": {"type": "string"}}}
@@ -108,11 +117,24 @@ def operation(example, resource):
         "tags": [resource["group"]],
         "x-psia-level": example["level"],
         "x-psia-match": MATCHES[resource["match"]],
-        "description": f"For accounts of level 0 to {example['level']}." if example["level"] else "For accounts of level 0.",
+        "description": f"For accounts of level 0 to {example['level']}."
+        if example["level"]
+        else "For accounts of level 0.",
     }
-    parameters = [{"name": "id", "in": "path", "required": True, "schema": {"type": "string"}}] if "{id}" in example["path"] else []
+    parameters = (
+        [{"name": "id", "in": "path", "required": True, "schema": {"type": "string"}}]
+        if "{id}" in example["path"]
+        else []
+    )
     if "?" in example["uri"]:
-        parameters.append({"name": "MODE", "in": "query", "required": True, "schema": {"type": "string", "enum": ["FULL", "BASIC"]}})
+        parameters.append(
+            {
+                "name": "MODE",
+                "in": "query",
+                "required": True,
+                "schema": {"type": "string", "enum": ["FULL", "BASIC"]},
+            }
+        )
     if parameters:
         result["parameters"] = parameters
     if "root" in example:
@@ -121,7 +143,9 @@ def operation(example, resource):
     elif "body" in example:
         kind = {"type": "string"} | ({} if example["type"] == "text/plain" else {"format": "binary"})
         result["requestBody"] = {"required": True, "content": {example["type"]: {"schema": kind}}}
-    return result | {"responses": responses(example) | {"401": {"$ref": "#/components/responses/Unauthorized"}}}
+    return result | {
+        "responses": responses(example) | {"401": {"$ref": "#/components/responses/Unauthorized"}}
+    }
 
 
 def description(words, version):
@@ -129,26 +153,33 @@ def description(words, version):
     for resource in words["resource"]:
         for example in resource["do"]:
             paths.setdefault(example["path"], {})[example["method"].lower()] = operation(example, resource)
-    schemas = {name: {"xml": {"name": name, "namespace": NAMESPACE}} | document_schema(text)
-               for name, text in words["documents"].items()}
+    schemas = {
+        name: {"xml": {"name": name, "namespace": NAMESPACE}} | document_schema(text)
+        for name, text in words["documents"].items()
+    }
     return {
         "openapi": "3.1.0",
         "info": {
             "title": "PSIA management service",
             "version": version,
-            "description": "The management interface of a network camera. docs/reference.md describes it for people. "
-                           "Element names are case-sensitive here; the service ignores case in what it receives.",
+            "description": "The management interface of a network camera, for people in docs/reference.md. "
+            "Element names are case-sensitive here; the service ignores case in what it receives.",
         },
         "servers": [{"url": "http://{camera}", "variables": {"camera": {"default": "192.168.1.10"}}}],
         "security": [{"basic": []}],
-        "tags": [{"name": name} for name in dict.fromkeys(resource["group"] for resource in words["resource"])],
+        "tags": [
+            {"name": name} for name in dict.fromkeys(resource["group"] for resource in words["resource"])
+        ],
         "paths": paths,
         "components": {
             "securitySchemes": {"basic": {"type": "http", "scheme": "basic"}},
-            "responses": {"Unauthorized": {
-                "description": "Credentials are missing or wrong.",
-                "headers": {"WWW-Authenticate": {"schema": {"type": "string"}}},
-                "content": {"text/plain": {"schema": {"type": "string"}}}}},
+            "responses": {
+                "Unauthorized": {
+                    "description": "Credentials are missing or wrong.",
+                    "headers": {"WWW-Authenticate": {"schema": {"type": "string"}}},
+                    "content": {"text/plain": {"schema": {"type": "string"}}},
+                }
+            },
             "schemas": schemas,
         },
     }
@@ -156,13 +187,14 @@ def description(words, version):
 
 # The examples against the description.
 
+
 class Unfit(Exception):
     pass
 
 
 def instance(element, schema, schemas):
-    """What a program reads from an element: an object, a list, a number, a truth value or a text. Attributes are left out.
-    Raises Unfit for an element that the schema does not name, also where the service would ignore it."""
+    """What a program reads from an element: an object, a list, a number, a truth value or a text, without
+    attributes. Raises Unfit for an element that the schema does not name, even if the service ignores it."""
     while "$ref" in schema:
         schema = schemas[schema["$ref"].rpartition("/")[2]]
     text = element.text or ""
@@ -191,7 +223,9 @@ def check_examples(words, openapi):
     try:
         import jsonschema  # needed here only
     except ModuleNotFoundError:
-        sys.exit("The examples cannot be checked: python3-jsonschema is missing (apt-get install python3-jsonschema).")
+        sys.exit(
+            "The examples cannot be checked: apt-get install python3-jsonschema"
+        )
 
     schemas = openapi["components"]["schemas"]
     faults = []
@@ -199,9 +233,15 @@ def check_examples(words, openapi):
     def check(text, schema, what):
         try:
             value = instance(ElementTree.fromstring(text), schema, schemas)
-            whole = {"$schema": "https://json-schema.org/draft/2020-12/schema", "components": openapi["components"], "allOf": [schema]}
-            faults.extend(f"{what}: {error.json_path}: {error.message}"
-                          for error in jsonschema.Draft202012Validator(whole).iter_errors(value))
+            whole = {
+                "$schema": "https://json-schema.org/draft/2020-12/schema",
+                "components": openapi["components"],
+                "allOf": [schema],
+            }
+            faults.extend(
+                f"{what}: {error.json_path}: {error.message}"
+                for error in jsonschema.Draft202012Validator(whole).iter_errors(value)
+            )
         except (ElementTree.ParseError, Unfit) as error:
             faults.append(f"{what}: {error}")
 
@@ -209,13 +249,17 @@ def check_examples(words, openapi):
         for example in resource["do"]:
             what = f"{example['method']} {example['uri']}"
             if "root" in example:
-                schema = openapi["paths"][example["path"]][example["method"].lower()]["requestBody"]["content"]["application/xml"]["schema"]
+                schema = openapi["paths"][example["path"]][example["method"].lower()]["requestBody"][
+                    "content"
+                ]["application/xml"]["schema"]
                 check(example["body"], schema, what + ", body")
                 if ElementTree.fromstring(example["body"]).tag != example["root"]:
                     faults.append(f"{what}: the body's root element is not {example['root']}")
             root = root_of(example)
             if root and not example["printed"]:
-                check(example["answer"][example["answer"].index("<?xml"):], reference(root), what + ", answer")
+                check(
+                    example["answer"][example["answer"].index("<?xml") :], reference(root), what + ", answer"
+                )
     return faults
 
 

@@ -21,7 +21,7 @@ def settle(text):
     end = re.search(r"\r?\n\r?\n", text)
     if end is None:
         return text
-    head, body = text[:end.end()], text[end.end():]
+    head, body = text[: end.end()], text[end.end() :]
     body = re.sub(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d", "2024-07-01T12:00:00", body)
     body = re.sub(r"(<deviceUpTime>)\d+", r"\g<1>86400", body)
     if body:
@@ -37,7 +37,8 @@ def status_body(uri, status):
         '<?xml version="1.0" encoding="UTF-8" ?>\n<ResponseStatus version="1.0" xmlns="urn:psialliance-org">\n'
         f"<requestURL>{uri}</requestURL>\n<statusCode>{status}</statusCode>\n<!-- O=1-OK, 2-Device Busy, "
         "3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, 6-Invalid XML content; 7-Reboot Required -->\n"
-        f"<statusString>{STATUSES[status]}</statusString>\n<id>1</id>\n</ResponseStatus>\n")
+        f"<statusString>{STATUSES[status]}</statusString>\n<id>1</id>\n</ResponseStatus>\n"
+    )
 
 
 def status_document(uri, status):
@@ -51,8 +52,15 @@ def fence(text):
 
 def fill(text):
     """Prose of at most WIDTH columns; tables and fences stay as they are."""
+
     def paragraph(block, indent=""):
-        return textwrap.fill(" ".join(block.split()), WIDTH, subsequent_indent=indent, break_long_words=False, break_on_hyphens=False)
+        return textwrap.fill(
+            " ".join(block.split()),
+            WIDTH,
+            subsequent_indent=indent,
+            break_long_words=False,
+            break_on_hyphens=False,
+        )
 
     def outside(part):
         blocks = part.split("\n\n")
@@ -78,7 +86,9 @@ def anchor(heading):
 def wrapped(document):
     """An XML document with a line for each element, indented."""
     lines, depth = [], 0
-    for piece in re.findall(r"</[^>]+>|<[^/>][^>]*>[^<]*</[^>]+>|<[^>]+>|[^<]+", re.sub(r">\s+<", "><", document.strip())):
+    for piece in re.findall(
+        r"</[^>]+>|<[^/>][^>]*>[^<]*</[^>]+>|<[^>]+>|[^<]+", re.sub(r">\s+<", "><", document.strip())
+    ):
         if piece.startswith("</"):
             depth -= 1
         lines.append("  " * depth + piece.replace("\n", "␊"))
@@ -113,8 +123,11 @@ def heading_of(example):
 
 def field_value(kind, meaning):
     name, _, length = kind.partition(" ")
-    words = {"text": f"text, at most {length} bytes" if length else "text", "number": "number", "time": "time"}.get(
-        name, ", ".join(f"`{word}`" for word in name.split(",")))
+    words = {
+        "text": f"text, at most {length} bytes" if length else "text",
+        "number": "number",
+        "time": "time",
+    }.get(name, ", ".join(f"`{word}`" for word in name.split(",")))
     return f"{words}; {meaning}" if meaning else words
 
 
@@ -122,21 +135,32 @@ def render_example(example):
     parts = [f"### {heading_of(example)}\n"]
     parts.append(f"{WHO[example['level']]} {example.get('says', '').strip()}".strip() + "\n")
     if example["own"]:
-        rows = [f"| `{path.replace('*', '')}` | {field_value(kind, meaning)} | {without} |"
-                for path, kind, meaning, without in example["own"]]
+        rows = [
+            f"| `{path.replace('*', '')}` | {field_value(kind, meaning)} | {without} |"
+            for path, kind, meaning, without in example["own"]
+        ]
         parts.append("| Field | Value | Without it |\n|---|---|---|\n" + "\n".join(rows) + "\n")
     others = [example[key] for key in ("fields_of", "fields_of_too") if key in example]
     if others and f"(#{anchor(others[0])})" not in example.get("says", ""):
-        parts.append("Fields: those of " + " and ".join(f"[{other}](#{anchor(other)})" for other in others) + ".\n")
+        parts.append(
+            "Fields: those of " + " and ".join(f"[{other}](#{anchor(other)})" for other in others) + ".\n"
+        )
     request = f"{example['method']} {example['uri']}"
     if example.get("body"):
-        request += ("" if example["type"] == "application/xml" else f"\nContent-Type: {example['type']}")
-        request += "\n\n" + (example["body"].strip() if "\n" in example["body"].strip() or "root" not in example
-                             else wrapped(example["body"]))
+        request += "" if example["type"] == "application/xml" else f"\nContent-Type: {example['type']}"
+        request += "\n\n" + (
+            example["body"].strip()
+            if "\n" in example["body"].strip() or "root" not in example
+            else wrapped(example["body"])
+        )
     parts.append(fence(request))
     parts.append(render_answer(example))
     follows = [f"- {change}" for change in example["rows"]]
-    follows += [f"- the file {name}, {size} bytes" for name, size in example["files"].items() if not example.get("binary")]
+    follows += [
+        f"- the file {name}, {size} bytes"
+        for name, size in example["files"].items()
+        if not example.get("binary")
+    ]
     follows += [f"- {message}" for message in example["messages"]]
     if follows:
         parts.append("What follows:\n\n" + "\n".join(follows) + "\n")
@@ -149,10 +173,21 @@ def contents(headings):
 
 def render_page(words, page):
     resources = [resource for resource in words["resource"] if resource["page"] == page]
-    parts = [f"# {words['pages'][page]}\n", MADE,
-             "What holds for every request, such as lengths, truncation and statuses, is in [reference.md](../reference.md).\n"]
-    parts.append("\n".join(f"- [{resource['title']}](#{anchor(resource['title'])}): " + ", ".join(
-        f"[{example['method']}](#{anchor(heading_of(example))})" for example in resource["do"]) for resource in resources) + "\n")
+    parts = [
+        f"# {words['pages'][page]}\n",
+        MADE,
+        "What holds for every request, such as truncation and statuses, is in [reference.md](../reference.md).\n",
+    ]
+    parts.append(
+        "\n".join(
+            f"- [{resource['title']}](#{anchor(resource['title'])}): "
+            + ", ".join(
+                f"[{example['method']}](#{anchor(heading_of(example))})" for example in resource["do"]
+            )
+            for resource in resources
+        )
+        + "\n"
+    )
     if words["introductions"][page].strip():
         parts.append(words["introductions"][page].strip() + "\n")
     for resource in resources:
@@ -176,7 +211,12 @@ def resource_names(root):
 def render_lists(words):
     """The index and description documents: one of each, and what the others name."""
     resources = [resource for resource in words["resource"] if resource["page"] == "lists"]
-    parts = [f"# {words['pages']['lists']}\n", MADE, words["introductions"]["lists"].strip() + "\n", "## What they name\n"]
+    parts = [
+        f"# {words['pages']['lists']}\n",
+        MADE,
+        words["introductions"]["lists"].strip() + "\n",
+        "## What they name\n",
+    ]
     rows, descriptions, shown = [], [], []
     for resource in resources:
         example = resource["do"][0]
@@ -184,7 +224,7 @@ def render_lists(words):
         if "/description" in example["uri"]:
             descriptions.append(f"`{example['uri']}`")
         else:
-            names = resource_names(ElementTree.fromstring(text[text.index("<?xml"):]))
+            names = resource_names(ElementTree.fromstring(text[text.index("<?xml") :]))
             rows.append(f"| `{example['uri']}` | {names} |")
         if example["uri"] in EXAMPLE_LISTS:
             shown.append(example)
@@ -202,19 +242,26 @@ def render_zones(words):
     else:
         note = f"Each of the {len(zones)} rows can be selected by its whole text.\n"
     rows = [f"| `{text}` | {zone}{'' if selects else ' †'} |" for text, zone, selects in zones]
-    return fill(f"""# Time zones
+    return fill(
+        f"""# Time zones
 
 {MADE}
-What to send with [PUT of `/PSIA/System/time/timeZone`](system.md#put-psiasystemtimetimezone), in the order of the search.
+What to send with [PUT of `/PSIA/System/time/timeZone`](system.md#put-psiasystemtimetimezone), in the order
+of the search.
 
-**How to pick.** Find your zone or one with the same rules in the right column. Send the text in the left column, whole. {note}
-The service takes the first row whose text begins with what was sent, without regard to case. A shorter text, a name or another rule
-can therefore select a zone that was not meant, or none:
+**How to pick.** Find your zone or one with the same rules in the right column. Send the text in the left
+column, whole. {note}
+The service takes the first row whose text begins with what was sent, without regard to case. A shorter text,
+a name or another rule can therefore select a zone that was not meant, or none:
 
 | Sent | Zone that is stored |
 |---|---|
-""" + "\n".join(f"| `{sent}` | {next((zone for text, zone, _ in zones if text.lower().startswith(sent.lower())), 'none: status 3')} |"
-                for sent in ("EST", "CET", "E", "GMT", "CET-1CEST", "Europe/Paris", "UTC")) + f"""
+"""
+        + "\n".join(
+            f"| `{sent}` | {next((zone for text, zone, _ in zones if text.lower().startswith(sent.lower())), 'none: status 3')} |"
+            for sent in ("EST", "CET", "E", "GMT", "CET-1CEST", "Europe/Paris", "UTC")
+        )
+        + f"""
 
 - `EST5EDT` alone works, because the rule begins with it. Better send the whole rule.
 - Names work only for the rows in which both columns are the same, such as `Israel`.
@@ -223,7 +270,10 @@ can therefore select a zone that was not meant, or none:
 
 | Send | Zone that is stored |
 |---|---|
-""" + "\n".join(rows) + "\n")
+"""
+        + "\n".join(rows)
+        + "\n"
+    )
 
 
 def table(words):
@@ -233,12 +283,19 @@ def table(words):
         if resource["page"] == "lists":
             continue
         for path in dict.fromkeys(example["path"] for example in resource["do"]):
-            methods = ", ".join(f"[{example['method']}](reference/{resource['page']}.md#{anchor(heading_of(example))}) "
-                                + (f"0–{example['level']}" if example["level"] else "0")
-                                for example in resource["do"] if example["path"] == path)
-            match = "exact" if resource["match"] == "kExact" else "begins" if path == resource["path"] else "ends"
+            methods = ", ".join(
+                f"[{example['method']}](reference/{resource['page']}.md#{anchor(heading_of(example))}) "
+                + (f"0–{example['level']}" if example["level"] else "0")
+                for example in resource["do"]
+                if example["path"] == path
+            )
+            match = (
+                "exact" if resource["match"] == "kExact" else "begins" if path == resource["path"] else "ends"
+            )
             lines.append(f"| `{path.replace('{id}', 'ID')}` | {match} | {methods} |")
-    lines.append("| `index`, `description` at every level, `/PSIA/indexr` | begins | [GET](reference/lists.md) 0–3 |")
+    lines.append(
+        "| `index`, `description` at every level, `/PSIA/indexr` | begins | [GET](reference/lists.md) 0–3 |"
+    )
     return "\n".join(lines) + "\n"
 
 
@@ -249,12 +306,16 @@ def messages(words):
         for example in resource["do"]:
             for message in example["messages"]:
                 number = int(re.match(r"command (\d+)", message)[1])
-                link = f"[{heading_of(example).replace('/PSIA/', '')}](reference/{resource['page']}.md#{anchor(heading_of(example))})"
+                heading = heading_of(example)
+                place = f"reference/{resource['page']}.md#{anchor(heading)}"
+                link = f"[{heading.replace('/PSIA/', '')}]({place})"
                 senders.setdefault(number, []).append(link)
     lines = ["| Command | What | Payload (offset) | The daemons read | Sent by |", "|---|---|---|---|---|"]
     for name, number in words["commands"].items():
         what, payload, reads = words["messages"][name]
-        lines.append(f"| {number} | {what} | {payload} | {reads} | {', '.join(dict.fromkeys(senders[number]))} |")
+        lines.append(
+            f"| {number} | {what} | {payload} | {reads} | {', '.join(dict.fromkeys(senders[number]))} |"
+        )
     return "\n".join(lines) + "\n"
 
 
@@ -263,11 +324,23 @@ def render_reference(words):
     headings = re.findall("^## (.*)$", text, re.MULTILINE)
     pages = [f"- [{title}](reference/{page}.md)" for page, title in words["pages"].items()]
     pages.append("- [Time zones: what to send](reference/time-zones.md)")
-    return fill("# Reference\n\n" + MADE + "\n" + text.format(
-        contents="Pages:\n\n" + "\n".join(pages) + "\n\nOn this page:\n\n" + contents(headings).rstrip("\n"),
-        table=table(words).rstrip("\n"), messages=messages(words).rstrip("\n"),
-        status_document=status_body("/PSIA/System/reboot", 1).rstrip("\n"),
-        program=fence("psia.fcgi --help\n\n" + words["help"]), **words["facts"]).strip() + "\n")
+    return fill(
+        "# Reference\n\n"
+        + MADE
+        + "\n"
+        + text.format(
+            contents="Pages:\n\n"
+            + "\n".join(pages)
+            + "\n\nOn this page:\n\n"
+            + contents(headings).rstrip("\n"),
+            table=table(words).rstrip("\n"),
+            messages=messages(words).rstrip("\n"),
+            status_document=status_body("/PSIA/System/reboot", 1).rstrip("\n"),
+            program=fence("psia.fcgi --help\n\n" + words["help"]),
+            **words["facts"],
+        ).strip()
+        + "\n"
+    )
 
 
 def render_answers(words):
@@ -278,7 +351,11 @@ def render_answers(words):
             entry = {"method": example["method"], "url": example["uri"]}
             if example.get("body"):
                 entry |= {"type": example["type"], "body": example["body"].strip()}
-            entry |= {"answer": settle(example["answer"]), "printed": settle(example["printed"]), "rows": example["rows"],
-                      "messages": example["messages"]}
+            entry |= {
+                "answer": settle(example["answer"]),
+                "printed": settle(example["printed"]),
+                "rows": example["rows"],
+                "messages": example["messages"],
+            }
             entries.append(" " + json.dumps(entry, ensure_ascii=False))
     return "[\n" + ",\n".join(entries) + "\n]\n"

@@ -1,4 +1,4 @@
-"""What the reference is made of: the routes and numbers of the source, and the words of docs/reference.toml."""
+"""What the reference is made of: routes and numbers of the source, and the words of docs/reference.toml."""
 
 import pathlib
 import re
@@ -8,7 +8,7 @@ import tomllib
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 LEVELS = {"kAdministrator": 0, "kOperator": 1, "kAnyone": 3}
 
-# The numbers that the words may name: where each stands in the source. A product such as 1LL << 20 is worked out.
+# The numbers that the words may name, and where each stands in the source. 1LL << 20 is worked out.
 FACTS = {
     "user": ("security/users.cpp", r"FixedText<(\d+)> name;"),
     "short_user": ("security/users.cpp", r"kLongestNumber = (\d+)"),
@@ -21,8 +21,14 @@ FACTS = {
     "bit_string": ("event/schedule.cpp", r"FixedText<(\d+)> hours;"),
     "event_interval": ("event/triggers.cpp", r"interval_between_events = (\d+)"),
     "notification_interval": ("event/triggers.cpp", r"notification_interval = (\d+)"),
-    "mail_port": ("event/notification_servers.cpp", r"\.default_port = (\d+),\s+\.append_content = append_mail"),
-    "ftp_port": ("event/notification_servers.cpp", r"\.default_port = (\d+),\s+\.append_content = append_ftp"),
+    "mail_port": (
+        "event/notification_servers.cpp",
+        r"\.default_port = (\d+),\s+\.append_content = append_mail",
+    ),
+    "ftp_port": (
+        "event/notification_servers.cpp",
+        r"\.default_port = (\d+),\s+\.append_content = append_ftp",
+    ),
     "max_servers": ("event/notification_servers.cpp", r"kMaxServers = (\d+)"),
     "rtsp_port": ("media/streaming_documents.h", r"kDefaultRtspPort = (\d+)"),
     "bit_rate": ("media/streaming_updates.cpp", r"bit_rate = (\d+)"),
@@ -48,7 +54,7 @@ FACTS = {
 
 
 class Fact(int):
-    """A number of the source, printed with its unit: {name:MiB}. {name:text} is the length of a text in a buffer."""
+    """A number of the source, printed with its unit: {name:MiB}. {name:text} is the length of a buffer's text."""
 
     def __format__(self, form):
         match form:
@@ -77,18 +83,31 @@ def read_facts():
         factors = [int(part) for part in re.findall(r"\d+", found[1])]
         facts[name] = Fact(factors[0] << factors[1] if "<<" in found[1] else factors[0])
     if missing:
-        sys.exit("Numbers that docs/reference.toml names were not found; see FACTS in scripts/lib/reference_words.py:\n  "
-                 + "\n  ".join(missing))
+        sys.exit(
+            "Numbers were not found in the source; see FACTS in scripts/lib/reference_words.py:\n  "
+            + "\n  ".join(missing)
+        )
     realm = re.search(r'realm=\\"([^"\\]+)', source("frame/access_control.cpp"))[1]
     # The service looks once more than it waits.
-    wait = {f"{which}_wait": f"{(facts['polls_' + which] + 1) * facts['poll'] / 1000:.1f}" for which in ("short", "long")}
-    retries = facts["lock_retries"] + 1
-    return facts | wait | {
-        "database_wait": facts["lock_step"] * retries * (retries + 1) / 2 / 1000,  # each wait is a step longer
-        "realm": realm,
-        "slave_status_url": len("/PSIA/Streaming/channels/Slave-0/status"),
-        "waits": "The status follows [the daemons' reply](../reference.md#waiting-for-the-daemons).",
+    wait = {
+        f"{which}_wait": f"{(facts['polls_' + which] + 1) * facts['poll'] / 1000:.1f}"
+        for which in ("short", "long")
     }
+    retries = facts["lock_retries"] + 1
+    return (
+        facts
+        | wait
+        | {
+            "database_wait": facts["lock_step"]
+            * retries
+            * (retries + 1)
+            / 2
+            / 1000,  # each wait is a step longer
+            "realm": realm,
+            "slave_status_url": len("/PSIA/Streaming/channels/Slave-0/status"),
+            "waits": "The status follows [the daemons' reply](../reference.md#waiting-for-the-daemons).",
+        }
+    )
 
 
 def read_routes():
@@ -97,9 +116,13 @@ def read_routes():
     routes = {}
     for prefix, match, methods in re.findall(r'\{"(/PSIA[^"]*)", (\w+),\s*\{\{(.*?)\}\}\}', table, re.DOTALL):
         found = re.findall(r"\b(get|put|post|del)\((\w+),", methods)
-        routes[prefix, match] = {name.upper().replace("DEL", "DELETE"): LEVELS[level] for name, level in found}
+        routes[prefix, match] = {
+            name.upper().replace("DEL", "DELETE"): LEVELS[level] for name, level in found
+        }
     if len(routes) != table.count('{"/PSIA') or not all(routes.values()):
-        sys.exit("Some rows of the route table could not be read; see read_routes in scripts/lib/reference_words.py.")
+        sys.exit(
+            "Some rows of the route table could not be read; see scripts/lib/reference_words.py."
+        )
     return routes
 
 
@@ -114,7 +137,9 @@ def read_time_zones():
     rows = re.findall(r'^    \{"([^"]+)", "([^"]+)"\},$', source("system/time_zone_table.cpp"), re.MULTILINE)
     count = int(re.search(r"std::size\(kZones\) == (\d+)", source("system/time_zone_table.cpp"))[1])
     if len(rows) != count:
-        sys.exit(f"{len(rows)} of the {count} time zones could be read; see read_time_zones in scripts/lib/reference_words.py.")
+        sys.exit(
+            f"{len(rows)} of the {count} time zones could be read; see scripts/lib/reference_words.py."
+        )
 
     def selected(text):
         return next(zone for key, zone in rows if key.lower().startswith(text.lower()))
@@ -128,11 +153,21 @@ def index_resources(routes):
         parent, _, name = prefix.rpartition("/")
         of = "the root" if parent == "/PSIA" else parent.rpartition("/")[2]
         if name in ("index", "indexr"):
-            yield {"page": "lists", "url": prefix, "title": f"Resources of {of}" + (", recursive" if name == "indexr" else ""),
-                   "group": "Index and description", "do": [{"method": "GET"}]}
+            yield {
+                "page": "lists",
+                "url": prefix,
+                "title": f"Resources of {of}" + (", recursive" if name == "indexr" else ""),
+                "group": "Index and description",
+                "do": [{"method": "GET"}],
+            }
         elif name == "description":
-            yield {"page": "lists", "url": prefix, "title": f"Description of {of}", "group": "Index and description",
-                   "do": [{"method": "GET"}]}
+            yield {
+                "page": "lists",
+                "url": prefix,
+                "title": f"Description of {of}",
+                "group": "Index and description",
+                "do": [{"method": "GET"}],
+            }
 
 
 def read_fields(text, facts):
@@ -143,8 +178,11 @@ def read_fields(text, facts):
 
 def resolve_fields(resources, facts):
     """Gives each example its own fields and those that it shares with another, as a list of fields."""
-    examples = {f"{example['method']} {example['path']}".replace("{id}", "ID"): example
-                for resource in resources for example in resource["do"]}
+    examples = {
+        f"{example['method']} {example['path']}".replace("{id}", "ID"): example
+        for resource in resources
+        for example in resource["do"]
+    }
 
     def shared(example, suffix=""):
         if "fields_of" + suffix not in example:
@@ -152,8 +190,11 @@ def resolve_fields(resources, facts):
         without = example.get("fields_without", "")
         below = example.get("fields_below" + suffix, "")
         fields = examples[example["fields_of" + suffix]]["own"]
-        return [(f"{below}/{path}" if below else path.removeprefix(without).lstrip("/"), *rest)
-                for path, *rest in fields if path.startswith(without)]
+        return [
+            (f"{below}/{path}" if below else path.removeprefix(without).lstrip("/"), *rest)
+            for path, *rest in fields
+            if path.startswith(without)
+        ]
 
     for example in examples.values():
         example["own"] = read_fields(example.get("fields", ""), facts)
@@ -162,7 +203,7 @@ def resolve_fields(resources, facts):
 
 
 def read_words():
-    """The words with everything that comes from the source: resources with their routes, examples with their fields."""
+    """The words with what comes from the source: resources with their routes, examples with their fields."""
     routes, facts = read_routes(), read_facts()
     words = tomllib.loads((ROOT / "docs/reference.toml").read_text())
     words["resource"] += index_resources(routes)
@@ -192,4 +233,9 @@ def read_words():
         sys.exit("docs/reference.toml and the route table disagree:\n  " + "\n  ".join(faults))
     resolve_fields(words["resource"], facts)
     words["introductions"] = {page: text.format(**facts) for page, text in words["introductions"].items()}
-    return words | {"facts": facts, "order": list(routes), "commands": read_commands(), "zones": read_time_zones()}
+    return words | {
+        "facts": facts,
+        "order": list(routes),
+        "commands": read_commands(),
+        "zones": read_time_zones(),
+    }
