@@ -25,6 +25,7 @@
 #include "frame/service.h"
 #include "frame/stop.h"
 #include "frame/xml.h"
+#include "fuzz/target.h"
 #include "index/index_documents.h"
 #include "routes.h"
 #include "simulator/camera/daemons.h"

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include "fuzz/target.h"
 
 int main(int argc, char** argv) {
   std::vector<std::vector<char>> inputs;  // read beforehand: a target may move to other directories

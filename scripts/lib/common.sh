@@ -9,10 +9,12 @@ export PATH="$PATH:/usr/sbin:/sbin"
 
 # The Debian packages, named here only. To build and run the service in the simulated camera:
 run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml2-dev uuid-dev
-  libgtest-dev lighttpd iproute2 net-tools tzdata curl libfaketime sqlite3 python3 python3-pytest)
-# and what the tests and checks need besides:
-test_packages=(clang-format clang-tidy shellcheck python3-jsonschema chromium chromium-driver
-  nginx-light lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev file)
+  libgtest-dev lighttpd iproute2 net-tools tzdata curl libfaketime sqlite3)
+# and what the unit and service tests need besides:
+suite_packages=(python3 python3-pytest python3-jsonschema)
+# and what the other tests and checks need besides:
+test_packages=(clang-format clang-tidy shellcheck chromium chromium-driver nginx-light lighttpd-mod-openssl openssl
+  spawn-fcgi busybox-static systemd dpkg-dev file)
 # and what scripts/test --debian makes another release's root with:
 root_tools=(mmdebstrap debian-archive-keyring uidmap)
 # and what scripts/fuzz needs besides:

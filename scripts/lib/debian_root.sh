@@ -2,8 +2,8 @@
 # Another Debian release on this machine: a root directory below build/debian/, to build and test in. To be sourced
 # after common.sh.
 
-# What is in the root besides what scripts/run installs: the other compiler, and Python for the tests.
-root_packages=("${run_packages[@]}" clang python3)
+# What is in the root: what the build, the unit and service tests and the other compiler need.
+root_packages=("${run_packages[@]}" "${suite_packages[@]}" clang)
 
 # The release's code name for apt. A number has one; sid and the like are names already.
 code_name() {
