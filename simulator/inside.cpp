@@ -1,6 +1,6 @@
-// camera-inside: runs a command inside a new simulated camera, with or without its daemons, and exits with the
-// command's status. The service tests, those of deploy/ and scripts/make-reference use it.
-// Usage: camera-inside [--without-daemons | --answer RULE...] COMMAND [ARGUMENT]...
+// camera-inside: runs a command inside a new simulated camera, with or without its daemons, and exits with
+// the command's status. The service tests, those of deploy/ and scripts/make-reference use it. Usage:
+// camera-inside [--without-daemons | --answer RULE...] COMMAND [ARGUMENT]...
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
