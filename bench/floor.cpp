@@ -1,7 +1,7 @@
 // The floor that the service is measured against: for each benchmarked resource the library and kernel calls
-// that the service makes for it, with SQLite as it comes, and one write of the answer. What an answer holds
-// beyond the rows of a list or the time is taken from a recording of the service's own answer, so that the
-// two send the same bytes and no text stands here twice. Nothing is kept from one request to the next.
+// that the service makes for it, with SQLite's defaults, and one write of the answer. Everything in an answer
+// but the rows of a list and the time comes from a recording of the service's own answer, so that both send
+// the same bytes. Nothing is kept from one request to the next.
 #include <arpa/inet.h>
 #include <fcgi_stdio.h>
 #include <fcntl.h>
@@ -41,8 +41,8 @@ int replies = -1;
 ControlMessage audio_changed{getpid(), {3}};  // command 3, all else zero
 ControlMessage reply{};
 
-/// The whole answer of a resource, as the service gave it: the file of that name in BENCH_ANSWERS. Mapped, so
-/// that the heap is not stirred before the first request.
+/// The recorded answer of a resource: the file of that name in BENCH_ANSWERS. It is mapped, so that the heap
+/// is untouched before the first request.
 string_view recorded(const char* name) {
   const char* directory = std::getenv("BENCH_ANSWERS");
   if (directory == nullptr || chdir(directory) != 0) return "";
@@ -159,7 +159,7 @@ constexpr std::array<signed char, 256> kSixBits = [] {
   return table;
 }();
 
-/// Whether the caller gave a name and its password.
+/// Whether the client sent a name and its password.
 bool is_allowed() {
   const char* at = std::getenv("HTTP_AUTHORIZATION");
   if (at == nullptr) return false;

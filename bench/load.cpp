@@ -205,7 +205,7 @@ fastcgi::Request to_request(const Kind& kind, long number) {
 fastcgi::Connection send(const Server& server, const Kind& kind) {
   static long number = 0;
   for (int i = 0; i < kind.messages; ++i) {
-    // The reply waits already when it is looked for: no daemon could be faster.
+    // The reply is in the queue before the service looks for it: no daemon could be faster.
     camera::Message reply;
     reply.type = server.process;
     if (!camera::send_reply(reply)) fail("the reply queue is full");
@@ -426,7 +426,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   const Options options = read_options(arguments);
-  // What a server leaves running, a tracer that sums up, is waited for before the end.
+  // Waits for processes that a server leaves running, such as a tracer that sums up.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   std::string fault = camera::enter_private_device();
   if (!fault.empty()) fail(fault);

@@ -1,4 +1,4 @@
-# Packages: the target `packages` builds what belongs into them and makes a .deb and a tarball of each component.
+# Packages: the target `packages` builds their contents and makes a .deb and a tarball of each component.
 
 # The processor that the compiler works for, by Debian's name where it has one.
 separate_arguments(flags UNIX_COMMAND "${CMAKE_CXX_COMPILER_ARG1} ${CMAKE_CXX_FLAGS}")

@@ -1,10 +1,10 @@
 # shellcheck shell=bash disable=SC2034  # the lists are used by those who source this
-# What the scripts share. To be sourced; the script then runs in the project's root directory.
+# What the scripts share. Source it; the script then runs in the project's root directory.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 export NO_COLOR=1
-# lighttpd and ip are there, which an ordinary user's PATH often leaves out.
+# For lighttpd and ip, whose directories are often missing in an ordinary user's PATH.
 export PATH="$PATH:/usr/sbin:/sbin"
 
 # The Debian packages, named here only. To build and run the service in the simulated camera:
@@ -22,8 +22,7 @@ fuzz_packages=(clang libclang-rt-dev)
 # and what scripts/bench measures with.
 bench_packages=(python3 valgrind strace wrk)
 
-# What the script is doing now. A script that names its steps first, with `plan`, has them counted and timed, and says
-# how long the rest takes.
+# Prints what the script is doing now. After `plan` the steps are counted and timed, and each says how long the rest takes.
 planned=()
 durations=
 step_number=0
@@ -43,7 +42,7 @@ step() {
   printf '%s: %s, all that is left %s\n' "$text" "$(about "${planned[step_number - 1]%% *}")" "$(about "$left")"
 }
 
-# To be called after the last step, too.
+# Call it after the last step, too.
 end_step() {
   local seconds
   if [ "$step_number" -eq 0 ]; then return; fi
@@ -77,7 +76,7 @@ fail() {
   exit 1
 }
 
-# Everything is built in build/: says so in words when that cannot be.
+# Everything is built in build/. Ends the script with an explanation when that is impossible.
 check_build_directory() {
   local foreign home
   if [ ! -w . ]; then

@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# Another Debian release on this machine: a root directory below build/debian/, to build and test in. To be sourced
+# Another Debian release on this machine: a root directory below build/debian/, to build and test in. Source it
 # after common.sh.
 
 # What is in the root: what the build, the unit and service tests and the other compiler need.
 root_packages=("${run_packages[@]}" "${suite_packages[@]}" clang)
 
-# The release's code name for apt. A number has one; sid and the like are names already.
+# Prints the release's code name for apt. sid and the like are names already.
 code_name() {
   case "$1" in
     12) echo bookworm ;;
@@ -14,7 +14,7 @@ code_name() {
   esac
 }
 
-# Runs a command as root of namespaces of its own, in which it can mount: nothing of it is left when it ends. An
+# Runs a command as root of new namespaces, in which it can mount. Nothing of it is left when it ends. An
 # ordinary user becomes root there, with the ranges of /etc/subuid and /etc/subgid as the other users.
 as_root_apart() {
   local own_users=()
@@ -52,7 +52,7 @@ make_root() {
       echo "Its packages could not be brought up to date; it is used as it is."
     return
   fi
-  # How packages are fetched is the machine's, too: by a proxy, for instance.
+  # The machine's ways to fetch packages, a proxy for instance.
   while read -r option; do
     options+=("--aptopt=$option")
   done < <(apt-config dump --no-empty --format '%F "%v";%n' | grep -E '^Acquire::(https?::|Check-Valid-Until )')

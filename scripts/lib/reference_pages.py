@@ -11,7 +11,7 @@ WHO = {0: "Level 0.", 1: "Levels 0 and 1.", 3: "Levels 0 to 3."}
 STATUSES = {1: "OK", 2: "Device Busy", 3: "Device Error", 4: "Invalid Operation", 5: "Invalid XML Format"}
 MADE = "<!-- Made by scripts/make-reference; the words are in docs/reference.toml. -->\n"
 WIDTH = 100
-LONG = 15  # lines of an answer from which on it is folded
+LONG = 15  # longer answers, in lines, are folded
 EXAMPLE_LISTS = ("/PSIA/System/Network/index", "/PSIA/System/Network/description")
 USUAL_TYPE = 'application/xml; charset="UTF-8"'
 

@@ -1,12 +1,12 @@
 # shellcheck shell=bash
-# The device's libraries on this machine: a sysroot below build/ from Debian's packages. To be sourced after common.sh.
+# The device's libraries on this machine: a sysroot below build/ from Debian's packages. Source it after common.sh.
 
-# To compile and link the service and its unit tests, and for qemu to run them with. libgtest-dev's own libraries are
-# linked into the tests.
+# The packages with which the service and its unit tests are compiled and linked, and with which qemu runs them.
+# libgtest-dev's own libraries are linked into the tests.
 sysroot_packages=(libfcgi-dev libsqlite3-dev libxml2-dev uuid-dev libgtest-dev libstdc++6 libgcc-s1)
 
-# apt-get with everything it keeps in build/sysroot/ARCH.apt: the machine's package lists, its cache and its
-# architectures stay as they are. Whence packages come and whose signatures are good is the machine's.
+# apt-get that keeps everything in build/sysroot/ARCH.apt: the machine's package lists, cache and architectures stay as
+# they are. Package sources and keys are the machine's.
 target_apt() {
   apt-get -c "build/sysroot/$1.apt/apt.conf" "${@:2}"
 }
@@ -31,7 +31,7 @@ Dir::Cache "$state/cache";
 END
 }
 
-# make_sysroot ARCH: leaves build/sysroot/ARCH as it is when it was made for the same packages.
+# make_sysroot ARCH: makes build/sysroot/ARCH, unless it was made for the same packages before.
 make_sysroot() {
   local sysroot="build/sysroot/$1" contents archive archives count=0
   contents="${sysroot_packages[*]}"
@@ -43,7 +43,7 @@ make_sysroot() {
     fail "The sysroot is made of Debian's packages, and there is no apt-get. docs/porting.md tells how to use another one."
   rm -rf "$sysroot" "$sysroot.apt" "$sysroot.contents"
   prepare_target_apt "$1"
-  # One list of several may fail to arrive; what matters is whether the packages do.
+  # A package list may fail to arrive; the download of the packages tells whether it matters.
   target_apt "$1" update || true
   target_apt "$1" install --yes --download-only "${sysroot_packages[@]}" ||
     fail "The packages for $1 could not be downloaded; look at the messages above. The machine's package sources must
@@ -60,7 +60,7 @@ be Debian's and not be limited to other architectures (an [arch=...] in /etc/apt
   printf '%s\n' "$contents" >"$sysroot.contents"
 }
 
-# write_wrapper ARCH: build/ARCH/psia-under-qemu is to this machine what psia.fcgi is to the device.
+# write_wrapper ARCH: writes build/ARCH/psia-under-qemu, which runs the device's psia.fcgi on this machine.
 write_wrapper() {
   cat >"build/$1/psia-under-qemu" <<END
 #!/bin/sh
@@ -69,7 +69,7 @@ END
   chmod +x "build/$1/psia-under-qemu"
 }
 
-# Whether the sysroot's SQLite asks the C library for times of 64 bits.
+# Whether the sysroot's SQLite uses 64-bit times.
 target_sqlite_goes_beyond_2038() {
   objdump -T "build/sysroot/$1"/usr/lib/*/libsqlite3.so.0 | grep -q time64
 }

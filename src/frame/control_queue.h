@@ -87,7 +87,7 @@ class ControlQueues {
 
   /// Sends `message` and waits for the reply, which replaces it. Returns the reply's result: 0 done, 1 busy
   /// (also when the message could not be sent or no reply came in time), 2 failed (also when this request has
-  /// sent all it may). Waits at least 5.1 s before it gives up, for the commands that take long 30.1 s or
+  /// sent all it may). Waits at least 5.1 s for it, for the commands that take long 30.1 s or
   /// 180.1 s.
   [[nodiscard]] int send_and_wait(ControlMessage& message);
 

@@ -136,7 +136,7 @@ Parser& parser_of(void* context) {
 
 /// Stops the parser unless `good` and the document is still well-formed. Parsing the rest of one that is not
 /// would be wasted work, which libxml2 does not bound.
-bool go_on(Parser& parser, bool good) {
+bool may_continue(Parser& parser, bool good) {
   if (good && !parser.failed && parser.context->wellFormed != 0) return true;
   parser.failed = true;
   xmlStopParser(parser.context);
@@ -154,29 +154,29 @@ void start_declarations(void* context, const xmlChar* /*name*/, const xmlChar* /
   Parser& parser = parser_of(context);
   parser.refers_outside = url != nullptr;
   const bool follow = *parser.context->input->cur == '[';
-  (void)go_on(parser, !follow || parser.document_size <= kMaxUnusualDocument);
+  (void)may_continue(parser, !follow || parser.document_size <= kMaxUnusualDocument);
 }
 
 void refuse_entity(void* context, const xmlChar* /*name*/, int /*type*/, const xmlChar* /*id*/,
                    const xmlChar* /*url*/, xmlChar* /*content*/) {
-  (void)go_on(parser_of(context), false);
+  (void)may_continue(parser_of(context), false);
 }
 
 void refuse_unparsed_entity(void* context, const xmlChar* /*name*/, const xmlChar* /*id*/,
                             const xmlChar* /*url*/, const xmlChar* /*notation*/) {
-  (void)go_on(parser_of(context), false);
+  (void)may_continue(parser_of(context), false);
 }
 
 /// Only declarations outside the document could declare a parameter entity: one inside is refused.
 xmlEntity* find_no_entity(void* context, const xmlChar* /*name*/) {
   Parser& parser = parser_of(context);
-  (void)go_on(parser, parser.refers_outside);
+  (void)may_continue(parser, parser.refers_outside);
   return nullptr;
 }
 
 void count_as_attribute(void* context) {
   Parser& parser = parser_of(context);
-  (void)go_on(parser, ++parser.attributes <= kMaxAttributes);
+  (void)may_continue(parser, ++parser.attributes <= kMaxAttributes);
 }
 
 void count_reference(void* context, const xmlChar* /*name*/) {
@@ -192,9 +192,9 @@ void open_element(void* context, const xmlChar* name, const xmlChar* prefix, con
                   const xmlChar** /*attribute_table*/) {
   Parser& parser = parser_of(context);
   parser.attributes += namespaces + attributes;
-  if (!go_on(parser, ++parser.elements <= kMaxElements && parser.attributes <= kMaxAttributes)) return;
+  if (!may_continue(parser, ++parser.elements <= kMaxElements && parser.attributes <= kMaxAttributes)) return;
   auto* const node = static_cast<XmlNode*>(std::calloc(1, sizeof(XmlNode)));
-  if (!go_on(parser, node != nullptr)) return;
+  if (!may_continue(parser, node != nullptr)) return;
   // An undeclared prefix belongs to the name, and no name that is asked for has one.
   node->name = prefix != nullptr && uri == nullptr ? as_xml(":") : name;
   node->text_begin = parser.length;
@@ -208,11 +208,11 @@ void open_element(void* context, const xmlChar* name, const xmlChar* prefix, con
 void close_element(void* context, const xmlChar* /*name*/, const xmlChar* /*prefix*/,
                    const xmlChar* /*uri*/) {
   Parser& parser = parser_of(context);
-  if (!go_on(parser, parser.open != nullptr)) return;
+  if (!may_continue(parser, parser.open != nullptr)) return;
   XmlNode* const node = parser.open;
   if (const std::size_t length = parser.length - node->text_begin; length > 0) {
     node->text = static_cast<char*>(std::malloc(length + 1));
-    if (!go_on(parser, node->text != nullptr)) return;
+    if (!may_continue(parser, node->text != nullptr)) return;
     std::memcpy(node->text, parser.text + node->text_begin, length);
     node->text[length] = '\0';
   }
@@ -224,12 +224,12 @@ void close_element(void* context, const xmlChar* /*name*/, const xmlChar* /*pref
 void append_text(void* context, const xmlChar* text, int length) {
   Parser& parser = parser_of(context);
   // An empty CDATA section has no text, and memcpy must not be given the null that `text` may still be.
-  if (!go_on(parser, true) || length <= 0) return;
+  if (!may_continue(parser, true) || length <= 0) return;
   const std::size_t needed = parser.length + static_cast<std::size_t>(length);
   if (needed > parser.capacity) {
     const std::size_t capacity = std::max(needed, parser.capacity + parser.capacity / 2);
     auto* const grown = static_cast<char*>(std::realloc(parser.text, capacity));
-    if (!go_on(parser, grown != nullptr)) return;
+    if (!may_continue(parser, grown != nullptr)) return;
     parser.text = grown;
     parser.capacity = capacity;
   }
@@ -268,7 +268,7 @@ void load(Parser& parser, const char* document) {
   parser.context = xmlCreateMemoryParserCtxt(begin, static_cast<int>(bytes.size()));
   if (parser.context == nullptr) return;
   *parser.context->sax = callbacks();
-  // The parser goes on after an error, so that the callbacks can stop it; see go_on.
+  // The parser goes on after an error, so that the callbacks can stop it; see may_continue.
   (void)xmlCtxtUseOptions(parser.context, XML_PARSE_RECOVER | (encoding.is_utf8 ? XML_PARSE_IGNORE_ENC : 0));
   parser.context->_private = &parser;
 }

@@ -59,7 +59,7 @@ class XmlElement {
   [[nodiscard]] bool text_is(const char* word) const;
   /// The text as a number; see to_int32.
   [[nodiscard]] std::int32_t number() const;
-  /// Copies the text into `destination`, cut to fit.
+  /// Copies the text into `destination`, truncated to fit.
   template <std::size_t Size>
   void copy_text(FixedText<Size>& destination) const {
     destination.assign(text());

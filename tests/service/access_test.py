@@ -1,4 +1,4 @@
-"""Who is let in: credentials, stored passwords, stored levels."""
+"""Who may log in: credentials, stored passwords, stored levels."""
 import pytest
 
 from camera import UNAUTHORIZED, status

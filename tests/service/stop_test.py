@@ -95,7 +95,7 @@ def test_one_wait_for_a_lock_is_the_last(camera):
     users = 20 * "<User><userName>viewer</userName><password>sent</password></User>"
     body = f"<UserList>{users}</UserList>"
     listed = camera.begin("PUT", USERS, body, finished=False, first=-1)
-    camera.wait_until_blocked_in("read")  # so the client is let in before the lock
+    camera.wait_until_blocked_in("read")  # so the client has logged in before the lock
     daemon = sqlite3.connect(DATABASE, isolation_level=None)
     daemon.execute("begin exclusive")
     listed.send_rest()
