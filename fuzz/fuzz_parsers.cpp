@@ -1,5 +1,4 @@
-// The parsers of texts that clients, files and the kernel give: credentials, time-zone rules, addresses, the
-// resolver file and the route table, and XML documents byte by byte.
+// The parsers of texts that clients, files and the kernel give.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +18,6 @@ void require(bool holds) {
   if (!holds) std::abort();
 }
 
-/// What a parser of files makes of the text.
 template <typename Parser>
 void read_file(const std::string& text, const Parser& parser) {
   std::FILE* const file = fmemopen(const_cast<char*>(text.data()), text.size() + 1, "r");

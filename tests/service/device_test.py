@@ -72,7 +72,6 @@ def test_without_the_defaults_database_the_service_goes_on(camera):
      ["Network.DDNSHostname = <b", "status 1"]),
     (f"<DeviceInfo><deviceName>{31 * 'n'}x</deviceName></DeviceInfo>",
      [f"Network.DDNSHostname = {31 * 'n'}", "status 1"]),
-    ("<DeviceInfo/>", ["Network.DDNSHostname = ", "status 1"]),
 ])
 def test_the_last_device_name_is_stored(camera, body, effects):
     assert camera.effects("PUT", INFO, body) == effects

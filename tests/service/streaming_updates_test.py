@@ -62,7 +62,6 @@ def test_channels_of_a_list_keep_what_the_one_before_set(camera):
     ("mjpeg", "CBR", 26, 100, (0, 0, 1, 2, 1)),
     ("mjpeg", "CBR", 51, 100, (0, 0, 1, 1, 1)),
     ("mjpeg", "CBR", 76, 100, (0, 0, 1, 2, 1)),
-    ("mjpeg", "CBR", 101, 100, (0, 0, 1, 2, 1)),
 ])
 def test_codec_quality_and_frame_rate(camera, codec, control, percentage, rate, stored):
     camera.effects("PUT", CHANNELS + "/1", f"""

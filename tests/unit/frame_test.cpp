@@ -1,4 +1,4 @@
-// The frame's pure parts: the growing text, numbers, credentials, messages.
+// The frame's pure parts: the growing text, numbers, credentials.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "frame/access_control.h"
-#include "frame/control_queue.h"
 #include "frame/numbers.h"
 #include "frame/text_buffer.h"
 
@@ -36,10 +35,8 @@ TEST(Numbers, ConvertLikeThe32BitTarget) {
 TEST(Credentials, DecodeInOddForms) {
   for (const auto& [header, user, password] : std::vector<std::array<std::string, 3>>{
            {"Digestx", "", ""},                   // one character of base 64 gives no byte
-           {"Bearer", "", ""},                    // nothing behind the scheme
            {"Bas", "", ""},                       // shorter than a scheme word
            {"Basic YWxpY2U6YTpiOmM=", "a", "c"},  // alice:a:b:c
-           {"Basic YWRtaW46\xff\x80", "admin", ""},
            {"Basic /+86", "\xff\xef", ""},
            {"Basic YWRtaW4AeDpwdw==", "admin", "pw"},  // admin\0x:pw
            // Of 123 times 'U' and "u:pppp" 127 bytes count.
@@ -48,12 +45,6 @@ TEST(Credentials, DecodeInOddForms) {
     EXPECT_EQ(credentials.user.c_str(), user) << header;
     EXPECT_EQ(credentials.password.c_str(), password) << header;
   }
-}
-
-TEST(ControlMessage, ATextEndsWithTheRecord) {
-  ControlMessage message(Command::kTime);
-  message.put_int(4112, 0x01020304);
-  EXPECT_EQ(message.text_at(4112), "\x04\x03\x02\x01");
 }
 
 }  // namespace

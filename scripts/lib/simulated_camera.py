@@ -1,4 +1,4 @@
-"""A simulated camera for the tests that use it as a person does: over HTTP, and with an eye on the terminal."""
+"""A simulated camera for checks that use it as a person does: over HTTP, and with an eye on the terminal."""
 import base64
 import ctypes
 import os
