@@ -54,13 +54,6 @@ void check_addresses(const std::string& text) {
                        text.substr(second + 1).c_str());
 }
 
-std::size_t total_text(const psia::XmlElement& element) {
-  std::size_t length = std::string(element.text()).size();
-  for (const psia::XmlElement child : element)
-    length += total_text(child);
-  return length;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -80,8 +73,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   read_file(text, psia::parse_dns_servers);
   read_file(text, psia::parse_dns_search_domain);
   read_file(text, [](std::FILE* table) { return psia::find_gateway(table, "eth0"); });
-  // No text grows in parsing, but for those in an encoding of one byte per character.
-  if (const psia::XmlDocument document = psia::XmlDocument::parse(text.c_str()))
-    require(total_text(document.root()) <= 4 * text.size());
+  (void)psia::XmlDocument::parse(text.c_str());
   return 0;
 }

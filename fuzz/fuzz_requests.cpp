@@ -1,6 +1,6 @@
-// Whole requests through the access check and the route table, with bodies that a grammar of the resources builds
-// from the input, in a simulated camera whose daemons answer at once and leave odd settings. After each: as many
-// answers as the resource gives, each as long as its header says.
+// Whole requests through the access check and the route table, with bodies that a grammar of the resources
+// builds from the input, in a simulated camera whose daemons answer at once and leave odd settings. After
+// each: as many answers as the resource gives, each as long as its header says.
 #include <fcgi_stdio.h>
 #include <strings.h>
 #include <sys/mman.h>
@@ -143,7 +143,6 @@ class Choices {
   const std::uint8_t* end_;
 };
 
-/// Appends a text, or an element with elements or one text in it.
 void append(Choices& choices, std::string& body, const std::string& word) {
   const auto rule = kContents.find(word);
   body += rule == kContents.end() ? word : "<" + word + ">";
@@ -284,9 +283,10 @@ void request_once(Camera& camera, Choices& choices) {
                                                        .tail = ""},
                                                       body, result);
   if (!out) return;
-  // Accounts that must stay get no answer; of a list of accounts each failure is told and then the end.
+  // Some accounts get no answer; of a list of accounts each failure is told, and the end.
   const bool is_user = strncasecmp(uri.c_str(), "/PSIA/Security/AAA/users", 24) == 0;
-  if (count_answers(*out) != 1 && !is_user) fail("Not one answer", method + " " + uri + " " + body + "\n" + *out);
+  if (count_answers(*out) != 1 && !is_user)
+    fail("Not one answer", method + " " + uri + " " + body + "\n" + *out);
 }
 
 }  // namespace

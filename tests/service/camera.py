@@ -104,9 +104,9 @@ class Queue:
     def remove(self):
         libc.msgctl(self.number(), self.REMOVE, None)
 
-    def send(self, record, size=4112):
+    def send(self, record):
         """Whether there was room."""
-        return libc.msgsnd(self.number(), record, size, self.NOWAIT) == 0
+        return libc.msgsnd(self.number(), record, 4112, self.NOWAIT) == 0
 
     def fill(self):
         while self.send(b"\1".ljust(RECORD, b"\0")):

@@ -31,9 +31,7 @@ def test_the_live_state_is_shown(camera, ip, commands, resolver, mask, addresses
     assert camera.shown(INTERFACE, "ipAddress") == addresses  # interface, gateway, name servers
 
 
-def test_the_type_shown_is_the_stored_one_and_dynamic_without_one(camera):
-    camera.execute("update Network set ConnectionType=2")
-    assert camera.shown(ADDRESS, "addressingType") == ["static"]
+def test_without_a_row_the_type_shown_is_dynamic(camera):
     camera.execute("delete from Network")
     assert camera.shown(ADDRESS, "addressingType") == ["dynamic"]
 

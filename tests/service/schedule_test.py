@@ -68,8 +68,3 @@ def test_a_bit_string_replaces_the_range(camera, day, bits, week, start, end):
           <TimeRange><beginTime>03:00:00</beginTime><endTime>00:04:00</endTime></TimeRange>
         </TimeBlock></TimeBlockList></EventSchedule>
         """) == [f"Event.Week = {week}", f"Event.StartTime = {start}", f"Event.EndTime = {end}", "status 1"]
-
-
-def test_a_failing_statement_is_a_device_error(camera):
-    camera.execute("drop table Event")
-    assert camera.effects("PUT", URI, "<EventSchedule/>") == ["status 3"]

