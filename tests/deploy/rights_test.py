@@ -12,7 +12,9 @@ import subprocess
 import sys
 import time
 
-USER = 990
+sys.dont_write_bytecode = True
+from machine import USER, add_user, run
+
 ORVID = pathlib.Path("/usr/local/orvid")
 EXCHANGE = pathlib.Path("/usr/local/httpd/htdocs/Web/updownload")
 SECRET = pathlib.Path("/usr/local/secret")
@@ -30,14 +32,11 @@ def state(path):
 
 
 def prepare():
-    for name, line in (("passwd", f"psia:x:{USER}:{USER}::/:/bin/false\n"), ("group", f"psia:x:{USER}:\n")):
-        copy = pathlib.Path("/usr/local", name)
-        copy.write_text(pathlib.Path("/etc", name).read_text() + line)
-        subprocess.run(["mount", "--bind", copy, f"/etc/{name}"], check=True)
+    add_user()
     # A kernel that leaves hard links alone, and may be told otherwise; the machine's own setting stays as it is.
     setting = pathlib.Path("/usr/local/protected_hardlinks")
     setting.write_text("0\n")
-    subprocess.run(["mount", "--bind", setting, LINK_PROTECTION], check=True)
+    run("mount", "--bind", setting, LINK_PROTECTION)
     SECRET.write_text("root's")
     SECRET.chmod(0o600)
     SECRET_DIRECTORY.mkdir(mode=0o700)
@@ -57,7 +56,7 @@ def check_given():
 
 
 def check_refused():
-    """Each of these once gave the secret, or the directory, to the service's group."""
+    """Each of these once gave the secret to the service's group; a folder is put in another's place below."""
     for path in (EXCHANGE / "a", ORVID / "morvid.db-journal"):
         for make in (path.symlink_to, path.hardlink_to):
             make(SECRET)
@@ -69,15 +68,9 @@ def check_refused():
     other.chmod(0o600)
     assert rights().returncode == 1 and state(other)[0] == "0o100600"
     other.unlink()
-    conf = ORVID / "conf"
-    conf.rename(ORVID / "elsewhere")
-    conf.symlink_to(SECRET_DIRECTORY)
-    assert "conf is left as it is" in rights().stderr
-    conf.unlink()
-    (ORVID / "elsewhere").rename(conf)
     # What lost its other name cannot be told by counting, and a kernel without protection has had it linked.
-    subprocess.run(["umount", LINK_PROTECTION], check=True)
-    subprocess.run(["mount", "--bind", "/dev/null", LINK_PROTECTION], check=True)
+    run("umount", LINK_PROTECTION)
+    run("mount", "--bind", "/dev/null", LINK_PROTECTION)
     left_over = EXCHANGE / "left-over"
     left_over.touch(0o600)
     os.chown(left_over, 0, 0)
@@ -142,16 +135,12 @@ def check_kill():
 
 
 def main():
-    if pathlib.Path("/proc/self/uid_map").read_text().split() != ["0", "0", "4294967295"]:
-        print("skipped: users other than root cannot take another user's name")
-        return 77
     prepare()
     check_given()
     check_refused()
     check_kill()
     check_race()
-    return 0
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()

@@ -7,13 +7,16 @@ import mmap
 import os
 import pathlib
 import re
-import select
 import signal
 import socket
 import sqlite3
 import struct
 import subprocess
+import sys
 import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "scripts/lib"))
+from fastcgi import Connection
 
 DIRECTORY = pathlib.Path("/usr/local/orvid")
 DATABASE = DIRECTORY / "morvid.db"
@@ -23,8 +26,6 @@ FACTORY_DATA = pathlib.Path("/dev/mtdblock7")
 FACTORY_FILES = {path: path.read_bytes() for path in (DATABASE, DEFAULTS, RESOLVER, FACTORY_DATA)}
 SOCKET = str(DIRECTORY / "psia.sock")
 
-# Documents. Most declarations end in a line break, those of the Event resources do not.
-XML = '<?xml version="1.0" encoding="UTF-8" ?>'
 STATUSES = {1: "OK", 2: "Device Busy", 3: "Device Error", 4: "Invalid Operation", 5: "Invalid XML Format",
             6: "Invalid XML Content", 7: "Reboot Required"}
 UNAUTHORIZED = ("Status: 401 Unauthorized\r\n"
@@ -32,19 +33,9 @@ UNAUTHORIZED = ("Status: 401 Unauthorized\r\n"
                 "Content-Type: text/plain\r\n\r\nUnauthorized\r\n\r\n")
 
 
-def joined(text):
-    """A document that a test shows on several lines, without the line breaks and the indentation."""
-    return re.sub(r"\n\s*", "", text)
-
-
-def document(body, content_type='application/xml; charset="UTF-8"'):
-    """The bytes of the answer with this body."""
-    return f"Content-Length: {len(body.encode())}\r\nContent-Type: {content_type}\r\n\r\n{body}"
-
-
 def status(code, uri):
     """The bytes of a ResponseStatus answer to a request for `uri`."""
-    return document(f"""{XML}
+    body = f"""<?xml version="1.0" encoding="UTF-8" ?>
 <ResponseStatus version="1.0" xmlns="urn:psialliance-org">
 <requestURL>{uri}</requestURL>
 <statusCode>{code}</statusCode>
@@ -53,7 +44,9 @@ def status(code, uri):
 <statusString>{STATUSES.get(code)}</statusString>
 <id>1</id>
 </ResponseStatus>
-""")
+"""
+    return (f"Content-Length: {len(body.encode())}\r\n"
+            f'Content-Type: application/xml; charset="UTF-8"\r\n\r\n{body}')
 
 
 def elements(answer):
@@ -67,11 +60,6 @@ def offset_of(local_time):
     return 10 * round(ahead / 10)  # the answer may be a few seconds old
 
 
-def printed(body):
-    """The effect of a request whose document is printed, as those of the Event resources are."""
-    return "printed " + document(XML + joined(body), "application/xml")
-
-
 # Control messages: for each command its name and its fields: name, offset, bytes of a text (0: a number).
 MESSAGES = {1: ("picture", [("source", 12, 0)]), 2: ("encoder", [("master", 16, 0)]), 3: ("audio", []),
             6: ("time", [("mode", 12, 0), ("server", 16, 128), ("interval", 144, 0), ("year", 148, 0),
@@ -80,7 +68,7 @@ MESSAGES = {1: ("picture", [("source", 12, 0)]), 2: ("encoder", [("master", 16, 
             7: ("time zone", [("zone", 12, 256)]), 8: ("reboot", []), 10: ("factory reset", []),
             11: ("export", []), 31: ("addressing", []), 33: ("name servers", [("servers", 12, 256)]),
             37: ("RTSP port", [])}
-# Numbers of system calls on this machine; an emulator may use another one of two that do the same.
+# An emulator may use another one of two system calls that do the same.
 SYSTEM_CALLS = {"x86_64": {"read": [0], "poll": [7, 271], "msgsnd": [69], "clock_nanosleep": [230],
                            "accept": [43, 288]},
                 "aarch64": {"read": [63], "poll": [73], "msgsnd": [189], "clock_nanosleep": [115],
@@ -96,12 +84,12 @@ class Queue:
     def __init__(self, key):
         self.key = key
 
-    def number(self):
-        return libc.msgget(self.key, 0)
+    def number(self, flags=0):
+        return libc.msgget(self.key, flags)
 
     def create(self):
         self.remove()
-        assert libc.msgget(self.key, self.CREATE | 0o666) >= 0
+        assert self.number(self.CREATE | 0o666) >= 0
 
     def receive(self):
         """The next message, or None."""
@@ -116,9 +104,9 @@ class Queue:
     def remove(self):
         libc.msgctl(self.number(), self.REMOVE, None)
 
-    def send(self, record, size=4112):
+    def send(self, record):
         """Whether there was room."""
-        return libc.msgsnd(self.number(), record, size, self.NOWAIT) == 0
+        return libc.msgsnd(self.number(), record, 4112, self.NOWAIT) == 0
 
     def fill(self):
         while self.send(b"\1".ljust(RECORD, b"\0")):
@@ -159,61 +147,6 @@ def reply(message, result, payload=b""):
 
 
 REQUESTS, REPLIES = Queue(1111), Queue(2222)
-
-
-class Connection:
-    """A FastCGI client, as a web server is one."""
-
-    def __init__(self, variables, body, **options):
-        self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.settimeout(30)
-        self.socket.connect(SOCKET)
-        self.rest = b""
-        self.send(variables, body, **options)
-
-    @staticmethod
-    def stream(kind, content, end=True):
-        pieces = [content[i:i + 65535] for i in range(0, len(content), 65535)] + [b""] * end
-        return b"".join(struct.pack(">BBHHBx", 1, kind, 1, len(piece), 0) + piece for piece in pieces)
-
-    def send(self, variables, body, finished=True, keep=False, first=None):
-        """`first`: so many bytes are sent now; `send_rest` sends the others."""
-        def length(text):
-            return bytes([len(text)]) if len(text) < 128 else struct.pack(">I", len(text) | 1 << 31)
-        pairs = [(name.encode(), value.encode()) for name, value in variables.items()]
-        parameters = b"".join(length(name) + length(value) + name + value for name, value in pairs)
-        begin = struct.pack(">BBHHBx", 1, 1, 1, 8, 0) + struct.pack(">HB5x", 1, keep)
-        request = begin + self.stream(4, parameters) + self.stream(5, body, finished)
-        self.rest = b"" if first is None else request[first:]
-        self.send_bytes(request[:first])
-
-    def send_rest(self):
-        self.send_bytes(self.rest)
-
-    def send_more(self, body):
-        self.send_bytes(self.stream(5, body, end=False))
-
-    def send_bytes(self, data):
-        try:
-            self.socket.sendall(data)
-        except BrokenPipeError:
-            pass  # the service need not read all of a request that it refuses
-
-    def answers_within(self, seconds):
-        return bool(select.select([self.socket], [], [], seconds)[0])
-
-    def receive(self):
-        """What was sent on the output stream, and on the error stream."""
-        out, errors = b"", b""
-        with self.socket.makefile("rb") as records:
-            while header := records.read(8):
-                kind, length, padding = struct.unpack(">xB2xHBx", header)
-                content = records.read(length + padding)[:length]
-                out += content if kind == 6 else b""
-                errors += content if kind == 7 else b""
-                if kind == 3:
-                    return out.decode(), errors.decode()
-        raise AssertionError(f"The connection was closed without an end of the request, after {out!r}")
 
 
 def eventually(condition, what):
@@ -292,21 +225,17 @@ class Camera:
         """What a file of the service in /proc says."""
         return pathlib.Path(f"/proc/{self.process.pid}/{file}").read_text()
 
-    def wait_until_blocked_in(self, *system_calls):
-        numbers = [str(number) for name in system_calls for number in SYSTEM_CALLS[os.uname().machine][name]]
-        eventually(lambda: self.state("syscall").split()[0] in numbers, f"a wait in {system_calls}")
-
-    def wait_until_idle(self):
-        """Until it waits for a request, or for the queues at its start."""
-        self.wait_until_blocked_in("accept", "clock_nanosleep")
+    def wait_until_blocked_in(self, system_call):
+        numbers = [str(number) for number in SYSTEM_CALLS[os.uname().machine][system_call]]
+        eventually(lambda: self.state("syscall").split()[0] in numbers, f"a wait in {system_call}")
 
     def open_descriptors(self):
-        self.wait_until_idle()
+        self.wait_until_blocked_in("accept")
         return len(os.listdir(f"/proc/{self.process.pid}/fd"))
 
     def memory(self, file, name):
         """Bytes, by a line of a file in /proc: memory("status", "VmRSS")."""
-        self.wait_until_idle()
+        self.wait_until_blocked_in("accept")
         return int(re.search(rf"^{name}:\s+(\d+)", self.state(file), re.M)[1]) * 1024
 
     def standard_output(self):
@@ -367,8 +296,7 @@ class Camera:
     # Requests.
 
     def begin(self, method, uri, body="", user="admin:admin", variables=None, **options):
-        """Sends a request. `variables` add to or replace those of a web server; None takes one away. The
-        options are those of Connection.send."""
+        """Sends a request. `variables` add to or replace those of a web server; None takes one away."""
         content = body if isinstance(body, bytes) else body.encode()
         given = {"REQUEST_METHOD": method, "REQUEST_URI": uri}
         if user:
@@ -377,8 +305,8 @@ class Camera:
             given["CONTENT_LENGTH"] = str(len(content))
         given |= variables or {}
         Camera.last_request = f"{method} {uri}\n{content[:2000].decode(errors='replace')}"
-        return Connection({name: value for name, value in given.items() if value is not None},
-                          content, **options)
+        given = {name: value for name, value in given.items() if value is not None}
+        return Connection(SOCKET, given, content, **options)
 
     def call(self, *request, **options):
         """The answer to a request during which no daemon works."""

@@ -59,20 +59,11 @@ def test_a_new_identifier_is_stored_in_both_databases_and_closes_the_first(camer
     assert camera.stop_service() == 0
 
 
-def test_without_the_defaults_database_the_service_goes_on(camera):
-    DEFAULTS.unlink()
-    DEFAULTS.mkdir()
-    camera.execute("delete from System")  # there is no row to keep an identifier in
-    assert information(camera)["deviceID"] != information(camera)["deviceID"]
-    DEFAULTS.rmdir()
-
-
 @pytest.mark.parametrize("body, effects", [
     ("<deviceinfo><deviceName>a</deviceName><DEVICENAME>&lt;b</DEVICENAME></deviceinfo>",
      ["Network.DDNSHostname = <b", "status 1"]),
     (f"<DeviceInfo><deviceName>{31 * 'n'}x</deviceName></DeviceInfo>",
      [f"Network.DDNSHostname = {31 * 'n'}", "status 1"]),
-    ("<DeviceInfo/>", ["Network.DDNSHostname = ", "status 1"]),
 ])
 def test_the_last_device_name_is_stored(camera, body, effects):
     assert camera.effects("PUT", INFO, body) == effects

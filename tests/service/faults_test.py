@@ -27,7 +27,6 @@ def restore_rows(camera):
 @pytest.mark.parametrize("method, uri, body", [
     ("GET", "/PSIA/System/deviceInfo", ""),
     ("PUT", USERS, "<UserList><User><userName>guest</userName><password>sent</password></User></UserList>"),
-    ("PUT", "/PSIA/System/time/timeZone", "CET-1"),
     ("PUT", "/PSIA/System/Network/interfaces/eth0/ipAddress", """
         <IPAddress>
           <ipVersion>v4</ipVersion>

@@ -53,7 +53,6 @@ def test_a_document_costs_at_most_6_mb_and_gives_it_back(camera, code, document)
     ("", 6000, "<?a?>"),
     ("", 2000, "<?a?><a b='' xmlns='c'/>"),
     ("<!DOCTYPE DeviceInfo SYSTEM 'x'>", 6000, "&a;"),
-    ("<?xml version='1.0' encoding='us-ascii'?>", 1048576 - 41 - 25, " "),
     ("<?xml version='1.0' encoding='ASCII'?>", 1048576 - 38 - 25, " "),
     ("<?xml version='1.0' encoding='iso-8859-1'?>", 524288 - 43 - 25, " "),
     ("<?xml version='1.0' encoding='SHIFT_JIS'?>", 32768 - 42 - 25, " "),
@@ -81,7 +80,6 @@ def test_the_length_of_a_body(camera, length, effects):
     (NAME.ljust(1048576), STORED),
     (NAME.ljust(1048577), ["status 3"]),
     (NAME + "\0behind", STORED),
-    ("\0" + NAME, ["status 3"]),
     ("<a>" * 100000, ["status 3"]),  # and no words of the parser
 ])
 def test_a_body_of_up_to_1_mib_is_read_to_its_first_zero_byte(camera, body, effects):

@@ -14,7 +14,6 @@ SETTINGS = "".join(f"setting {number}\0\n" for number in range(300))
 
 
 @pytest.mark.parametrize("query, effects", [
-    ("?MODE=basic", ["message 10 factory reset", "status 2"]),
     # A second value is written over the first one: FULL, then BULL.
     ("?Mode=xULL=F", ["message 10 factory reset", "status 2"]),
     ("?MODE=FULL=B", ["status 3"]),
@@ -23,7 +22,6 @@ SETTINGS = "".join(f"setting {number}\0\n" for number in range(300))
     ("?MODE=FULL" + 245 * "=" + "X", ["status 3"]),
     ("?MODES=FULL", ["status 3"]),
     ("?", ["status 5"]),
-    ("", ["status 5"]),
 ])
 def test_a_factory_reset_needs_its_mode(camera, query, effects):
     assert camera.effects("PUT", "/PSIA/System/factoryReset" + query, replies=[1]) == effects

@@ -29,7 +29,6 @@ TEST(XmlDocument, IsTheSameWithEveryVersionOfLibxml2) {
            {mark + latin, "\xC3\xA9"},
            {ascii, "e"},
            {ascii + "<!--\xE9-->", "refused"},
-           {"<?xml version='1.0' encoding='UTF-8' standalone='yes'?><a>b</a>", "b"},
            {"<?xml version='1.0' encoding='UTF-8'standalone='yes'?><a/>", "refused"},
            {"<b:a>c</b:a>", "c"},
            {"<b:a/>behind the root", "refused"},

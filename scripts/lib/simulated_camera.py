@@ -1,4 +1,4 @@
-"""A simulated camera for the tests that use it as a person does: over HTTP, and with an eye on the terminal."""
+"""A simulated camera for checks that use it as a person does: over HTTP, and with an eye on the terminal."""
 import base64
 import ctypes
 import os
@@ -39,9 +39,9 @@ class Camera:
         self.port = port or free_port()
         self.log_path = directory + "/terminal"
         with open(self.log_path, "wb") as terminal:
-            self.process = subprocess.Popen(
-                [os.path.abspath(simulator), "--port", str(self.port), "--page", page, "--boot", str(boot),
-                 "--run-directory", directory + "/run", "--", service], stdout=terminal, preexec_fn=end_with_test)
+            command = [os.path.abspath(simulator), "--port", str(self.port), "--page", page]
+            command += ["--boot", str(boot), "--run-directory", directory + "/run", "--", service]
+            self.process = subprocess.Popen(command, stdout=terminal, preexec_fn=end_with_test)
         eventually(lambda: "service started" in self.log(), "the camera's start")
 
     def log(self):
@@ -68,6 +68,7 @@ class Camera:
         return self.ask("GET", "/PSIA" + path)[1].decode()
 
     def put(self, path, body="", method="PUT"):
-        answer = self.ask(method, "/PSIA" + path, body if isinstance(body, bytes) else body.encode())[1].decode()
+        content = body if isinstance(body, bytes) else body.encode()
+        answer = self.ask(method, "/PSIA" + path, content)[1].decode()
         if "<statusCode>1<" not in answer:
             sys.exit(f"{method} {path} is refused: {answer}\n{self.log()}")

@@ -1,0 +1,66 @@
+"""A FastCGI client, as a web server is one."""
+
+import select
+import socket
+import struct
+
+BEGIN, END, PARAMETERS, INPUT, OUTPUT, ERRORS = 1, 3, 4, 5, 6, 7
+
+
+def stream(kind, content, end=True):
+    """The records of a stream; an empty one ends it."""
+    pieces = [content[i : i + 65535] for i in range(0, len(content), 65535)] + [b""] * end
+    return b"".join(struct.pack(">BBHHBx", 1, kind, 1, len(piece), 0) + piece for piece in pieces)
+
+
+def parameter(name, value):
+    def length(text):
+        return bytes([len(text)]) if len(text) < 128 else struct.pack(">I", len(text) | 1 << 31)
+
+    name, value = name.encode(), value.encode()
+    return length(name) + length(value) + name + value
+
+
+class Connection:
+    """One connection to the socket at a path, on which a request is sent at once."""
+
+    def __init__(self, path, variables, body, **options):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(30)
+        self.socket.connect(path)
+        self.rest = b""
+        self.send(variables, body, **options)
+
+    def send(self, variables, body, finished=True, keep=False, first=None):
+        """Sends a request. `finished`: the end of the body, too. `keep`: the service is to leave the connection
+        open. `first`: only so many bytes are sent; `send_rest` sends the others."""
+        parameters = b"".join(parameter(name, value) for name, value in variables.items())
+        request = stream(BEGIN, struct.pack(">HB5x", 1, keep), end=False)
+        request += stream(PARAMETERS, parameters) + stream(INPUT, body, finished)
+        self.rest = b"" if first is None else request[first:]
+        self.send_bytes(request[:first])
+
+    def send_rest(self):
+        self.send_bytes(self.rest)
+
+    def send_bytes(self, data):
+        try:
+            self.socket.sendall(data)
+        except BrokenPipeError:
+            pass  # the service need not read all of a request that it refuses
+
+    def answers_within(self, seconds):
+        return bool(select.select([self.socket], [], [], seconds)[0])
+
+    def receive(self):
+        """What was sent on the output stream, and on the error stream."""
+        out, errors = b"", b""
+        with self.socket.makefile("rb") as records:
+            while header := records.read(8):
+                kind, length, padding = struct.unpack(">xB2xHBx", header)
+                content = records.read(length + padding)[:length]
+                out += content if kind == OUTPUT else b""
+                errors += content if kind == ERRORS else b""
+                if kind == END:
+                    return out.decode(), errors.decode()
+        raise AssertionError(f"The connection was closed without an end of the request, after {out!r}")
