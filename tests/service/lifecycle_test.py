@@ -1,6 +1,7 @@
 """From start to stop: what the service waits for, how long, and how it is told to end."""
 import os
 import signal
+import socket
 
 import pytest
 
@@ -85,6 +86,13 @@ def test_a_client_that_goes_away_disturbs_nobody(camera):
     camera.begin("GET", "/PSIA/indexr").socket.close()
     assert camera.effects("GET", "/PSIA/x") == ["status 4"]
     assert camera.rows("select Enable from Audio") == [(1,)]
+
+
+def test_a_request_is_not_judged_by_a_part_of_its_parameters(camera):
+    unfinished = camera.begin("GET", "/PSIA/x", first=63)  # method and URI, but no credentials
+    unfinished.socket.shutdown(socket.SHUT_WR)
+    assert unfinished.socket.recv(1) == b""
+    assert camera.effects("GET", "/PSIA/x") == ["status 4"]
 
 
 @pytest.mark.memory

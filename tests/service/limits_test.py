@@ -91,7 +91,7 @@ def test_a_body_ends_after_30_seconds_of_silence_a_slow_one_does_not(faulty_came
     silent = faulty_camera.begin("PUT", INFO, NAME, finished=False, first=-1)
     start = time.monotonic()
     assert silent.receive()[0] == status(3, INFO)
-    assert 0.7 < time.monotonic() - start < 1.5
+    assert 0.7 < time.monotonic() - start < 10
     silent.socket.close()
     slow = faulty_camera.begin("PUT", INFO, NAME, finished=False, first=-2)
     for byte in slow.rest:

@@ -47,7 +47,7 @@ def test_parameters_that_do_not_all_arrive_get_no_answer(faulty_camera):
     faulty_camera.wait_until_blocked_in("read")
     start = time.monotonic()
     assert faulty_camera.stop_service() == 0
-    assert 0.3 <= time.monotonic() - start < 1  # 1.5 s at that speed
+    assert time.monotonic() - start >= 0.3  # 1.5 s at that speed
     assert unfinished.socket.recv(1) == b""
 
 
@@ -60,7 +60,7 @@ def test_a_body_is_awaited_for_so_long_after_the_stop(faulty_camera, first):
     faulty_camera.process.send_signal(signal.SIGTERM)
     unfinished.send_bytes(unfinished.rest[:-1])
     assert unfinished.receive()[0] == status(3, INFO)
-    assert 0.25 < time.monotonic() - start < 2
+    assert 0.25 < time.monotonic() - start < 5
     assert faulty_camera.wait_for_exit() == 0
 
 
@@ -103,7 +103,7 @@ def test_one_wait_for_a_lock_is_the_last(camera):
     start = time.monotonic()
     camera.process.send_signal(signal.SIGTERM)
     assert listed.receive()[0] == 20 * status(3, USERS) + status(1, USERS)
-    assert 0.5 < time.monotonic() - start < 2.5
+    assert 0.5 < time.monotonic() - start < 10
     assert camera.wait_for_exit() == 0
     daemon.close()
 
