@@ -159,7 +159,7 @@ def eventually(condition, what):
 
 
 class FaultPlan(ctypes.Structure):
-    """What the fault library in the service is told, and tells; tests/support/fault_plan.h says more."""
+    """What the fault library in the service is told, and tells."""
     _fields_ = [(name, ctypes.c_int) for name in ("kind", "skip", "fail", "speed", "slept")]
     MEMORY, WRITE, SYNC, LOCK, STOP = range(1, 6)
 

@@ -74,6 +74,14 @@ def test_the_reply_to_the_last_message_is_the_answer(camera, kind, replies, effe
         </IPAddress>""", replies) == effects
 
 
+def test_failures_of_the_kernel_are_printed(camera, ip):
+    ip("link set eth0 down", "link set eth0 name eth9")
+    interface, device = (camera.effects("GET", uri)[0] for uri in (INTERFACE, "/PSIA/System/deviceInfo"))
+    ip("link set eth9 name eth0", "link set eth0 up")
+    assert interface == "printed Unable to read subnet mask!\n"
+    assert device == "printed Unable to read MAC address!\n"
+
+
 @pytest.mark.parametrize("uri, body, code", [
     (ADDRESS, "<NetworkInterface/>", 5),
     (INTERFACE, "<IPAddress/>", 5),

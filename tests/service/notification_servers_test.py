@@ -71,3 +71,9 @@ def test_a_deletion_is_of_the_servers_named_in_the_url(camera, uri, effects):
         insert into FTPServer values (2, 'FTP-1', '', 1, '', '', '');
         insert into FTPServer values (3, 'FTP-3', '', 1, '', '', '')""")
     assert camera.effects("DELETE", FTP + uri) == effects
+
+
+def test_a_fourth_mail_server_is_refused(camera):
+    camera.execute("insert into SMTPServer (Alias) values ('Mail-2'), ('Mail-3')")
+    assert camera.effects(
+        "POST", "/PSIA/Custom/Event/notification/mailing", "<MailingNotificationList/>") == ["status 3"]

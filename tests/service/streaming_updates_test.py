@@ -66,6 +66,7 @@ def test_channels_of_a_list_keep_what_the_one_before_set(camera):
 def test_codec_quality_and_frame_rate(camera, codec, control, percentage, rate, stored):
     camera.effects("PUT", CHANNELS + "/1", f"""
         <StreamingChannel><Video>
+          <videoQualityControlType>CBR</videoQualityControlType>
           <videoCodecType>{codec}</videoCodecType>
           <videoQualityControlType>{control}</videoQualityControlType>
           <fixedQuality>{percentage}</fixedQuality>
@@ -122,6 +123,7 @@ def test_a_body_that_is_no_update_puts_the_default_port_back(camera, uri, body):
 ])
 def test_a_failing_statement_ends_the_request(camera, table, element):
     camera.execute(f"create trigger refuse before update on {table} begin select raise(abort, 'no'); end")
-    assert camera.effects("PUT", CHANNELS + "/1", f"""
-        <StreamingChannel>{element}<Transport><rtspPortNo>7</rtspPortNo></Transport></StreamingChannel>
-        """) == ["status 3"]
+    assert camera.effects("PUT", CHANNELS, f"""
+        <StreamingChannelList>
+          <StreamingChannel>{element}<Transport><rtspPortNo>7</rtspPortNo></Transport></StreamingChannel>
+        </StreamingChannelList>""") == ["status 3"]

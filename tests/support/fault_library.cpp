@@ -8,15 +8,30 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <ctime>
 #include <string_view>
 
-#include "tests/support/fault_plan.h"
-
 namespace {
+
+// What a test and this library tell each other, in a file that both map; see FaultPlan in camera.py.
+
+constexpr const char* kFaultPlanFile = "/usr/local/orvid/faults";
+
+/// Allocations, SQLite's writes, flushes and locks; kStop: a SIGTERM just before an accept or a send that
+/// blocks.
+enum FaultKind : int { kNoFault, kMemory, kWrite, kSync, kLock, kStop };
+
+struct FaultPlan {
+  std::atomic<int> kind;
+  std::atomic<int> skip;   ///< so many operations go well before
+  std::atomic<int> fail;   ///< so many that fail then; counts down
+  std::atomic<int> speed;  ///< clocks and waits run so many times faster; 0 as 1
+  std::atomic<int> slept;  ///< milliseconds of all sleeps, as they were asked for
+};
 
 FaultPlan* plan = nullptr;
 
