@@ -17,6 +17,7 @@ def test_links_to_the_rows_0_are_shown(camera):
         update SMTPServer set SMTPServerID=0;
         update Event set RelayID=0, FTPServerID=0, SMTPServerID=0""")
     assert camera.shown(SENSOR, "id") == ["Sensor-0", "Sensor-0", "FTP-1", "Mail-1"]
+    assert camera.shown(SENSOR, "notificationInterval") == ["5000"]
 
 
 @pytest.mark.parametrize("links, end", [

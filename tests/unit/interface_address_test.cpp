@@ -67,7 +67,7 @@ TEST(LinkLocal, IsDerivedFromTheHardwareAddress) {
   EXPECT_STREQ(link_local_text("aB:cD:eF:0:1:fF").data(), "fe80:0000:0000:0000:a9cd:efff:fe00:01ff");
 }
 
-// The addresses in the table are written as the numbers that the kernel uses.
+// The kernel prints numbers.
 TEST(RouteTable, GivesTheFirstGatewayOfTheInterface) {
   const auto gateway_in = [](const std::string& table) { return find_gateway(file_of(table).get(), "eth0"); };
   EXPECT_EQ(gateway_in("eth0\t0001A8C0\t00000000\t0001\neth0\t00000000\tFE01A8C0\t0003\n"), 0xFE01A8C0);
