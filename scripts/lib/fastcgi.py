@@ -54,6 +54,10 @@ class Connection:
 
     def receive(self):
         """What was sent on the output stream, and on the error stream."""
+        out, errors = self.receive_bytes()
+        return out.decode(), errors.decode()
+
+    def receive_bytes(self):
         out, errors = b"", b""
         with self.socket.makefile("rb") as records:
             while header := records.read(8):
@@ -62,5 +66,5 @@ class Connection:
                 out += content if kind == OUTPUT else b""
                 errors += content if kind == ERRORS else b""
                 if kind == END:
-                    return out.decode(), errors.decode()
+                    return out, errors
         raise AssertionError(f"The connection was closed without an end of the request, after {out!r}")

@@ -2,8 +2,8 @@
 // that read, write or accept go on after one (SA_RESTART). What a tick does depends on what the service is
 // doing:
 //
-// - It waits for a connection: the tick puts another file in place of the listening socket, so accept(2)
-// fails.
+// - It waits for a connection: the tick puts another file in place of the listening socket, so that
+//   accept(2) fails.
 // - It receives parameters: kTimeoutAfterStopMilliseconds after the stop the tick ends the reading of the
 //   connection.
 // - It receives a body: the tick does the same after a silence of kTimeoutAfterStopMilliseconds.
