@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -150,16 +151,19 @@ class ReadyFile {
   explicit ReadyFile(std::string path) : path_(std::move(path)) {
     if (path_.empty()) return;
     unlink(path_.c_str());
-    removal_.emplace(path_);
+    draft_ = path_ + ".XXXXXX";
+    const camera::Descriptor file(mkostemp(draft_.data(), O_CLOEXEC));
+    if (file.number < 0) return;
+    fchmod(file.number, 0644);
+    removal_.emplace(camera::removal_of_file({path_, draft_}, file.number));
   }
   // Returns an empty text or the fault. The file appears with its whole content.
   [[nodiscard]] std::string write(const std::string& text) const {
     if (path_.empty()) return "";
-    const std::string draft = path_ + ".new";
-    std::ofstream file(draft);
+    std::ofstream file(draft_, std::ios::in | std::ios::out);
     file << text;
     file.close();
-    if (file.fail() || rename(draft.c_str(), path_.c_str()) != 0) {
+    if (file.fail() || rename(draft_.c_str(), path_.c_str()) != 0) {
       return camera::system_error("Cannot write " + path_);
     }
     return "";
@@ -167,6 +171,7 @@ class ReadyFile {
 
  private:
   std::string path_;
+  std::string draft_;
   std::optional<camera::RemovedAtEnd> removal_;
 };
 
@@ -293,6 +298,9 @@ int main(int argc, char** argv) {
     return fail(camera::system_error("Cannot run " + options.service) + ". Build the service first.");
   }
   options.service = std::filesystem::absolute(options.service).string();
+  if (std::error_code fault; std::filesystem::is_directory(options.ready_file, fault)) {
+    return fail("--ready-file needs a file; " + options.ready_file + " is a directory.");
+  }
   if (options.shell) {
     for (const camera::Run& run : camera::find_runs(options.run_directory)) {
       if (!options.port || run.port == *options.port) {

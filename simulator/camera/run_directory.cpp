@@ -14,7 +14,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kOwner = "/owner";  // locked as long as its run lives; holds process and port
+constexpr const char* kOwner = "/owner";           // locked as long as its run lives; holds process and port
+constexpr const char* kMark = "camera-simulator";  // its first word
+
+/// Locks the owner file of a directory that an ended run has left. Without a descriptor when the directory is
+/// in use, or was not made by a run: somebody else's directory has no such file.
+Descriptor lock_left_directory(const std::string& directory) {
+  const std::string path = directory + kOwner;
+  std::string mark;
+  std::ifstream(path) >> mark;
+  Descriptor owner(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+  if (mark != kMark || (owner.number >= 0 && flock(owner.number, LOCK_EX | LOCK_NB) != 0)) owner.reset();
+  return owner;
+}
 
 }  // namespace
 
@@ -31,9 +43,9 @@ RunDirectory::RunDirectory(const std::string& base, int port) {
   const Descriptor turn(open((base + "/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   flock(turn.number, LOCK_EX);
   for (const fs::directory_entry& entry : fs::directory_iterator(base, fault)) {
-    if (!entry.is_directory(fault)) continue;
-    const Descriptor unused = lock_file(entry.path().string() + kOwner);
-    if (unused.number >= 0) fs::remove_all(entry.path(), fault);
+    if (entry.symlink_status(fault).type() != fs::file_type::directory) continue;
+    const Descriptor left = lock_left_directory(entry.path().string());
+    if (left.number >= 0) fs::remove_all(entry.path(), fault);
   }
   std::string path = base + "/XXXXXX";
   if (mkdtemp(path.data()) == nullptr) {
@@ -41,9 +53,9 @@ RunDirectory::RunDirectory(const std::string& base, int port) {
     return;
   }
   path_ = path;
-  removal_.emplace(path_);  // before the lock, which its process would hold too
+  removal_.emplace(removal_of_directory(path_));  // before the lock, which its process would hold too
   lock_ = lock_file(path_ + kOwner);
-  std::ofstream(path_ + kOwner) << getpid() << " " << port << "\n";
+  std::ofstream(path_ + kOwner) << kMark << " " << getpid() << " " << port << "\n";
 }
 
 std::vector<Run> find_runs(const std::string& base) {
@@ -53,7 +65,8 @@ std::vector<Run> find_runs(const std::string& base) {
     const Descriptor owner(open((entry.path().string() + kOwner).c_str(), O_RDWR | O_CLOEXEC));
     if (owner.number < 0 || flock(owner.number, LOCK_SH | LOCK_NB) == 0) continue;
     Run run;
-    std::ifstream(entry.path().string() + kOwner) >> run.process >> run.port;
+    std::string mark;
+    std::ifstream(entry.path().string() + kOwner) >> mark >> run.process >> run.port;
     if (run.process > 0) runs.push_back(run);
   }
   return runs;

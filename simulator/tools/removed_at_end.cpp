@@ -1,6 +1,7 @@
 #include "simulator/tools/removed_at_end.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,14 +10,36 @@
 #include <csignal>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 namespace camera {
 
-RemovedAtEnd::RemovedAtEnd(const std::string& path) {
+std::function<void()> removal_of_directory(const std::string& path) {
   std::error_code fault;
-  const std::filesystem::path absolute = std::filesystem::absolute(path, fault);
+  return [absolute = std::filesystem::absolute(path, fault)] {
+    std::error_code ignored;
+    if (!absolute.empty()) std::filesystem::remove_all(absolute, ignored);
+  };
+}
+
+std::function<void()> removal_of_file(std::vector<std::string> paths, int descriptor) {
+  std::error_code fault;
+  for (std::string& path : paths)
+    path = std::filesystem::absolute(path, fault).string();
+  struct stat own {};
+  fstat(descriptor, &own);
+  return [paths = std::move(paths), own] {
+    for (const std::string& path : paths) {
+      struct stat found {};
+      if (lstat(path.c_str(), &found) != 0) continue;
+      if (found.st_dev == own.st_dev && found.st_ino == own.st_ino) unlink(path.c_str());
+    }
+  };
+}
+
+RemovedAtEnd::RemovedAtEnd(const std::function<void()>& remove) {
   std::array<int, 2> ends{};
-  if (fault || pipe2(ends.data(), O_CLOEXEC) != 0) return;
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return;
   const Descriptor waiting(ends[0]);
   held_ = Descriptor(ends[1]);
   process_ = fork();
@@ -31,7 +54,7 @@ RemovedAtEnd::RemovedAtEnd(const std::string& path) {
   char nothing = 0;
   while (read(STDIN_FILENO, &nothing, 1) < 0 && errno == EINTR) {
   }
-  std::filesystem::remove_all(absolute, fault);
+  remove();
   _exit(0);
 }
 

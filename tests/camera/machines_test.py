@@ -46,6 +46,28 @@ for address in "127.0.0.1/8", "192.0.2.1/24", "2001:db8::1/64":
     run("ip", "address", "replace", address, "dev", "lo")
 run("ip", "link", "set", "lo", "up")
 
+
+
+def check_that_named_directories_stay(scratch):
+    """Of what a person names only the run's own files are removed."""
+    kept = [f"{scratch}/{name}/kept" for name in ("ready", "run/mine", "run/owned")]
+    for path in kept:
+        os.makedirs(os.path.dirname(path))
+        open(path, "w", encoding="ascii").close()
+    with open(f"{scratch}/run/owned/owner", "w", encoding="ascii") as owner:
+        owner.write("somebody else\n")
+    refused = subprocess.run([simulator, "--ready-file", scratch + "/ready", "--", service], capture_output=True,
+                             text=True, timeout=10)
+    assert refused.returncode == 1 and "is a directory" in refused.stderr, refused
+    ended = subprocess.run([simulator, "--port", "0", "--ready-file", scratch + "/none/ready", "--page", page,
+                            "--run-directory", scratch + "/run", "--", service], capture_output=True, timeout=20)
+    assert ended.returncode == 1, ended
+    for path in kept:
+        assert os.path.exists(path), f"{path} was removed"
+
+
+with tempfile.TemporaryDirectory() as scratch:
+    check_that_named_directories_stay(scratch)
 with tempfile.TemporaryDirectory() as scratch, open(scratch + "/terminal", "wb") as output:
     cameras = subprocess.Popen([simulator, "--listen", "::", "--allow-host", "gate", "--cameras", "3", "--port", "20000",
                                 "--ready-file", scratch + "/ready", "--run-directory", scratch + "/run",
