@@ -1,33 +1,20 @@
 # Packages: the target `packages` builds their contents and makes a .deb and a tarball of each component.
 
-# The processor that the compiler works for, by Debian's name where it has one.
-separate_arguments(flags UNIX_COMMAND "${CMAKE_CXX_COMPILER_ARG1} ${CMAKE_CXX_FLAGS}")
-if(CMAKE_CXX_COMPILER_TARGET)
-  list(APPEND flags --target=${CMAKE_CXX_COMPILER_TARGET})
+# The toolchain files of cmake/toolchain/ say DEBIAN_ARCHITECTURE. Under one that does not, only tarballs are made.
+if(NOT DEFINED DEBIAN_ARCHITECTURE AND NOT CMAKE_CROSSCOMPILING)
+  execute_process(COMMAND dpkg --print-architecture
+    OUTPUT_VARIABLE DEBIAN_ARCHITECTURE OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 endif()
-execute_process(COMMAND ${CMAKE_CXX_COMPILER} ${flags} -dumpmachine
-  OUTPUT_VARIABLE machine OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
-string(REGEX REPLACE "-.*" "" architecture "${machine}")
-foreach(pair x86_64=amd64 i[3-6]86=i386 aarch64=arm64 arm.*eabihf=armhf arm.*eabi=armel powerpc64le=ppc64el
-    mips64el=mips64el mipsel=mipsel riscv64=riscv64 loongarch64=loong64)
-  string(REPLACE "=" ";" pair ${pair})
-  list(GET pair 0 pattern)
-  if(machine MATCHES "^${pattern}")
-    list(GET pair 1 architecture)
-    break()
-  endif()
-endforeach()
-if(NOT architecture)
-  set(architecture ${CMAKE_SYSTEM_PROCESSOR})
-endif()
-if(architecture STREQUAL amd64 AND CMAKE_SIZEOF_VOID_P EQUAL 4)
-  set(architecture i386)  # -m32
+set(CPACK_GENERATOR TGZ)
+set(CPACK_SYSTEM_NAME ${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR})
+if(DEBIAN_ARCHITECTURE)
+  set(CPACK_GENERATOR DEB TGZ)
+  set(CPACK_SYSTEM_NAME ${CMAKE_SYSTEM_NAME}-${DEBIAN_ARCHITECTURE})
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${DEBIAN_ARCHITECTURE})
 endif()
 
-set(CPACK_GENERATOR DEB TGZ)
 set(CPACK_PACKAGE_NAME psia)
 set(CPACK_PACKAGE_CONTACT "The PSIA management service project <psia@camera.example.com>")
-set(CPACK_SYSTEM_NAME ${CMAKE_SYSTEM_NAME}-${architecture})
 set(CPACK_STRIP_FILES ON)
 # Paths in the packages are those on the device, whatever the build's prefix is.
 set(CPACK_SET_DESTDIR ON)
@@ -52,9 +39,10 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-if(CMAKE_CROSSCOMPILING)
-  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${architecture})
-else()
+if(DEBIAN_ARCHITECTURE AND NOT CMAKE_CROSSCOMPILING)
+  # cpack asks these two which packages have the libraries. Without the second it would make a .deb that names none.
+  find_program(FILE_PROGRAM file)
+  find_program(SHLIBDEPS_PROGRAM dpkg-shlibdeps)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
 
@@ -101,6 +89,20 @@ if(CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_DAEMONS_PACKAGE_DEPENDS "libc6, libsqlite3-0")
 endif()
 
+if(CPACK_DEBIAN_PACKAGE_SHLIBDEPS AND NOT (FILE_PROGRAM AND SHLIBDEPS_PROGRAM))
+  # cpack reads this file before it does anything.
+  file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/programs_missing.cmake CONTENT [[
+message(FATAL_ERROR "The packages need the programs file and dpkg-shlibdeps. Install them, and configure again:
+  apt-get install file dpkg-dev
+  cmake @CMAKE_BINARY_DIR@")
+]] @ONLY)
+  set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_BINARY_DIR}/programs_missing.cmake)
+endif()
 include(CPack)
-add_custom_target(packages COMMAND ${CMAKE_CPACK_COMMAND} COMMENT "Packing" USES_TERMINAL
-  DEPENDS psia psia-rights $<$<BOOL:${PSIA_DAEMONS}>:camera-daemons>)
+add_custom_target(packages COMMAND ${CMAKE_CPACK_COMMAND} COMMENT "Packing" USES_TERMINAL)
+if(NOT CPACK_PROJECT_CONFIG_FILE)
+  add_dependencies(packages psia psia-rights)
+  if(PSIA_DAEMONS)
+    add_dependencies(packages camera-daemons)
+  endif()
+endif()

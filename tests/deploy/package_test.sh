@@ -3,42 +3,68 @@
 set -euo pipefail
 documents=$(cd "$(dirname "$0")/../../docs" && pwd)
 
+# wanted TEXT COMMAND...: fails with the text and the command's output unless the command succeeds.
+wanted() {
+  local said
+  said=$("${@:2}" 2>&1) || {
+    printf 'Wanted: %s\nBut %s failed:\n%s\n' "$1" "${*:2}" "$said" >&2
+    exit 1
+  }
+}
+# same TEXT EXPECTED ACTUAL
+same() {
+  [ "$2" = "$3" ] || {
+    printf 'Wanted: %s\nExpected: %s\nGot:      %s\n' "$@" >&2
+    exit 1
+  }
+}
+
 cd "$1"
 rm -rf package-test
 mkdir -p package-test/deb package-test/tgz package-test/own
 # With a umask that would lock /usr, if the packages had its modes.
-(umask 077 && cpack -B package-test) >package-test/log 2>&1 || { cat package-test/log >&2; exit 1; }
+(umask 077 && wanted "cpack makes the packages" cpack -B package-test)
 cd package-test
 architecture=$(dpkg --print-architecture)
-dpkg-deb --extract "psia_1.0_$architecture.deb" deb
-tar -C own -xf "psia-1.0-Linux-$architecture.tar.gz"
+wanted "the service's .deb can be unpacked" dpkg-deb --extract "psia_1.0_$architecture.deb" deb
+wanted "the service's tarball can be unpacked" tar -C own -xf "psia-1.0-Linux-$architecture.tar.gz"
 
-# Places that the documents name, and a program that was not left out.
 for file in libexec/psia/psia.fcgi libexec/psia/psia-rights share/psia/lighttpd.conf share/psia/nginx.conf \
   share/psia/psia.init lib/systemd/system/psia.socket lib/systemd/system/psia.service; do
-  wc -c "deb/usr/$file"
+  wanted "/usr/$file, which the documents name, is in the package and not empty" test -s "deb/usr/$file"
 done
-# The files, which name the program's place, and their modes are the same in both.
-diff -r deb own
-diff <(cd deb && find . -mindepth 2 -printf '%P %m\n' | sort) <(cd own && find . -mindepth 2 -printf '%P %m\n' | sort)
-grep -q '^ExecStart=/usr/libexec/psia/psia.fcgi$' own/usr/lib/systemd/system/psia.service
-[ -z "$(find own -mindepth 1 -type d ! -perm 755)" ]
+wanted "the .deb and the tarball hold the same files" diff -r deb own
+modes() { (cd "$1" && find . -mindepth 2 -printf '%P %m\n' | sort); }
+same "files have the same modes in the .deb and in the tarball" "$(modes deb)" "$(modes own)"
+same "every directory has mode 755" "" "$(find own -mindepth 1 -type d ! -perm 755)"
+wanted "the unit names the program's place" \
+  grep '^ExecStart=/usr/libexec/psia/psia.fcgi$' own/usr/lib/systemd/system/psia.service
 
-# A tarball that an ordinary user packed, unpacked by the documented command, with BusyBox, too: all is root's.
+# A tarball that an ordinary user packed, unpacked by the documented command, with BusyBox, too.
 tar -C own --owner=12345 --group=12345 -czf psia-own.tar.gz usr
 command=$(sed -n 's|^ *\(tar .*\) psia-\*\.tar\.gz .*|\1|p' "$documents/installation.md" | head -n 1)
 for tar in tar "busybox tar"; do
   rm -rf tgz/usr
-  ${command/#tar -C \//$tar -C tgz/} psia-own.tar.gz
-  [ -z "$(find tgz -mindepth 1 ! -user "$(id -un)")" ] && cmp tgz/usr/libexec/psia/psia.fcgi deb/usr/libexec/psia/psia.fcgi
+  # shellcheck disable=SC2086  # a command and its options
+  wanted "the documented command unpacks the tarball with $tar" ${command/#tar -C \//$tar -C tgz/} psia-own.tar.gz
+  same "unpacked with $tar, everything belongs to the user who unpacks" "" "$(find tgz -mindepth 1 ! -user "$(id -un)")"
+  wanted "the tarball's program is the .deb's" cmp tgz/usr/libexec/psia/psia.fcgi deb/usr/libexec/psia/psia.fcgi
 done
 
-# The libraries that the program needs are named as packages, and no other.
-dpkg-deb --field psia_1.0_*.deb Depends | grep 'libsqlite3-0.*libxml2' | grep -qv 'libstdc++'
-dpkg-deb --contents psia-doc_1.0_all.deb | grep ./usr/share/doc/psia/docs/installation.md >/dev/null
-dpkg-deb --contents "psia-camera-daemons_1.0_$architecture.deb" | grep ./usr/sbin/camera-daemons >/dev/null
+depends=$(dpkg-deb --field "psia_1.0_$architecture.deb" Depends)
+for library in libc6 libfcgi libsqlite3-0 libxml2 libuuid1; do
+  wanted "psia depends on $library: $depends" grep -q "$library" <<<"$depends"
+done
+same "psia needs no C++ library" "" "$(grep -o "libstdc++[^,]*" <<<"$depends")"
+holds() {
+  wanted "$1 holds $2" grep -qx ".* \.$2" <<<"$(dpkg-deb --contents "$1")"
+}
+holds psia-doc_1.0_all.deb /usr/share/doc/psia/docs/installation.md
+holds "psia-camera-daemons_1.0_$architecture.deb" /usr/sbin/camera-daemons
 
 program=deb/usr/libexec/psia/psia.fcgi
-$program --version | grep -qx 'psia.fcgi [0-9.]*'
-# On a terminal it says how it is to be started instead of waiting for ever.
-timeout 10 script --quiet --command "$program" /dev/null | grep FastCGI >/dev/null
+wanted "the packed program tells its version" grep -x 'psia.fcgi [0-9.]*' <<<"$($program --version)"
+# Without input of its own, script(1) would stop as soon as it changes the mode of the terminal: timeout(1) has taken it
+# out of the terminal's foreground.
+said=$(timeout 10 script --quiet --command "$program" /dev/null </dev/null) || true
+wanted "on a terminal the program says how it is started instead of waiting" grep FastCGI <<<"$said"

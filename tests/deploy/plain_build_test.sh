@@ -15,9 +15,13 @@ grep -q Wpadded build.log
 if grep -qE '_FORTIFY_SOURCE=2|-flto' build/compile_commands.json; then exit 1; fi
 
 # What is left of the flags is the project's own.
-cmake -S "$1" -B unflagged -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >>configure.log
+cmake -S "$1" -B unflagged -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DSHLIBDEPS_PROGRAM= >>configure.log
 grep -q _FORTIFY_SOURCE=2 unflagged/compile_commands.json
 if grep -q -- -Werror unflagged/compile_commands.json; then exit 1; fi
+# Without dpkg-shlibdeps there is no package that names no library, but a message, before anything is built.
+if cmake --build unflagged --target packages >packages.log 2>&1; then exit 1; fi
+grep -q 'apt-get install file dpkg-dev' packages.log
+[ -z "$(find unflagged -name '*.deb' -o -name 'psia*' -type f)" ]
 
 DESTDIR=$PWD/root cmake --install build --prefix /opt/camera >install.log
 diff - <(cd root && find . -type f | sort) <<'END'
