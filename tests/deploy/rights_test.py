@@ -13,7 +13,7 @@ import sys
 import time
 
 sys.dont_write_bytecode = True
-from machine import USER, add_user, run
+from machine import USER, add_user, empty, run
 
 ORVID = pathlib.Path("/usr/local/orvid")
 EXCHANGE = pathlib.Path("/usr/local/httpd/htdocs/Web/updownload")
@@ -33,6 +33,7 @@ def state(path):
 
 def prepare():
     add_user()
+    empty("/run")  # psia-rights makes /run/psia, which a service of this machine may have
     # A kernel that leaves hard links alone, and may be told otherwise; the machine's own setting stays as it is.
     setting = pathlib.Path("/usr/local/protected_hardlinks")
     setting.write_text("0\n")
