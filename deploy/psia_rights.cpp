@@ -33,6 +33,8 @@ constexpr const char* kUsage =
     "  --socket     let GROUP create the socket in /run/psia, for a web server that starts the service itself\n";
 
 constexpr const char* kSettings = "/usr/local/orvid/morvid.db";
+constexpr std::string_view kUpload =
+    "psia_config.dat";  // made anew by each upload, in the exchange directory
 constexpr const char* kLinkProtection = "/proc/sys/fs/protected_hardlinks";
 
 struct Options {
@@ -123,63 +125,84 @@ void give_directory(Rights& rights, const Descriptor& directory, const char* pat
   }
 }
 
-/// Whether the file begins as its kind does; an empty one may become it.
+/// Whether the file begins as its kind does. A journal of which nothing was written yet is empty.
 bool begins_as(int file, Kind kind) {
   constexpr std::string_view database("SQLite format 3\0", 16);
   constexpr std::string_view journal("\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", 8);
   constexpr std::string_view done_journal("\0\0\0\0\0\0\0\0", 8);
   std::array<char, 16> buffer{};
   const ssize_t size = pread(file, buffer.data(), buffer.size(), 0);
-  if (size <= 0) return size == 0;
+  if (size < 0) return false;
   const std::string_view start(buffer.data(), static_cast<std::size_t>(size));
   if (kind == Kind::kDatabase) return start == database;
-  return start.starts_with(journal) || start.starts_with(done_journal);
+  return start.empty() || start.starts_with(journal) || start.starts_with(done_journal);
 }
 
-/// Lets the group read and write a file, and nobody else. `before` is the directory as it was before this
-/// run: where others than root could write to it, the file may be any.
-void give_file(Rights& rights, const Descriptor& directory, const struct stat& before, const char* name,
-               Kind kind) {
-  const Descriptor file(
+/// Opens a file that may be given to the group, or names it and returns a closed descriptor. `before` is the
+/// directory as it was before this run: where others than root could write to it, the file may be any.
+Descriptor open_given_file(Rights& rights, const Descriptor& directory, const struct stat& before,
+                           const char* name, Kind kind) {
+  Descriptor file(
       openat(directory.number(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat found {};
   struct stat named {};
-  if (!file.is_open() || fstat(file.number(), &found) != 0) return rights.refuse_unless_missing(name);
+  const auto refuse = [&](const char* why) {
+    rights.refuse(name, why);
+    return Descriptor(-1);
+  };
+  if (!file.is_open() || fstat(file.number(), &found) != 0) {
+    rights.refuse_unless_missing(name);
+    return Descriptor(-1);
+  }
   if (!S_ISREG(found.st_mode) && !(kind == Kind::kDevice && S_ISBLK(found.st_mode))) {
-    if (kind != Kind::kExchanged) rights.refuse(name, "it is no file");
-    return;
+    return kind == Kind::kExchanged ? Descriptor(-1) : refuse("it is no file");
   }
   // Names are counted before it is looked whether one of them is still here: a name that was moved away
   // between opening and counting does not come back, for new ones to files of others are not to be had.
-  if (found.st_nlink != 1) return rights.refuse(name, "it has more than one name");
+  if (found.st_nlink != 1) return refuse("it has more than one name");
   if (fstatat(directory.number(), name, &named, AT_SYMLINK_NOFOLLOW) != 0 || named.st_dev != found.st_dev ||
       named.st_ino != found.st_ino) {
-    return rights.refuse(name, "it was replaced meanwhile");
+    return refuse("it was replaced meanwhile");
   }
   // Without that protection only what was made in the directory, and so has its group, can be told from a
   // link.
   if (!rights.links_protected && !only_root_writes(before) && found.st_gid != before.st_gid) {
-    return rights.refuse(name,
-                         "its group is not its directory's, and this kernel does not protect hard links");
+    return refuse("its group is not its directory's, and this kernel does not protect hard links");
+  }
+  // The group may have moved a private file of root's here. What root made for the group is usable as it is.
+  if (kind == Kind::kExchanged && found.st_uid == 0 && !only_root_writes(before)) {
+    const mode_t needed = std::string_view(name) == kUpload ? S_IRGRP | S_IWGRP : S_IRGRP;
+    const bool usable = found.st_gid == rights.group && (found.st_mode & needed) == needed;
+    return usable ? Descriptor(-1) : refuse("it is root's, and others can write to its directory");
   }
   // Another file of the same directory could have been given this name.
   if ((kind == Kind::kDatabase || kind == Kind::kJournal) && !begins_as(file.number(), kind)) {
-    return rights.refuse(name, "it is no SQLite file");
+    return refuse("it is no SQLite file");
   }
-  if (!change(file.number(), kSameOwner, rights.group, S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP)) {
+  return file;
+}
+
+/// Lets the group read and write a file that open_given_file returned, and nobody else.
+void give_file(Rights& rights, const Descriptor& file, const char* name) {
+  if (file.is_open() &&
+      !change(file.number(), kSameOwner, rights.group, S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP)) {
     rights.refuse(name, std::strerror(errno));
   }
 }
 
+/// Gives a directory only if its database was recognised: the group may have moved a private directory of
+/// root's to the place of one of its own.
 void give_settings(Rights& rights, const char* path, const char* database, const char* journal) {
   const Descriptor directory = open_directory(path);
   struct stat before {};
   if (!directory.is_open() || fstat(directory.number(), &before) != 0) {
     return rights.refuse_unless_missing(path);
   }
+  const Descriptor recognised = open_given_file(rights, directory, before, database, Kind::kDatabase);
+  if (!recognised.is_open()) return rights.refuse(path, "it has no settings database");
   give_directory(rights, directory, path, S_IRWXO);
-  give_file(rights, directory, before, database, Kind::kDatabase);
-  give_file(rights, directory, before, journal, Kind::kJournal);
+  give_file(rights, recognised, database);
+  give_file(rights, open_given_file(rights, directory, before, journal, Kind::kJournal), journal);
 }
 
 /// Exports of the daemons, to be read; uploads of clients, to be written, also when another user's service
@@ -195,7 +218,9 @@ void give_exchange_directory(Rights& rights) {
   DIR* entries = fdopendir(dup(directory.number()));
   if (entries == nullptr) return rights.refuse(path, std::strerror(errno));
   while (const dirent* entry = readdir(entries)) {
-    if (entry->d_name[0] != '.') give_file(rights, directory, before, entry->d_name, Kind::kExchanged);
+    const char* name = entry->d_name;
+    if (name[0] == '.') continue;
+    give_file(rights, open_given_file(rights, directory, before, name, Kind::kExchanged), name);
   }
   closedir(entries);
 }
@@ -206,7 +231,7 @@ void give_factory_data(Rights& rights) {
   struct stat before {};
   if (!directory.is_open() || fstat(directory.number(), &before) != 0)
     return rights.refuse("/dev", "no directory");
-  give_file(rights, directory, before, "mtdblock7", Kind::kDevice);
+  give_file(rights, open_given_file(rights, directory, before, "mtdblock7", Kind::kDevice), "mtdblock7");
 }
 
 /// Makes the socket's directory. Only a web server that starts the service creates the socket itself.

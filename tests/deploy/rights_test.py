@@ -7,13 +7,14 @@ Usage, inside the camera: rights_test.py PSIA-RIGHTS
 
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import sys
 import time
 
 sys.dont_write_bytecode = True
-from machine import USER, add_user, run
+from machine import USER, add_user, empty, run
 
 ORVID = pathlib.Path("/usr/local/orvid")
 EXCHANGE = pathlib.Path("/usr/local/httpd/htdocs/Web/updownload")
@@ -33,6 +34,7 @@ def state(path):
 
 def prepare():
     add_user()
+    empty("/run")  # psia-rights makes /run/psia, which a service of this machine may have
     # A kernel that leaves hard links alone, and may be told otherwise; the machine's own setting stays as it is.
     setting = pathlib.Path("/usr/local/protected_hardlinks")
     setting.write_text("0\n")
@@ -40,6 +42,8 @@ def prepare():
     SECRET.write_text("root's")
     SECRET.chmod(0o600)
     SECRET_DIRECTORY.mkdir(mode=0o700)
+    # A settings folder by what is in it, so that only links lead there.
+    shutil.copy(ORVID / "conf/default.db", SECRET_DIRECTORY)
 
 
 def check_given():
@@ -53,6 +57,24 @@ def check_given():
     # Root's start script binds, chowns and chmods the socket in there.
     assert state(pathlib.Path("/run/psia")) == ("0o40711", 0, 0)
     assert rights("--socket").returncode == 0 and state(pathlib.Path("/run/psia")) == ("0o40771", 0, USER)
+
+
+def check_moved():
+    """The service's user moves root's private files to places where files are given away."""
+    key, conf, private = ORVID / "key", ORVID / "conf", ORVID / "private"
+    key.touch(0o600)
+    private.mkdir(0o700)
+    (EXCHANGE / "export").touch(0o640)
+    before = state(key), state(private)
+    moves = (key, EXCHANGE / "key"), (conf, ORVID / "away"), (private, conf)
+    for source, target in moves:
+        subprocess.run(["mv", "-T", source, target], check=True, user=USER, group=USER, extra_groups=[])
+    said = rights().stderr
+    assert (state(EXCHANGE / "key"), state(conf)) == before
+    assert "key is left" in said and "conf is left" in said and "export" not in said, said
+    for source, target in reversed(moves):
+        target.rename(source)
+    assert rights().returncode == 0
 
 
 def check_refused():
@@ -73,8 +95,8 @@ def check_refused():
     run("mount", "--bind", "/dev/null", LINK_PROTECTION)
     left_over = EXCHANGE / "left-over"
     left_over.touch(0o600)
-    os.chown(left_over, 0, 0)
-    assert "left-over is left as it is" in rights().stderr and state(left_over) == ("0o100600", 0, 0)
+    os.chown(left_over, USER + 1, USER + 1)
+    assert "left-over is left as it is" in rights().stderr and state(left_over)[0] == "0o100600"
     left_over.unlink()
     check_secrets()
 
@@ -137,6 +159,7 @@ def check_kill():
 def main():
     prepare()
     check_given()
+    check_moved()
     check_refused()
     check_kill()
     check_race()
