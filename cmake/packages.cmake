@@ -65,7 +65,8 @@ endmacro()
 package(service psia "management service of a network camera"
   "The FastCGI program behind every URL under /PSIA on a network camera's own web
 server, with ready set-ups for nginx under systemd, lighttpd, and BusyBox.")
-set(CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS "tzdata, passwd")
+# A third of the zones that the service names are in tzdata-legacy since Debian 13; base-files has the release's number.
+set(CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS "tzdata, tzdata-legacy | base-files (<< 13~), passwd")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_RECOMMENDS "nginx | lighttpd")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_SUGGESTS "psia-doc, spawn-fcgi")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_CONTROL_EXTRA

@@ -28,7 +28,7 @@ constexpr const char* kUsage =
     "Usage: psia-rights [--wait] [--kill USER] [--socket] GROUP\n"
     "Gives GROUP what the PSIA management service needs. Run it as root before every start of the service.\n"
     "\n"
-    "  --wait       first wait until the settings database is there and not empty\n"
+    "  --wait       first wait until the settings database is there and an SQLite file\n"
     "  --kill USER  first end every process of USER, whose the service is\n"
     "  --socket     let GROUP create the socket in /run/psia, for a web server that starts the service itself\n";
 
@@ -212,7 +212,10 @@ void give_exchange_directory(Rights& rights) {
   const Descriptor directory = open_directory(path);
   struct stat before {};
   if (!directory.is_open() || fstat(directory.number(), &before) != 0) {
-    return rights.refuse_unless_missing(path);
+    if (errno != ENOENT) return rights.refuse_unless_missing(path);
+    // Under systemd the service can write only to what was there when it started.
+    std::fprintf(stderr, "psia-rights: %s does not exist: restart the service when it does\n", path);
+    return;
   }
   give_directory(rights, directory, path, 0);
   DIR* entries = fdopendir(dup(directory.number()));
@@ -279,11 +282,30 @@ bool end_processes_of(uid_t user) {
   return false;
 }
 
-void wait_for_database() {
+/// Why the service cannot start yet, or null when the settings database is there. The file may be a link
+/// here. A descriptor of its place alone opens no device that somebody put there.
+const char* missing_database() {
+  const Descriptor place(open(kSettings, O_PATH | O_CLOEXEC));
   struct stat found {};
-  for (bool told = false; stat(kSettings, &found) != 0 || found.st_size == 0; told = true) {
-    if (!told)
-      std::fprintf(stderr, "psia-rights: waiting for %s, which the camera's daemons make\n", kSettings);
+  if (!place.is_open() || fstat(place.number(), &found) != 0) {
+    return errno == ENOENT ? "it does not exist" : "it cannot be opened";
+  }
+  if (!S_ISREG(found.st_mode)) return "it is no file";
+  if (found.st_size == 0) return "it is empty";
+  std::array<char, 32> path{};
+  std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", place.number());
+  const Descriptor file(open(path.data(), O_RDONLY | O_CLOEXEC));
+  return begins_as(file.number(), Kind::kDatabase) ? nullptr : "it is no SQLite file";
+}
+
+void wait_for_database() {
+  const char* told = nullptr;
+  while (const char* reason = missing_database()) {
+    if (reason != told) {
+      std::fprintf(stderr, "psia-rights: waiting for %s, which the camera's daemons make: %s\n", kSettings,
+                   reason);
+    }
+    told = reason;
     usleep(200'000);
   }
 }

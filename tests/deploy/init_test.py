@@ -90,9 +90,10 @@ def check_early_start(log):
     status, said = script("start")
     assert status == 0 and "waits for" in said and "waits for" in script("status")[1], said
     wait_for("the log says so", lambda: log.has("waiting for"))
-    DATABASE.touch()
-    time.sleep(0.5)
-    assert not pids(SERVICE), "an empty file is none"
+    for content, reason in (("", "it is empty"), ("A text, and longer than a header.", "it is no SQLite file")):
+        DATABASE.write_text(content)
+        wait_for("the log says what is wrong with the file", lambda: log.has(reason))
+        assert not pids(SERVICE) and "waits for" in script("status")[1]
     away.rename(DATABASE)
     wait_for("the service starts", lambda: pids(SERVICE))
     assert script("stop")[0] == 0
