@@ -3,6 +3,8 @@
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+# Ctrl-C ends the script at once, also when the program that it waits for ends as if it had failed.
+trap 'exit 130' INT
 export NO_COLOR=1
 # For lighttpd and ip, whose directories are often missing in an ordinary user's PATH.
 export PATH="$PATH:/usr/sbin:/sbin"
@@ -22,53 +24,24 @@ fuzz_packages=(clang libclang-rt-dev)
 # and what scripts/bench measures with.
 bench_packages=(python3 valgrind strace wrk)
 
-# Prints what the script is doing now. After `plan` the steps are counted and timed, and each says how long the rest takes.
+# Prints what the script is doing now. After `plan` it counts the steps and tells about how long each and the rest take.
 planned=()
-durations=
 step_number=0
 step() {
-  local left=0 i text
-  end_step
+  local left=0 seconds
   if [ ${#planned[@]} -eq 0 ]; then
     printf '== %s\n' "$*"
     return
   fi
-  text="== [$((step_number + 1))/${#planned[@]}] $*"
-  for ((i = step_number; i < ${#planned[@]}; i++)); do
-    left=$((left + ${planned[i]%% *}))
-  done
+  for seconds in "${planned[@]:step_number}"; do left=$((left + seconds)); done
   step_number=$((step_number + 1))
-  step_started=$SECONDS
-  printf '%s: %s, all that is left %s\n' "$text" "$(about "${planned[step_number - 1]%% *}")" "$(about "$left")"
+  printf '== [%d/%d] %s: about %d s, all that is left %d s\n' \
+    "$step_number" ${#planned[@]} "$*" "${planned[step_number - 1]}" "$left"
 }
 
-# Call it after the last step, too.
-end_step() {
-  local seconds
-  if [ "$step_number" -eq 0 ]; then return; fi
-  seconds=$((SECONDS - step_started))
-  printf '   %d s\n' "$seconds"
-  planned[step_number - 1]="$seconds ${planned[step_number - 1]#* }"
-  if [ "$step_number" -eq ${#planned[@]} ]; then
-    mkdir -p "$(dirname "$durations")"
-    printf '%s\n' "${planned[@]}" >"$durations"
-  fi
-}
-
-about() {
-  if [ "$1" -lt 100 ]; then printf 'about %d s' "$1"; else printf 'about %d min' $((($1 + 30) / 60)); fi
-}
-
-# plan NAME 'SECONDS STEP'...: the steps of the mode NAME. A step is taken to last as long as the last time, which
-# build/durations/NAME keeps; the first time as long as on two quiet cores, which is what SECONDS says.
+# plan SECONDS...: how long each of the following steps takes on two quiet cores, the first time.
 plan() {
-  local i last
-  durations=build/durations/$1
-  planned=("${@:2}")
-  for i in "${!planned[@]}"; do
-    last=$(sed -n "s|^\([0-9]*\) ${planned[i]#* }\$|\1|p" "$durations" 2>/dev/null || true)
-    planned[i]="${last:-${planned[i]%% *}} ${planned[i]#* }"
-  done
+  planned=("$@")
 }
 
 fail() {
@@ -95,7 +68,35 @@ Remove the build directory, it is made anew: sudo rm -rf '$PWD/build'    (as roo
 Remove it, it is made anew: rm -rf '$PWD/build'"
   fi
 }
-check_build_directory
+
+# Runs a command that changes build/. ninja and apt-get expect to be alone: a second script waits for the first one.
+alone() {
+  mkdir -p build
+  (
+    flock --nonblock 9 || {
+      echo "Another script is building in $PWD/build. This one waits until it has finished."
+      flock 9
+    }
+    "$@" 9>&-
+  ) 9>build/lock
+}
+
+# build PRESET [TARGET...]
+build() {
+  alone configure_and_build "$@"
+}
+configure_and_build() {
+  local preset=$1 targets=()
+  if [ $# -gt 1 ]; then targets=(--target "${@:2}"); fi
+  cmake --preset "$preset" -Wno-dev --log-level=WARNING
+  cmake --build --preset "$preset" "${targets[@]}"
+}
+
+# prepare PACKAGE...: what each script does before anything else.
+prepare() {
+  check_build_directory
+  alone install_packages "$@"
+}
 
 # Ends the script when the simulated camera's private namespaces cannot be made.
 check_namespaces() {

@@ -24,6 +24,7 @@ class Browser:
             alone.append("--map-root-user")
         self.driver = subprocess.Popen(
             alone + ["chromedriver", "--port=" + self.base.rsplit(":", 1)[1]], preexec_fn=end_with_test,
+            env=os.environ | {"HOME": directory, "TMPDIR": directory},  # where the browser leaves files behind
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         # The pipe needs no name localhost.
         flags = ["headless", "no-sandbox", "remote-debugging-pipe", "disable-gpu", "disable-quic", "no-first-run",
