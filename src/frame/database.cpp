@@ -170,9 +170,10 @@ Rows Database::query(const char* format, ...) {
   char* statement = build_statement(format, arguments);
   va_end(arguments);
   Rows rows;
-  if (connection_ != nullptr && statement != nullptr) {
+  if (connection_ != nullptr && statement != nullptr && transaction_ != TransactionState::kFailed) {
     const int result =
         sqlite3_get_table(connection_, statement, &rows.table_, &rows.count_, &rows.columns_, nullptr);
+    take_result(result);
     rows.outcome_ = Rows::outcome_of(result);
     if (rows.succeeded()) waited_in_vain_ = false;
   }
@@ -192,13 +193,22 @@ bool Database::execute(const char* format, ...) {
 
 bool Database::begin_expected_transaction() {
   if (transaction_ == TransactionState::kNone) return true;
+  if (transaction_ == TransactionState::kFailed) return false;
   // Some failures, a full medium for instance, make SQLite roll the whole transaction back.
   if (transaction_ == TransactionState::kOpen) return sqlite3_get_autocommit(connection_) == 0;
   // Locked from the start: a transaction that only reads at first could later not get the lock, and would
   // keep the daemons from theirs.
-  if (run(connection_, "begin immediate") != SQLITE_OK) return false;
+  const int result = run(connection_, "begin immediate");
+  take_result(result);
+  if (result != SQLITE_OK) return false;
   transaction_ = TransactionState::kOpen;
   return true;
+}
+
+void Database::take_result(int result) {
+  if (result == SQLITE_BUSY && transaction_ == TransactionState::kExpected) {
+    transaction_ = TransactionState::kFailed;
+  }
 }
 
 Transaction::Transaction(Database& database) : database_(database) {

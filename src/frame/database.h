@@ -100,7 +100,7 @@ class Database {
 
  private:
   friend class Transaction;
-  enum class TransactionState { kNone, kExpected, kOpen };
+  enum class TransactionState { kNone, kExpected, kOpen, kFailed };
   /// What stat(2) tells of a file; no file has an inode of 0.
   struct FileState {
     dev_t device = 0;
@@ -110,6 +110,8 @@ class Database {
   };
   [[nodiscard]] FileState file_state() const;
   [[nodiscard]] bool begin_expected_transaction();
+  /// Fails the rest of a list whose statement, with this SQLite result, waited for a lock in vain.
+  void take_result(int result);
 
   const char* path_ = nullptr;
   FileState file_;                 // of the open file, when it was last looked at
@@ -120,10 +122,10 @@ class Database {
 };
 
 /// Makes one transaction of all that Database::execute runs while this lives, because each transaction waits
-/// for the medium several times. It begins with the first statement that gets the lock. A statement that
-/// fails is left out, the others are stored. When the transaction itself fails, nothing is stored, and the
-/// statements after the failure fail, too. Must not live while a control message is sent: the daemons need
-/// the database.
+/// for the medium several times. A statement that fails is left out, the others are stored. When the
+/// transaction itself fails, nothing is stored, and the statements after the failure fail, too. So do all
+/// statements after one that waited for a lock in vain before the transaction began: a list must not wait
+/// once an item. Must not live while a control message is sent: the daemons need the database.
 class Transaction {
  public:
   explicit Transaction(Database& database);

@@ -47,6 +47,12 @@ ADD_SERVERS = ("POST", FTP, """
     <FTPNotificationList><FTPNotification><id>A</id></FTPNotification></FTPNotificationList>""")
 
 
+CHANGE_TRIGGERS = ("PUT", "/PSIA/Custom/Event/triggers", """
+    <EventTriggerList>
+      <EventTrigger><id>Sensor-0</id><intervalBetweenEvents>7</intervalBetweenEvents></EventTrigger>
+      <EventTrigger><id>Sensor-0</id><intervalBetweenEvents>8</intervalBetweenEvents></EventTrigger>
+    </EventTriggerList>""")
+
 
 def test_an_item_whose_statement_fails_is_left_out(camera):
     assert camera.effects(*CHANGE_USERS) == ["User[operator].Password = p", "User[guest].Password = p",
@@ -62,6 +68,17 @@ def test_a_commit_that_fails_stores_nothing(faulty_camera, method, uri, body, an
     faulty_camera.plan.let_fail(FaultPlan.SYNC)
     assert faulty_camera.effects(method, uri, body) == [answer]
     assert faulty_camera.effects("DELETE", USERS + "/guest") == DELETED  # a transaction of its own
+
+
+@pytest.mark.parametrize("method, uri, body, answer", [
+    (*CHANGE_USERS, 3 * status(3, USERS) + status(1, USERS)),
+    (*CHANGE_TRIGGERS, "status 1"),  # whose first statement reads
+])
+def test_a_list_waits_for_a_lock_only_once(faulty_camera, method, uri, body, answer):
+    faulty_camera.plan.speed = 100
+    faulty_camera.plan.let_fail(FaultPlan.LOCK, skip=2, fail=1000)  # the access check gets its two locks
+    assert faulty_camera.effects(method, uri, body) == [answer]
+    assert faulty_camera.plan.slept == 1050
 
 
 def test_nothing_is_stored_after_sqlite_gave_the_transaction_up(faulty_camera):
