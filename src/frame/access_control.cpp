@@ -104,10 +104,10 @@ Credentials decode_credentials(const char* authorization) {
 int check_access(Database& database, const char* authorization) {
   if (authorization == nullptr) return refuse(-1);
   const Credentials credentials = decode_credentials(authorization);
-  database.follow_moved_file();
+  if (!database.follow_file()) return refuse(-3);
   const Rows user = find_user(database, credentials);
   if (!user.unreadable()) return level_of(user, credentials);
-  database.open_again();
+  (void)database.open_again();
   return level_of(find_user(database, credentials), credentials);
 }
 

@@ -1,6 +1,7 @@
 #include "frame/database.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <cstdarg>
 #include <cstring>
@@ -47,10 +48,14 @@ char* build_statement(const char* format, va_list arguments) {
   return quoted ? nullptr : sqlite3_vmprintf(format, arguments);
 }
 
-bool run(sqlite3* connection, const char* statement) {
-  return connection != nullptr && statement != nullptr &&
-         sqlite3_exec(connection, statement, nullptr, nullptr, nullptr) == SQLITE_OK;
+/// The SQLite result code.
+int run(sqlite3* connection, const char* statement) {
+  if (connection == nullptr || statement == nullptr) return SQLITE_MISUSE;
+  return sqlite3_exec(connection, statement, nullptr, nullptr, nullptr);
 }
+
+/// Some file systems keep times in whole seconds, so two writes within a second may leave the same time.
+constexpr std::time_t kSettledSeconds = 2;
 
 }  // namespace
 
@@ -111,6 +116,7 @@ bool Database::open(const char* path) {
   sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
   // Nobody asks how much memory it uses, and counting costs each call.
   sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+  file_ = file_state();
   if (sqlite3_open(path, &connection_) != SQLITE_OK) {
     sqlite3_close(std::exchange(connection_, nullptr));
     return false;
@@ -119,23 +125,43 @@ bool Database::open(const char* path) {
   return true;
 }
 
-void Database::open_again() {
-  if (connection_ == nullptr) return;
+Database::FileState Database::file_state() const {
+  struct stat status {};
+  if (stat(path_, &status) != 0) return {};
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);  // the kernel's clock for the times of files
+  return {.device = status.st_dev,
+          .inode = status.st_ino,
+          .changed = status.st_ctim,
+          .settled = status.st_ctim.tv_sec + kSettledSeconds <= now.tv_sec};
+}
+
+bool Database::follow_file() {
+  if (connection_ == nullptr) return true;
+  const FileState now = file_state();
+  if (now.inode == 0) return true;
+  if (now.inode != file_.inode || now.device != file_.device) return open_again();
+  const bool unchanged = file_.settled && now.changed.tv_sec == file_.changed.tv_sec &&
+                         now.changed.tv_nsec == file_.changed.tv_nsec;
+  if (!unchanged) sqlite3_db_release_memory(connection_);
+  file_ = now;
+  return true;
+}
+
+bool Database::open_again() {
+  if (connection_ == nullptr) return false;
+  const FileState file = file_state();  // before the file is opened: a replacement in between is seen later
   sqlite3* connection = nullptr;
   // Unlike sqlite3_open this makes no file where there is none: one that is about to be put there is opened
   // by a later request.
-  if (sqlite3_open_v2(path_, &connection, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+  const bool opened = sqlite3_open_v2(path_, &connection, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK;
+  if (opened) {
     sqlite3_busy_handler(connection, wait_for_lock, &waited_in_vain_);
     std::swap(connection, connection_);
+    file_ = file;
   }
   sqlite3_close(connection);
-}
-
-void Database::follow_moved_file() {
-  int moved = 0;
-  if (connection_ == nullptr) return;
-  if (sqlite3_file_control(connection_, nullptr, SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK) return;
-  if (moved != 0) open_again();
+  return opened;
 }
 
 Rows Database::query(const char* format, ...) {
@@ -144,9 +170,11 @@ Rows Database::query(const char* format, ...) {
   char* statement = build_statement(format, arguments);
   va_end(arguments);
   Rows rows;
-  if (connection_ != nullptr && statement != nullptr) {
-    rows.outcome_ = Rows::outcome_of(
-        sqlite3_get_table(connection_, statement, &rows.table_, &rows.count_, &rows.columns_, nullptr));
+  if (connection_ != nullptr && statement != nullptr && transaction_ != TransactionState::kFailed) {
+    const int result =
+        sqlite3_get_table(connection_, statement, &rows.table_, &rows.count_, &rows.columns_, nullptr);
+    take_result(result);
+    rows.outcome_ = Rows::outcome_of(result);
     if (rows.succeeded()) waited_in_vain_ = false;
   }
   sqlite3_free(statement);
@@ -158,20 +186,29 @@ bool Database::execute(const char* format, ...) {
   va_start(arguments, format);
   char* statement = build_statement(format, arguments);
   va_end(arguments);
-  const bool done = begin_expected_transaction() && run(connection_, statement);
+  const bool done = begin_expected_transaction() && run(connection_, statement) == SQLITE_OK;
   sqlite3_free(statement);
   return done;
 }
 
 bool Database::begin_expected_transaction() {
   if (transaction_ == TransactionState::kNone) return true;
+  if (transaction_ == TransactionState::kFailed) return false;
   // Some failures, a full medium for instance, make SQLite roll the whole transaction back.
   if (transaction_ == TransactionState::kOpen) return sqlite3_get_autocommit(connection_) == 0;
   // Locked from the start: a transaction that only reads at first could later not get the lock, and would
   // keep the daemons from theirs.
-  if (!run(connection_, "begin immediate")) return false;
+  const int result = run(connection_, "begin immediate");
+  take_result(result);
+  if (result != SQLITE_OK) return false;
   transaction_ = TransactionState::kOpen;
   return true;
+}
+
+void Database::take_result(int result) {
+  if (result == SQLITE_BUSY && transaction_ == TransactionState::kExpected) {
+    transaction_ = TransactionState::kFailed;
+  }
 }
 
 Transaction::Transaction(Database& database) : database_(database) {
@@ -184,7 +221,8 @@ Transaction::~Transaction() {
 
 bool Transaction::commit() {
   const auto state = std::exchange(database_.transaction_, Database::TransactionState::kNone);
-  if (state != Database::TransactionState::kOpen || run(database_.connection_, "commit")) return true;
+  if (state != Database::TransactionState::kOpen) return true;
+  if (run(database_.connection_, "commit") == SQLITE_OK) return true;
   run(database_.connection_, "rollback");
   return false;
 }

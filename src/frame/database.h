@@ -3,8 +3,11 @@
 // and never creates tables.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 
 struct sqlite3;
 
@@ -71,11 +74,16 @@ class Database {
   /// Opens the database file `path`; false when that fails, and nothing is left open.
   [[nodiscard]] bool open(const char* path);
 
-  /// Opens the database file anew, for one that was copied over the old one. Changes nothing while the
-  /// connection is closed, and when there is no such file.
-  void open_again();
-  /// The same when another file was moved to the path of the open one. Costs a stat(2).
-  void follow_moved_file();
+  /// Call before the accounts are read: notices when the path leads to another file than the open one (it was
+  /// moved there, or a link was pointed elsewhere), and opens that. Forgets what SQLite keeps of a file that
+  /// was written to meanwhile: SQLite itself takes a copied file with the same change counter for the old
+  /// one. False when there is another file and it cannot be opened. Then nobody may be let in. Where there is
+  /// no file the open one stays in use. Costs a stat(2).
+  [[nodiscard]] bool follow_file();
+  /// Opens the file at the path anew, for one that was copied over the old one and can no longer be read.
+  /// False when it cannot be opened; the old one then stays open. Does nothing while the connection is
+  /// closed.
+  bool open_again();
 
   /// Runs a statement that reads.
   [[nodiscard]] Rows query(const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -92,10 +100,21 @@ class Database {
 
  private:
   friend class Transaction;
-  enum class TransactionState { kNone, kExpected, kOpen };
+  enum class TransactionState { kNone, kExpected, kOpen, kFailed };
+  /// What stat(2) tells of a file; no file has an inode of 0.
+  struct FileState {
+    dev_t device = 0;
+    ino_t inode = 0;
+    timespec changed{};    // when it was written to
+    bool settled = false;  // a later write would show in `changed`
+  };
+  [[nodiscard]] FileState file_state() const;
   [[nodiscard]] bool begin_expected_transaction();
+  /// Fails the rest of a list whose statement, with this SQLite result, waited for a lock in vain.
+  void take_result(int result);
 
   const char* path_ = nullptr;
+  FileState file_;                 // of the open file, when it was last looked at
   sqlite3* connection_ = nullptr;  // null while closed
   sqlite3* defaults_ = nullptr;    // null until an identifier was stored
   bool waited_in_vain_ = false;    // for a lock, since rows were last read
@@ -103,10 +122,10 @@ class Database {
 };
 
 /// Makes one transaction of all that Database::execute runs while this lives, because each transaction waits
-/// for the medium several times. It begins with the first statement that gets the lock. A statement that
-/// fails is left out, the others are stored. When the transaction itself fails, nothing is stored, and the
-/// statements after the failure fail, too. Must not live while a control message is sent: the daemons need
-/// the database.
+/// for the medium several times. A statement that fails is left out, the others are stored. When the
+/// transaction itself fails, nothing is stored, and the statements after the failure fail, too. So do all
+/// statements after one that waited for a lock in vain before the transaction began: a list must not wait
+/// once an item. Must not live while a control message is sent: the daemons need the database.
 class Transaction {
  public:
   explicit Transaction(Database& database);

@@ -183,7 +183,9 @@ class Camera:
         self.program = program
         self.process = None
         self.environment = {}  # of every service that is started
+        self.before_start = None  # called in the new process
         self.settings_content = self.settings_values = None  # as they were read last
+        DATABASE.unlink(missing_ok=True)
         for path, content in FACTORY_FILES.items():
             path.write_bytes(content)
         REQUESTS.create()
@@ -202,7 +204,8 @@ class Camera:
                 listener.bind(SOCKET)
                 listener.listen(128)
             self.process = subprocess.Popen([self.program], stdin=listener, stdout=out, stderr=errors,
-                                            env=os.environ | self.environment | (environment or {}))
+                                            env=os.environ | self.environment | (environment or {}),
+                                            preexec_fn=self.before_start)
 
     def stop_service(self, number=signal.SIGTERM):
         """Its exit status, or minus the signal that ended it."""

@@ -5,7 +5,7 @@ import sqlite3
 
 import pytest
 
-from camera import DATABASE, DEFAULTS, DIRECTORY, UNAUTHORIZED, FaultPlan, status
+from camera import DATABASE, DEFAULTS, DIRECTORY, UNAUTHORIZED, FaultPlan, libc, status
 
 USERS = "/PSIA/Security/AAA/users"
 FTP = "/PSIA/Custom/Event/notification/ftp"
@@ -47,6 +47,13 @@ ADD_SERVERS = ("POST", FTP, """
     <FTPNotificationList><FTPNotification><id>A</id></FTPNotification></FTPNotificationList>""")
 
 
+CHANGE_TRIGGERS = ("PUT", "/PSIA/Custom/Event/triggers", """
+    <EventTriggerList>
+      <EventTrigger><id>Sensor-0</id><intervalBetweenEvents>7</intervalBetweenEvents></EventTrigger>
+      <EventTrigger><id>Sensor-0</id><intervalBetweenEvents>8</intervalBetweenEvents></EventTrigger>
+    </EventTriggerList>""")
+
+
 def test_an_item_whose_statement_fails_is_left_out(camera):
     assert camera.effects(*CHANGE_USERS) == ["User[operator].Password = p", "User[guest].Password = p",
                                              status(3, USERS) + status(1, USERS)]
@@ -63,6 +70,22 @@ def test_a_commit_that_fails_stores_nothing(faulty_camera, method, uri, body, an
     assert faulty_camera.effects("DELETE", USERS + "/guest") == DELETED  # a transaction of its own
 
 
+@pytest.mark.parametrize("method, uri, body, answer", [
+    (*CHANGE_USERS, 3 * status(3, USERS) + status(1, USERS)),
+    (*CHANGE_TRIGGERS, "status 1"),  # whose first statement reads
+])
+def test_a_list_waits_for_a_lock_only_once(faulty_camera, method, uri, body, answer):
+    faulty_camera.plan.speed = 100
+    faulty_camera.plan.let_fail(FaultPlan.LOCK, skip=2, fail=1000)  # the access check gets its two locks
+    assert faulty_camera.effects(method, uri, body) == [answer]
+    assert faulty_camera.plan.slept == 1050
+
+
+def test_nothing_is_stored_after_sqlite_gave_the_transaction_up(faulty_camera):
+    faulty_camera.plan.let_fail(FaultPlan.WRITE)  # of the first item
+    assert faulty_camera.effects(*CHANGE_USERS) == [3 * status(3, USERS) + status(1, USERS)]
+
+
 # Files.
 
 def test_a_file_that_is_moved_to_its_place_counts_at_once(camera):
@@ -73,16 +96,73 @@ def test_a_file_that_is_moved_to_its_place_counts_at_once(camera):
     assert camera.effects("DELETE", USERS + "/guest", user="admin:new") == DELETED
 
 
-def test_a_file_that_is_copied_over_it_counts_when_it_is_whole(camera, tmp_path):
+def test_a_lock_on_a_file_that_was_moved_there_is_waited_for(faulty_camera):
+    shutil.copy(DATABASE, COPY)
+    COPY.rename(DATABASE)
+    faulty_camera.plan.let_fail(FaultPlan.LOCK)
+    assert faulty_camera.call("GET", "/PSIA/x") == status(4, "/PSIA/x")
+
+
+def test_a_file_that_may_not_be_opened_lets_nobody_in(unstarted_camera):
+    camera = unstarted_camera
+    # PR_CAPBSET_DROP: without CAP_DAC_OVERRIDE and CAP_DAC_READ_SEARCH the modes of files hold for root, too.
+    camera.before_start = lambda: [libc.prctl(24, capability) for capability in (1, 2)]
+    camera.start_service()
+    assert camera.call("GET", "/PSIA/x") == status(4, "/PSIA/x")
+    shutil.copy(DATABASE, COPY)
+    COPY.chmod(0)
+    COPY.rename(DATABASE)
+    assert camera.call("GET", "/PSIA/x") == UNAUTHORIZED
+    DATABASE.chmod(0o600)
+    assert camera.effects("DELETE", USERS + "/guest") == DELETED
+
+
+def test_a_link_that_is_pointed_to_another_file_counts_at_once(unstarted_camera):
+    camera = unstarted_camera
+    files = [DIRECTORY / name for name in ("first.db", "second.db")]
+    for file in files:
+        shutil.copy(DATABASE, file)
+        camera.execute(f"update User set Password='{file.stem}'", file)
+    links = [DIRECTORY / name for name in ("first", "second")]
+    for link, file in zip(links, files):
+        link.symlink_to(file)
+    links[0].rename(DATABASE)
+    camera.start_service()
+    assert camera.call("GET", "/PSIA/x", user="admin:first") == status(4, "/PSIA/x")
+    links[1].rename(DATABASE)
+    assert camera.call("GET", "/PSIA/x", user="admin:first") == UNAUTHORIZED
+    assert camera.effects("DELETE", USERS + "/guest", user="admin:second") == DELETED
+
+
+def test_a_file_with_the_same_change_counter_that_is_copied_over_it_counts_at_once(camera):
+    shutil.copy(DATABASE, COPY)
+    for file, password in ((DATABASE, "old"), (COPY, "new")):
+        camera.execute(f"update User set Password='{password}'", file)
+    assert camera.call("GET", "/PSIA/x", user="admin:old") == status(4, "/PSIA/x")
+    DATABASE.write_bytes(COPY.read_bytes())
+    assert camera.call("GET", "/PSIA/x", user="admin:old") == UNAUTHORIZED
+    assert camera.effects("DELETE", USERS + "/guest", user="admin:new") == DELETED
+
+
+@pytest.mark.parametrize("size", [0, 6000])
+def test_a_file_that_is_copied_over_it_counts_when_it_is_whole(camera, tmp_path, size):
     # The same tables, elsewhere in the file, where nothing tells SQLite to look for them again.
     with sqlite3.connect(DATABASE) as original, sqlite3.connect(tmp_path / "copy") as copy:
         copy.executescript("\n".join(original.iterdump()))
     content = (tmp_path / "copy").read_bytes()
-    for part in (b"", content[:6000]):
-        DATABASE.write_bytes(part)
-        assert camera.call("GET", "/PSIA/x") == UNAUTHORIZED
+    DATABASE.write_bytes(content[:size])
+    assert camera.call("GET", "/PSIA/x") == UNAUTHORIZED
     DATABASE.write_bytes(content)
     assert camera.effects("DELETE", USERS + "/guest") == DELETED
+
+
+def test_a_database_counts_when_it_replaces_a_file_that_is_none(unstarted_camera):
+    content = DATABASE.read_bytes()
+    DATABASE.write_bytes(b"X" + content[1:])
+    unstarted_camera.start_service()
+    assert unstarted_camera.call("GET", "/PSIA/x") == UNAUTHORIZED
+    DATABASE.write_bytes(content)
+    assert unstarted_camera.effects("DELETE", USERS + "/guest") == DELETED
 
 
 def test_a_file_that_is_gone_is_not_created(camera):

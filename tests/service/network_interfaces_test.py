@@ -57,6 +57,15 @@ def test_later_elements_count_and_texts_are_cut_at_31_characters(camera):
                  "message 31 addressing", f"message 33 name servers: servers = -{kept}", "status 1"]
 
 
+def test_a_static_address_ends_the_dynamic_one(camera):
+    camera.execute("update Network set ConnectionType=1")
+    assert camera.effects("PUT", ADDRESS, """
+        <IPAddress>
+          <addressingType>static</addressingType>
+          <ipAddress>192.168.1.10</ipAddress>
+        </IPAddress>""")[0] == "Network.ConnectionType = 0"
+
+
 @pytest.mark.parametrize("kind, replies, effects", [
     ("static", [0, 1], ["message 31 addressing", "message 33 name servers: servers = %s'%%n-", "status 2"]),
     ("static", [1], ["message 31 addressing", "status 2"]),
