@@ -20,7 +20,7 @@ FACTS = {
     "alias": ("event/notification_servers.cpp", r"FixedText<(\d+)> alias;"),
     "bit_string": ("event/schedule.cpp", r"FixedText<(\d+)> hours;"),
     "event_interval": ("event/triggers.cpp", r"interval_between_events = (\d+)"),
-    "notification_interval": ("event/triggers.cpp", r"notification_interval = (\d+)"),
+    "notification_interval": ("event/linked_notifications.h", r"interval = (\d+);  // seconds"),
     "mail_port": (
         "event/notification_servers.cpp",
         r"\.default_port = (\d+),\s+\.append_content = append_mail",

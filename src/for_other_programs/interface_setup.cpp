@@ -1,4 +1,4 @@
-#include "network/interface_setup.h"
+#include "for_other_programs/interface_setup.h"
 
 #include <arpa/inet.h>
 #include <net/if_arp.h>
@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "frame/file.h"
 #include "network/interface_request.h"
 
 namespace psia {
@@ -57,6 +58,18 @@ std::uint32_t broadcast_address(std::uint32_t address, std::uint32_t mask) {
 }
 
 }  // namespace
+
+std::uint32_t read_ipv4_address(const char* interface_name) {
+  const ControlSocket socket("Socket Open Fail!");
+  if (!socket.is_open()) return kNoAddress;
+  ifreq request = interface_request(interface_name);
+  if (!socket.control(SIOCGIFADDR, &request)) {
+    std::printf("Unable to read IP address!, err: %s\n", std::strerror(errno));
+    std::fflush(stdout);
+    return kNoAddress;
+  }
+  return taken_address(request);
+}
 
 int set_ipv4_address(const char* interface_name, std::uint32_t address) {
   const ControlSocket socket("Socket Open Fail!");
@@ -177,6 +190,16 @@ int ip_check(const char* address, const char* mask, const char* gateway) {
     if (is_edge(*g, first)) return -3;
   }
   return 0;
+}
+
+ResolverText parse_dns_search_domain(std::FILE* resolver_file) {
+  return next_resolver_value(resolver_file, "search").value_or(ResolverText{});
+}
+
+std::optional<ResolverText> read_dns_search_domain() {
+  const File resolver_file = open_file(kResolverFile, "re");
+  if (!resolver_file) return std::nullopt;
+  return parse_dns_search_domain(resolver_file.get());
 }
 
 std::optional<sockaddr_storage> parse_address(const char* text) {
