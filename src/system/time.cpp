@@ -129,7 +129,7 @@ std::optional<ControlMessage> time_message(Database& database, TimeMode mode, co
 void set_clock(Service& service, const Request& request, TimeMode mode, const char* manual_time) {
   std::optional<ControlMessage> message = time_message(service.database, mode, manual_time);
   if (!message) return answer_status(request, Status::kDeviceError);
-  send_and_answer(service, request, *message);
+  send_and_answer(service.queues, request, *message);
 }
 
 }  // namespace
@@ -199,7 +199,7 @@ void write_time_zone(Service& service, const Request& request) {
   }
   ControlMessage message(Command::kTimeZone);
   message.put_text(kPayloadOffset, kZoneNameSize, zone);
-  send_and_answer(service, request, message);
+  send_and_answer(service.queues, request, message);
 }
 
 }  // namespace psia
