@@ -49,6 +49,13 @@ class ControlSocket {
   [[nodiscard]] bool control(int request, void* argument) const {
     return ::ioctl(descriptor_, static_cast<IoctlRequest>(request), argument) == 0;
   }
+  /// The same, and prints `failure_line` when the kernel refuses. False also when the socket is not open.
+  [[nodiscard]] bool control_or_report(int request, void* argument, const char* failure_line) const {
+    if (!is_open()) return false;
+    const bool done = control(request, argument);
+    if (!done) report(failure_line);
+    return done;
+  }
 
  private:
   int descriptor_;

@@ -95,23 +95,15 @@ std::optional<AddressText> address_text(int family, const void* address) {
 
 std::optional<std::uint32_t> read_subnet_mask(const char* interface_name) {
   const ControlSocket socket("Socket Open Fail!");
-  if (!socket.is_open()) return std::nullopt;
   ifreq request = interface_request(interface_name);
-  if (!socket.control(SIOCGIFNETMASK, &request)) {
-    report("Unable to read subnet mask!");
-    return std::nullopt;
-  }
+  if (!socket.control_or_report(SIOCGIFNETMASK, &request, "Unable to read subnet mask!")) return std::nullopt;
   return taken_address(request);
 }
 
 std::optional<HardwareAddress> read_hardware_address(const char* interface_name) {
   const ControlSocket socket("Failed to open socket!");
-  if (!socket.is_open()) return std::nullopt;
   ifreq request = interface_request(interface_name);
-  if (!socket.control(SIOCGIFHWADDR, &request)) {
-    report("Unable to read MAC address!");
-    return std::nullopt;
-  }
+  if (!socket.control_or_report(SIOCGIFHWADDR, &request, "Unable to read MAC address!")) return std::nullopt;
   return taken_hardware_address(request);
 }
 
