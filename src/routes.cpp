@@ -69,6 +69,14 @@ constexpr MethodRule del(Level level, Handler handler) {
 
 void read_channel_resource(Service& service, const Request& request);
 
+/// For routes whose whole answer is a fixed status.
+void answer_ok(Service& /*service*/, const Request& request) {
+  answer_status(request, Status::kOk);
+}
+void answer_invalid_operation(Service& /*service*/, const Request& request) {
+  answer_status(request, Status::kInvalidOperation);
+}
+
 /// Tried from top to bottom. A route that matches but has no method for the user passes the request on to the
 /// routes below it: so POST /PSIA/System/time/ntpServers/3 reaches the list.
 // clang-format off

@@ -20,7 +20,7 @@ FACTS = {
     "alias": ("event/notification_servers.cpp", r"FixedText<(\d+)> alias;"),
     "bit_string": ("event/schedule.cpp", r"FixedText<(\d+)> hours;"),
     "event_interval": ("event/triggers.cpp", r"interval_between_events = (\d+)"),
-    "notification_interval": ("event/triggers.cpp", r"notification_interval = (\d+)"),
+    "notification_interval": ("event/linked_notifications.h", r"interval = (\d+);  // seconds"),
     "mail_port": (
         "event/notification_servers.cpp",
         r"\.default_port = (\d+),\s+\.append_content = append_mail",
@@ -45,8 +45,8 @@ FACTS = {
     "lock_step": ("frame/database.cpp", r"sleep_milliseconds\((\d+) \* \(calls \+ 1\)\)"),
     "lock_retries": ("frame/database.cpp", r"if \(calls > (\d+)"),
     "poll": ("frame/control_queue.cpp", r"kPollMilliseconds = (\d+)"),
-    "polls_short": ("frame/control_queue.cpp", r"default:\s+return (\d+)"),
-    "polls_long": ("frame/control_queue.cpp", r"case 11:[^;]+return (\d+)"),
+    "seconds_short": ("frame/control_queue.h", r"int seconds = (\d+)"),
+    "seconds_long": ("frame/control_queue.h", r"kExportConfiguration\{\d+, (\d+)}"),
     "max_messages": ("frame/control_queue.h", r"kMaxMessagesPerRequest = (\d+)"),
     "query": ("system/maintenance.cpp", r"strnlen\(behind_mark, (\d+)\)"),
     "query_part": ("system/maintenance.cpp", r"std::array<char, (\d+)> name"),
@@ -90,9 +90,9 @@ def read_facts():
     realm = re.search(r'realm=\\"([^"\\]+)', source("frame/access_control.cpp"))[1]
     # The service looks once more than it waits.
     wait = {
-        f"{which}_wait": f"{(facts['polls_' + which] + 1) * facts['poll'] / 1000:.1f}"
+        f"{which}_wait": f"{facts['seconds_' + which] + facts['poll'] / 1000:.1f}"
         for which in ("short", "long")
-    }
+    } | {"polls_long": facts["seconds_long"] * 1000 // facts["poll"]}
     retries = facts["lock_retries"] + 1
     return (
         facts
@@ -128,8 +128,8 @@ def read_routes():
 
 def read_commands():
     """{name: number} of the messages to the daemons."""
-    enumeration = re.search(r"enum class Command[^{]*{(.*?)}", source("frame/control_queue.h"), re.DOTALL)[1]
-    return {name: int(number) for name, number in re.findall(r"(\w+) = (\d+)", enumeration)}
+    rows = re.findall(r"CommandRow (\w+)\{(\d+)", source("frame/control_queue.h"))
+    return {name: int(number) for name, number in rows}
 
 
 def read_time_zones():

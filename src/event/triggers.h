@@ -29,12 +29,4 @@ void write_notifications(Service& service, const Request& request);
 void add_notification(Service& service, const Request& request);
 void remove_notifications(Service& service, const Request& request);
 
-// .../triggers/<id>/notifications/<id>. No route leads here: such a URL is served as the notification list.
-// Both ids are taken from the request's tail, at most 255 characters of each.
-void read_notification(Service& service, const Request& request);
-/// The id in the body decides; the one in the URL is ignored.
-void write_notification(Service& service, const Request& request);
-/// Kept for compatibility: links what the URL names instead of unlinking it.
-void remove_notification(Service& service, const Request& request);
-
 }  // namespace psia

@@ -45,51 +45,35 @@ void drain(int queue) {
   }
 }
 
-/// How often the reply queue is looked at again after a first look that found nothing.
-int reply_poll_count(std::int32_t command) {
-  switch (command) {  // 9, 12, 22 and 23 are sent by other programs of the camera
-    case 9:
-    case 10:
-    case 11:
-    case 12:
-    case 22:
-      return 1800;
-    case 23:
-      return 300;
-    default:
-      return 50;
-  }
-}
-
 }  // namespace
 
-ControlMessage::ControlMessage(Command command) {
-  put_int(kCommandOffset, static_cast<std::int32_t>(command));
+ControlMessage::ControlMessage(const CommandRow& command) : seconds_(command.seconds) {
+  put_int(kCommandOffset, command.number);
 }
 
 void ControlMessage::put_int(std::size_t offset, std::int32_t value) {
   auto word = static_cast<std::uint32_t>(value);
   for (std::size_t i = 0; i < 4; ++i) {
-    text_[offset - kTypeSize + i] = static_cast<char>(static_cast<unsigned char>(word));
+    record_.text[offset - kTypeSize + i] = static_cast<char>(static_cast<unsigned char>(word));
     word >>= 8U;
   }
 }
 
 void ControlMessage::put_text(std::size_t offset, std::size_t size, const char* text) {
-  std::memcpy(&text_[offset - kTypeSize], text, std::min(std::strlen(text), size - 1));
+  std::memcpy(&record_.text[offset - kTypeSize], text, std::min(std::strlen(text), size - 1));
 }
 
 std::int32_t ControlMessage::int_at(std::size_t offset) const {
   std::uint32_t word = 0;
   for (std::size_t i = 4; i-- > 0;) {
-    word = word << 8U | static_cast<unsigned char>(text_[offset - kTypeSize + i]);
+    word = word << 8U | static_cast<unsigned char>(record_.text[offset - kTypeSize + i]);
   }
   return static_cast<std::int32_t>(word);
 }
 
 std::string_view ControlMessage::text_at(std::size_t offset) const {
-  const char* start = &text_[offset - kTypeSize];
-  return {start, strnlen(start, text_.size() - (offset - kTypeSize))};
+  const char* start = &record_.text[offset - kTypeSize];
+  return {start, strnlen(start, record_.text.size() - (offset - kTypeSize))};
 }
 
 ControlQueues::ControlQueues(int requests, int replies)
@@ -111,26 +95,27 @@ bool ControlQueues::may_send() const {
 
 /// Puts the message into the queue. Waits until the daemons make room in a full one, or until a stop.
 bool ControlQueues::send_request(const ControlMessage& message) {
-  if (msgsnd(requests_, &message, ControlMessage::kTextSize, IPC_NOWAIT) == 0) return true;
+  if (msgsnd(requests_, &message.record_, ControlMessage::kTextSize, IPC_NOWAIT) == 0) return true;
   if (errno != EAGAIN) return false;
-  while (msgsnd(requests_, &message, ControlMessage::kTextSize, 0) == -1) {
+  while (msgsnd(requests_, &message.record_, ControlMessage::kTextSize, 0) == -1) {
     if (errno != EINTR || stop_requested()) return false;
   }
   return true;
 }
 
 int ControlQueues::send_and_wait(ControlMessage& message) {
-  message.type_ = process_;
+  message.record_.type = process_;
   if (++sent_ > kMaxMessagesPerRequest) return kFailed;
   if (!send_request(message)) {
     FCGI_perror("Send Message using Message Queue 1 Failed\n");
     return kBusy;
   }
-  const int polls = reply_poll_count(message.int_at(kCommandOffset)) + 1;
+  const int polls = message.seconds_ * 1000 / kPollMilliseconds + 1;
   for (int poll = 0; poll < polls; ++poll) {
-    const ssize_t size = msgrcv(replies_, &message, ControlMessage::kTextSize, process_, IPC_NOWAIT);
+    const ssize_t size = msgrcv(replies_, &message.record_, ControlMessage::kTextSize, process_, IPC_NOWAIT);
     if (size != -1) {
-      std::fill(message.text_.begin() + size, message.text_.end(), '\0');  // behind a reply that is short
+      auto& text = message.record_.text;
+      std::fill(text.begin() + size, text.end(), '\0');  // behind a reply that is short
       const std::int32_t result = message.int_at(kResultOffset);
       return result == kDone || result == kBusy ? result : kFailed;
     }

@@ -14,19 +14,26 @@ namespace psia {
 inline constexpr int kRequestQueueKey = 1111;
 inline constexpr int kReplyQueueKey = 2222;
 
-/// What changed, or what a daemon is asked to do.
-enum class Command : std::int32_t {
-  kVideoSource = 1,
-  kVideoEncoder = 2,
-  kAudio = 3,
-  kTime = 6,
-  kTimeZone = 7,
-  kReboot = 8,
-  kFactoryReset = 10,
-  kExportConfiguration = 11,
-  kAddressing = 31,
-  kNameServers = 33,
-  kRtspPort = 37,
+/// A message's number, and for how many seconds its reply is awaited; a last look follows 0.1 s later.
+struct CommandRow {
+  std::int32_t number;
+  int seconds = 5;
+};
+
+/// Every message: what changed, or what a daemon is asked to do.
+struct Command {
+  static constexpr CommandRow kVideoSource{1};
+  static constexpr CommandRow kVideoEncoder{2};
+  static constexpr CommandRow kAudio{3};
+  static constexpr CommandRow kTime{6};
+  static constexpr CommandRow kTimeZone{7};
+  static constexpr CommandRow kReboot{8};
+  static constexpr CommandRow kFactoryReset{10, 180};
+  static constexpr CommandRow kExportConfiguration{11, 180};
+  static constexpr CommandRow kAddressing{31};
+  static constexpr CommandRow kNameServers{33};
+  static constexpr CommandRow kRtspPort{37};
+  // Of the camera's other programs: 9, 12 and 22 with 180 s, 23 with 30 s.
 };
 
 /// Where a message's own data begins; every offset counts from the start of the record as the daemons see it.
@@ -47,7 +54,7 @@ class ControlMessage {
   static constexpr std::size_t kTextSize = kRecordSize - 4;  ///< the size given to msgsnd and msgrcv
 
   /// A message that is all zero but for `command`; its type is put in when it is sent.
-  explicit ControlMessage(Command command);
+  explicit ControlMessage(const CommandRow& command);
 
   /// Stores a word or a text at `offset` of the record; both must lie within it. A text is truncated to
   /// `size` bytes with its terminating zero.
@@ -61,11 +68,15 @@ class ControlMessage {
  private:
   friend class ControlQueues;
 
-  long type_ = 0;
-  std::array<char, kTextSize> text_{};
-};
+  struct Record {
+    long type = 0;
+    std::array<char, kTextSize> text{};
+  };
+  static_assert(sizeof(long) != 4 || sizeof(Record) == kRecordSize);
 
-static_assert(sizeof(long) != 4 || sizeof(ControlMessage) == ControlMessage::kRecordSize);
+  Record record_;
+  int seconds_;  // as in CommandRow
+};
 
 /// Messages that one request may send. Few need more than two, and each can take seconds during which nobody
 /// else is served.
@@ -87,8 +98,7 @@ class ControlQueues {
 
   /// Sends `message` and waits for the reply, which replaces it. Returns the reply's result: 0 done, 1 busy
   /// (also when the message could not be sent or no reply came in time), 2 failed (also when this request has
-  /// sent all it may). Waits at least 5.1 s for it, for the commands that take long 30.1 s or
-  /// 180.1 s.
+  /// sent all it may). Waits for it as long as the message's row in Command says.
   [[nodiscard]] int send_and_wait(ControlMessage& message);
 
  private:

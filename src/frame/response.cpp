@@ -6,7 +6,7 @@
 #include <charconv>
 #include <cstdio>
 
-#include "frame/service.h"
+#include "frame/control_queue.h"
 
 namespace psia {
 
@@ -72,16 +72,8 @@ void answer_done(const Request& request, bool done) {
   answer_status(request, done ? Status::kOk : Status::kDeviceError);
 }
 
-void send_and_answer(Service& service, const Request& request, ControlMessage& message) {
-  answer_result(request, service.queues.send_and_wait(message));
-}
-
-void answer_ok(Service& /*service*/, const Request& request) {
-  answer_status(request, Status::kOk);
-}
-
-void answer_invalid_operation(Service& /*service*/, const Request& request) {
-  answer_status(request, Status::kInvalidOperation);
+void send_and_answer(ControlQueues& queues, const Request& request, ControlMessage& message) {
+  answer_result(request, queues.send_and_wait(message));
 }
 
 void answer_fixed_xml(std::string_view document) {

@@ -10,7 +10,7 @@
 namespace psia {
 
 class ControlMessage;
-struct Service;
+class ControlQueues;
 
 /// The status codes of the PSIA ResponseStatus document.
 enum class Status : int {
@@ -45,11 +45,7 @@ void answer_result(const Request& request, int result);
 void answer_done(const Request& request, bool done);
 
 /// Sends `message` to the daemons, waits for the reply and answers with the status that goes with its result.
-void send_and_answer(Service& service, const Request& request, ControlMessage& message);
-
-/// Handlers whose whole answer is a fixed status.
-void answer_ok(Service& service, const Request& request);
-void answer_invalid_operation(Service& service, const Request& request);
+void send_and_answer(ControlQueues& queues, const Request& request, ControlMessage& message);
 
 /// Sends a document that is the same for every request and holds no percent sign.
 void answer_fixed_xml(std::string_view document);

@@ -26,92 +26,61 @@ constexpr const char* kDescriptionRoot =
     "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
     "xsi:schemaLocation=\"urn:psialliance-org http://www.psialliance.org/XMLSchemas/service.xsd\">";
 
-constexpr std::array kRoot = {
-    Resource{"index"},
-    Resource{"indexr"},
-    Resource{"description"},
-    Resource{"System", kService},
-    Resource{"Security", kService},
-    Resource{"Streaming", kService},
+constexpr Resource kRoot[] = {
+    {"index"},
+    {"indexr"},
+    {"description"},
+    {"System", kService},
+    {"Security", kService},
+    {"Streaming", kService},
 };
-constexpr std::array kSystem = {
-    Resource{"index"},
-    Resource{"description"},
-    Resource{"reboot"},
-    Resource{"updateFirmware"},
-    Resource{"configurationData"},
-    Resource{"factoryReset"},
-    Resource{"deviceInfo"},
-    Resource{"status"},
-    Resource{"time"},
-    Resource{"localTime"},
-    Resource{"timeZone"},
-    Resource{"ntpServers"},
-    Resource{"ntpServers/ID"},
-    Resource{"Network", kService},
-    Resource{"Audio", kService},
-    Resource{"Video", kService},
+constexpr Resource kSystem[] = {
+    {"index"},
+    {"description"},
+    {"reboot"},
+    {"updateFirmware"},
+    {"configurationData"},
+    {"factoryReset"},
+    {"deviceInfo"},
+    {"status"},
+    {"time"},
+    {"localTime"},
+    {"timeZone"},
+    {"ntpServers"},
+    {"ntpServers/ID"},
+    {"Network", kService},
+    {"Audio", kService},
+    {"Video", kService},
 };
-constexpr std::array kNetwork = {
-    Resource{"index"},
-    Resource{"description"},
-    Resource{"interfaces"},
-};
-constexpr std::array kAudio = {
-    Resource{"index"},
-    Resource{"description"},
-    Resource{"channels"},
-};
-constexpr std::array kVideo = {
-    Resource{"index"},
-    Resource{"description"},
-    Resource{"inputs"},
-};
-constexpr std::array kSecurity = {
-    Resource{"index"},
-    Resource{"description"},
-};
-constexpr std::array kAaa = {
-    Resource{"index"},
-    Resource{"description"},
-    Resource{"users"},
-};
-constexpr std::array kStreaming = {
-    Resource{"index"},
-    Resource{"description"},
-    Resource{"status"},
-    Resource{"channels"},
-};
-constexpr std::array kEvent = {
-    Resource{"index"},    Resource{"description"},  Resource{"triggers"},
-    Resource{"schedule"}, Resource{"notification"},
-};
+constexpr Resource kNetwork[] = {{"index"}, {"description"}, {"interfaces"}};
+constexpr Resource kAudio[] = {{"index"}, {"description"}, {"channels"}};
+constexpr Resource kVideo[] = {{"index"}, {"description"}, {"inputs"}};
+constexpr Resource kSecurity[] = {{"index"}, {"description"}};
+constexpr Resource kAaa[] = {{"index"}, {"description"}, {"users"}};
+constexpr Resource kStreaming[] = {{"index"}, {"description"}, {"status"}, {"channels"}};
+constexpr Resource kEvent[] = {{"index"}, {"description"}, {"triggers"}, {"schedule"}, {"notification"}};
 
 // The recursive list shows less of System than System's own index, and names AAA where Security's does not.
-constexpr std::array kSystemRecursive = {
-    Resource{"index"},
-    Resource{"description"},
-    Resource{"reboot"},
-    Resource{"updateFirmware"},
-    Resource{"configurationData"},
-    Resource{"factoryReset"},
-    Resource{"deviceInfo"},
-    Resource{"status"},
-    Resource{"Network", kService, kNetwork},
-    Resource{"Video", kService, kVideo},
+constexpr Resource kSystemRecursive[] = {
+    {"index"},
+    {"description"},
+    {"reboot"},
+    {"updateFirmware"},
+    {"configurationData"},
+    {"factoryReset"},
+    {"deviceInfo"},
+    {"status"},
+    {"Network", kService, kNetwork},
+    {"Video", kService, kVideo},
 };
-constexpr std::array kSecurityRecursive = {
-    Resource{"index"},
-    Resource{"description"},
-    Resource{"AAA", kService, kAaa},
-};
-constexpr std::array kRootRecursive = {
-    Resource{"index"},
-    Resource{"indexr"},
-    Resource{"description"},
-    Resource{"System", kService, kSystemRecursive},
-    Resource{"Security", kService, kSecurityRecursive},
-    Resource{"Streaming", kService, kStreaming},
+constexpr Resource kSecurityRecursive[] = {{"index"}, {"description"}, {"AAA", kService, kAaa}};
+constexpr Resource kRootRecursive[] = {
+    {"index"},
+    {"indexr"},
+    {"description"},
+    {"System", kService, kSystemRecursive},
+    {"Security", kService, kSecurityRecursive},
+    {"Streaming", kService, kStreaming},
 };
 
 void append_resources(TextBuffer& document, std::span<const Resource> resources) {
@@ -163,20 +132,17 @@ void append_description(TextBuffer& document, const char* declaration) {
 }  // namespace
 
 IndexDocuments::IndexDocuments() {
-  const auto list = [this](IndexDocument which, const char* declaration, const char* root,
-                           std::span<const Resource> resources) {
-    append_list(documents_[which], declaration, root, resources);
-  };
-  list(kRecursiveIndex, kXmlDeclarationBare, kListRoot, kRootRecursive);
-  list(kRootIndex, kXmlDeclarationBare, kListRoot, kRoot);
-  list(kSystemIndex, kXmlDeclaration, kListRoot, kSystem);
-  list(kNetworkIndex, kXmlDeclarationBare, kListRoot, kNetwork);
-  list(kAudioIndex, kXmlDeclaration, kListRoot, kAudio);
-  list(kVideoIndex, kXmlDeclaration, kShortListRoot, kVideo);  // the one that shows no schema
-  list(kSecurityIndex, kXmlDeclaration, kListRoot, kSecurity);
-  list(kAaaIndex, kXmlDeclaration, kListRoot, kAaa);
-  list(kStreamingIndex, kXmlDeclaration, kListRoot, kStreaming);
-  list(kEventIndex, kXmlDeclarationBare, kListRoot, kEvent);
+  append_list(documents_[kRecursiveIndex], kXmlDeclarationBare, kListRoot, kRootRecursive);
+  append_list(documents_[kRootIndex], kXmlDeclarationBare, kListRoot, kRoot);
+  append_list(documents_[kSystemIndex], kXmlDeclaration, kListRoot, kSystem);
+  append_list(documents_[kNetworkIndex], kXmlDeclarationBare, kListRoot, kNetwork);
+  append_list(documents_[kAudioIndex], kXmlDeclaration, kListRoot, kAudio);
+  // The one that shows no schema.
+  append_list(documents_[kVideoIndex], kXmlDeclaration, kShortListRoot, kVideo);
+  append_list(documents_[kSecurityIndex], kXmlDeclaration, kListRoot, kSecurity);
+  append_list(documents_[kAaaIndex], kXmlDeclaration, kListRoot, kAaa);
+  append_list(documents_[kStreamingIndex], kXmlDeclaration, kListRoot, kStreaming);
+  append_list(documents_[kEventIndex], kXmlDeclarationBare, kListRoot, kEvent);
   append_description(documents_[kDescription], kXmlDeclarationBare);
   append_description(documents_[kDescriptionWithLineBreak], kXmlDeclaration);
 }

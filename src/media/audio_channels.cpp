@@ -57,7 +57,7 @@ void write_audio_channel(Service& service, const Request& request) {
     return answer_status(request, Status::kDeviceError);
   }
   ControlMessage message(Command::kAudio);
-  send_and_answer(service, request, message);
+  send_and_answer(service.queues, request, message);
 }
 
 }  // namespace psia

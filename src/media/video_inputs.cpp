@@ -108,7 +108,7 @@ void write_video_input_channel(Service& service, const Request& request) {
   }
   ControlMessage message(Command::kVideoSource);
   message.put_int(kPayloadOffset, requested->source);
-  send_and_answer(service, request, message);
+  send_and_answer(service.queues, request, message);
 }
 
 }  // namespace psia

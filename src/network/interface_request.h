@@ -1,4 +1,5 @@
-// Requests to the kernel about a network interface. For interface_state.cpp and interface_setup.cpp only.
+// What reading an interface and setting it up have in common: requests to the kernel, lines of the resolver
+// file, address texts. For interface_state.cpp and interface_setup.cpp only.
 #pragma once
 
 #include <net/if.h>
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <string_view>
 
 #include "network/interface_state.h"
 
@@ -47,6 +49,13 @@ class ControlSocket {
   [[nodiscard]] bool control(int request, void* argument) const {
     return ::ioctl(descriptor_, static_cast<IoctlRequest>(request), argument) == 0;
   }
+  /// The same, and prints `failure_line` when the kernel refuses. False also when the socket is not open.
+  [[nodiscard]] bool control_or_report(int request, void* argument, const char* failure_line) const {
+    if (!is_open()) return false;
+    const bool done = control(request, argument);
+    if (!done) report(failure_line);
+    return done;
+  }
 
  private:
   int descriptor_;
@@ -59,6 +68,13 @@ class ControlSocket {
   request.ifr_addr.sa_family = family;
   return request;
 }
+
+inline constexpr const char* kResolverFile = "/etc/resolv.conf";
+
+/// What follows `keyword` and one separator in the next line that begins with it; empty after a bare keyword,
+/// nothing when no line follows. Lines are read in pieces of at most 63 characters.
+[[nodiscard]] std::optional<ResolverText> next_resolver_value(std::FILE* resolver_file,
+                                                              std::string_view keyword);
 
 /// The octets of an IPv4 address text as written, first octet first.
 using Octets = std::array<int, 4>;

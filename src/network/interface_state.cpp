@@ -41,25 +41,9 @@ std::uint32_t hexadecimal(std::string_view text) {
   return error == std::errc::result_out_of_range ? std::numeric_limits<std::uint32_t>::max() : value;
 }
 
-/// Lines of the resolver file, read in pieces of at most 63 characters.
-using ResolverLine = std::array<char, 64>;
-
-bool next_line(std::FILE* resolver_file, ResolverLine& line) {
-  return std::fgets(line.data(), static_cast<int>(line.size()), resolver_file) != nullptr;
-}
-
 /// std::string_view's own would need the C++ library on the device, for a check that cannot fail here.
 bool begins_with(std::string_view text, std::string_view beginning) {
   return text.size() >= beginning.size() && std::memcmp(text.data(), beginning.data(), beginning.size()) == 0;
-}
-
-/// What follows `keyword` and one separator when `line` begins with it; empty after a bare keyword.
-std::optional<ResolverText> resolver_value(std::string_view line, std::string_view keyword) {
-  if (!begins_with(line, keyword)) return std::nullopt;
-  line.remove_prefix(std::min(line.size(), keyword.size() + 1));
-  ResolverText value{};
-  line.copy(value.data(), value.size() - 1);
-  return value;
 }
 
 bool is_link_local(const in6_addr& address) {
@@ -109,37 +93,17 @@ std::optional<AddressText> address_text(int family, const void* address) {
   return text;
 }
 
-std::uint32_t read_ipv4_address(const char* interface_name) {
-  const ControlSocket socket("Socket Open Fail!");
-  if (!socket.is_open()) return kNoAddress;
-  ifreq request = interface_request(interface_name);
-  if (!socket.control(SIOCGIFADDR, &request)) {
-    std::printf("Unable to read IP address!, err: %s\n", std::strerror(errno));
-    std::fflush(stdout);
-    return kNoAddress;
-  }
-  return taken_address(request);
-}
-
 std::optional<std::uint32_t> read_subnet_mask(const char* interface_name) {
   const ControlSocket socket("Socket Open Fail!");
-  if (!socket.is_open()) return std::nullopt;
   ifreq request = interface_request(interface_name);
-  if (!socket.control(SIOCGIFNETMASK, &request)) {
-    report("Unable to read subnet mask!");
-    return std::nullopt;
-  }
+  if (!socket.control_or_report(SIOCGIFNETMASK, &request, "Unable to read subnet mask!")) return std::nullopt;
   return taken_address(request);
 }
 
 std::optional<HardwareAddress> read_hardware_address(const char* interface_name) {
   const ControlSocket socket("Failed to open socket!");
-  if (!socket.is_open()) return std::nullopt;
   ifreq request = interface_request(interface_name);
-  if (!socket.control(SIOCGIFHWADDR, &request)) {
-    report("Unable to read MAC address!");
-    return std::nullopt;
-  }
+  if (!socket.control_or_report(SIOCGIFHWADDR, &request, "Unable to read MAC address!")) return std::nullopt;
   return taken_hardware_address(request);
 }
 
@@ -168,38 +132,31 @@ std::uint32_t read_default_gateway(const char* interface_name) {
   return find_gateway(route_table.get(), interface_name);
 }
 
+std::optional<ResolverText> next_resolver_value(std::FILE* resolver_file, std::string_view keyword) {
+  std::array<char, 64> line{};
+  while (std::fgets(line.data(), static_cast<int>(line.size()), resolver_file) != nullptr) {
+    std::string_view rest(line.data());
+    if (!begins_with(rest, keyword)) continue;
+    rest.remove_prefix(std::min(rest.size(), keyword.size() + 1));
+    ResolverText value{};
+    rest.copy(value.data(), value.size() - 1);
+    return value;
+  }
+  return std::nullopt;
+}
+
 DnsServers parse_dns_servers(std::FILE* resolver_file) {
   DnsServers servers;
-  ResolverLine line{};
-  bool has_primary = false;
-  while (next_line(resolver_file, line)) {
-    const auto value = resolver_value(line.data(), "nameserver");
-    if (!value) continue;
-    (has_primary ? servers.secondary : servers.primary) = *value;
-    if (has_primary) break;
-    has_primary = true;
+  for (ResolverText* server : {&servers.primary, &servers.secondary}) {
+    *server = next_resolver_value(resolver_file, "nameserver").value_or(ResolverText{});
   }
   return servers;
 }
 
 std::optional<DnsServers> read_dns_servers() {
-  const File resolver_file = open_file("/etc/resolv.conf", "re");
+  const File resolver_file = open_file(kResolverFile, "re");
   if (!resolver_file) return std::nullopt;
   return parse_dns_servers(resolver_file.get());
-}
-
-ResolverText parse_dns_search_domain(std::FILE* resolver_file) {
-  ResolverLine line{};
-  while (next_line(resolver_file, line)) {
-    if (const auto value = resolver_value(line.data(), "search")) return *value;
-  }
-  return {};
-}
-
-std::optional<ResolverText> read_dns_search_domain() {
-  const File resolver_file = open_file("/etc/resolv.conf", "re");
-  if (!resolver_file) return std::nullopt;
-  return parse_dns_search_domain(resolver_file.get());
 }
 
 std::optional<std::uint32_t> parse_dotted_quad(const char* text, OctetOrder order) {

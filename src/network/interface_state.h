@@ -1,7 +1,6 @@
 // Reads the live settings of a network interface and the resolver file, and parses IPv4 address texts. The
-// service shows these in its documents; interface_setup.h is for the camera's other programs. The result
-// tells of every failure; when the kernel or a file fails, a line on standard output, flushed at once, does
-// too.
+// result tells of every failure; when the kernel or a file fails, a line on standard output, flushed at once,
+// does too.
 #pragma once
 
 #include <netinet/in.h>
@@ -34,9 +33,6 @@ enum class OctetOrder { kFirstHighest, kFirstLowest };
 
 // In all of the following `interface_name` is truncated to 15 characters before the kernel gets it.
 
-/// The IPv4 address, or kNoAddress when the interface is missing or has none.
-[[nodiscard]] std::uint32_t read_ipv4_address(const char* interface_name);
-
 /// The subnet mask, or nothing when the interface is missing or has no address.
 [[nodiscard]] std::optional<std::uint32_t> read_subnet_mask(const char* interface_name);
 
@@ -54,10 +50,6 @@ enum class OctetOrder { kFirstHighest, kFirstLowest };
 /// The first two name servers of /etc/resolv.conf, empty where there are fewer; nothing if it is unreadable.
 [[nodiscard]] std::optional<DnsServers> read_dns_servers();
 [[nodiscard]] DnsServers parse_dns_servers(std::FILE* resolver_file);
-
-/// The search domain of /etc/resolv.conf, empty when there is none; nothing when the file cannot be read.
-[[nodiscard]] std::optional<ResolverText> read_dns_search_domain();
-[[nodiscard]] ResolverText parse_dns_search_domain(std::FILE* resolver_file);
 
 /// Four decimal numbers separated by "."; anything may follow them. Of each number the low 8 bits count, so
 /// that "300" is 44. Nothing when the text has another form.

@@ -58,7 +58,7 @@ void send_file(const File& file, int size) {
 
 void request_reboot(Service& service, const Request& request) {
   ControlMessage message(Command::kReboot);
-  send_and_answer(service, request, message);
+  send_and_answer(service.queues, request, message);
 }
 
 void reset_to_factory(Service& service, const Request& request) {
@@ -72,7 +72,7 @@ void reset_to_factory(Service& service, const Request& request) {
     return answer_status(request, Status::kDeviceError);
   }
   ControlMessage message(Command::kFactoryReset);
-  send_and_answer(service, request, message);
+  send_and_answer(service.queues, request, message);
 }
 
 void read_configuration(Service& service, const Request& request) {

@@ -60,6 +60,19 @@ OwnedText read_last_line(const char* path) {
   return text;
 }
 
+/// The POSIX TZ rule of the stored zone: the last line of its file below /usr/share/zoneinfo, which in a
+/// compiled zone file of version 2 and later is the rule (RFC 8536, section 3.3). The zone is GMT when none
+/// can be read. Its name is truncated to 127 characters. The stored name "CST-0" is a rule itself. Null when
+/// the file cannot be read, is empty or larger than 1 MiB, or memory is short.
+OwnedText current_posix_tz(Database& database) {
+  const Rows stored = database.query("select TimeZone from Network");
+  const char* const zone = stored.found() ? stored.text(0, 0) : "GMT";
+  if (std::strcmp(zone, "CST-0") == 0) return OwnedText(strdup(zone));
+  std::array<char, sizeof("/usr/share/zoneinfo/") + 127> path{};
+  std::snprintf(path.data(), path.size(), "/usr/share/zoneinfo/%s", zone);
+  return read_last_line(path.data());
+}
+
 FixedText<128> shown_time_zone(Service& service) {
   const char* const current = service.environment.current_tz();
   if (*current != '\0') return FixedText<128>(current);
@@ -129,19 +142,10 @@ std::optional<ControlMessage> time_message(Database& database, TimeMode mode, co
 void set_clock(Service& service, const Request& request, TimeMode mode, const char* manual_time) {
   std::optional<ControlMessage> message = time_message(service.database, mode, manual_time);
   if (!message) return answer_status(request, Status::kDeviceError);
-  send_and_answer(service, request, *message);
+  send_and_answer(service.queues, request, *message);
 }
 
 }  // namespace
-
-OwnedText current_posix_tz(Database& database) {
-  const Rows stored = database.query("select TimeZone from Network");
-  const char* const zone = stored.found() ? stored.text(0, 0) : "GMT";
-  if (std::strcmp(zone, "CST-0") == 0) return OwnedText(strdup(zone));
-  std::array<char, sizeof("/usr/share/zoneinfo/") + 127> path{};
-  std::snprintf(path.data(), path.size(), "/usr/share/zoneinfo/%s", zone);
-  return read_last_line(path.data());
-}
 
 void read_time(Service& service, const Request& request) {
   const bool ntp = service.database.query("select DateTimeSync from Network").number(0, 0) == kNtp;
@@ -199,7 +203,7 @@ void write_time_zone(Service& service, const Request& request) {
   }
   ControlMessage message(Command::kTimeZone);
   message.put_text(kPayloadOffset, kZoneNameSize, zone);
-  send_and_answer(service, request, message);
+  send_and_answer(service.queues, request, message);
 }
 
 }  // namespace psia

@@ -3,19 +3,11 @@
 // process is a POSIX TZ rule, which only PUT /PSIA/System/time sets.
 #pragma once
 
-#include "frame/memory.h"
 #include "frame/request.h"
 
 namespace psia {
 
-class Database;
 struct Service;
-
-/// The POSIX TZ rule of the stored zone: the last line of its file below /usr/share/zoneinfo, which in a
-/// compiled zone file of version 2 and later is the rule (RFC 8536, section 3.3). The zone is GMT when none
-/// can be read. Its name is truncated to 127 characters. The stored name "CST-0" is a rule itself. Null when
-/// the file cannot be read, is empty or larger than 1 MiB, or memory is short.
-[[nodiscard]] OwnedText current_posix_tz(Database& database);
 
 void read_time(Service& service, const Request& request);
 /// Answers a device error for a time that the device cannot represent, and sends nothing.

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "network/interface_setup.h"
+#include "for_other_programs/interface_setup.h"
 #include "network/interface_state.h"
 
 namespace psia {
@@ -71,6 +71,7 @@ TEST_F(InterfaceTest, ChoosesTheIpv6Address) {
       ip("addr add " + address + "/64 dev eth0 nodad");
     const AddressTexts both = interface_address_texts("eth0-and-more").value_or(AddressTexts{});
     EXPECT_STREQ(both.ipv4.data(), "192.168.1.11");  // the last
+    EXPECT_EQ(interface_ipv6_text("eth0-and-more"), both.ipv6);
     return std::string(both.ipv6.data());
   };
   const std::string derived = "fe80::ff:fe00:10";  // from the hardware address
@@ -80,6 +81,7 @@ TEST_F(InterfaceTest, ChoosesTheIpv6Address) {
   EXPECT_EQ(chosen_of({derived, "fe80::1"}), "fe80::1");
   EXPECT_EQ(chosen_of({"2001:db8::2", "2001:db8::1", "fe80::1"}), "2001:db8::2");
   EXPECT_EQ(chosen_of({"fe80::1", "fe81::1"}), "fe81::1");  // does not begin with fe80
+  EXPECT_EQ(chosen_of({}), "::");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The handlers that change a single notification, which no route reaches.
+// The handlers of a single notification, which no request reaches.
 #include <fcgi_stdio.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,8 @@
 #include <fstream>
 #include <string>
 
-#include "event/triggers.h"
+#include "event/linked_notifications.h"
+#include "for_other_programs/single_notification.h"
 #include "frame/service.h"
 #include "index/index_documents.h"
 #include "system/time_zone_table.h"
@@ -40,6 +41,35 @@ class NotificationTest : public testing::Test {
   TzPairListOwner zones_{tz_pair_list_create()};
   IndexDocuments index_documents_;
 };
+
+// With a relay the document also shows the FTP and mail links, with an FTP server the mail link.
+TEST_F(NotificationTest, ADocumentShowsTheNotificationThatTheUrlNamesAndLinksOfLaterKinds) {
+  const auto shown = [this](const Links& links, const std::string& id) {
+    EXPECT_TRUE(database_.execute("update Event set RelayID=%d, FTPServerID=%d, SMTPServerID=%d", links.relay,
+                                  links.ftp, links.mail));
+    const std::string document = run(read_notification, "Sensor-0/notifications/" + id);
+    return document.substr(document.find("?>") + 2);
+  };
+  const auto element = [](const std::string& content) {
+    return "<EventTriggerNotification version=\"1.0\" xmlns=\"urn:psialliance-org\">" + content +
+           "</EventTriggerNotification>";
+  };
+  const std::string relay_1 = element(
+      "<id>Relay-1</id><notificationMethod>IO</notificationMethod>"
+      "<notificationInterval>5000</notificationInterval><outputIOPortID>1</outputIOPortID>");
+  const std::string ftp = element("<id>FTP-1</id><notificationMethod>FTP</notificationMethod>");
+  const std::string mail = element("<id>Mail-1</id><notificationMethod>email</notificationMethod>");
+
+  const Links all = {.relay = 2, .ftp = 1, .mail = 1};
+  EXPECT_EQ(shown(all, "Relay-1"), relay_1 + ftp + mail);  // the relay named, not the one linked
+  EXPECT_EQ(shown(all, "FTP-1"), ftp + mail);
+  EXPECT_EQ(shown(all, "Mail-1"), mail);
+  EXPECT_EQ(shown(all, "Sensor-0"), "");  // no row of Relay, though one of SensorRelay
+  const Links only_ftp = {.ftp = 1};
+  EXPECT_EQ(shown(only_ftp, "Relay-1"), "");
+  EXPECT_EQ(shown(only_ftp, "Mail-1"), "");
+  EXPECT_NE(run(read_notification, "Relay-1/notifications/FTP-1").find("<statusCode>4<"), std::string::npos);
+}
 
 TEST_F(NotificationTest, AChangeSetsTheLinkThatTheBodyNamesADeletionTheOneThatTheUrlNames) {
   const auto links_after = [this](auto handler, const std::string& tail, const std::string& children = "") {

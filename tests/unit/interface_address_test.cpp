@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "network/interface_setup.h"
+#include "for_other_programs/interface_setup.h"
 #include "network/interface_state.h"
 
 namespace psia {

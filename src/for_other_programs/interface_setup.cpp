@@ -1,4 +1,4 @@
-#include "network/interface_setup.h"
+#include "for_other_programs/interface_setup.h"
 
 #include <arpa/inet.h>
 #include <net/if_arp.h>
@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "frame/file.h"
 #include "network/interface_request.h"
 
 namespace psia {
@@ -19,11 +20,10 @@ namespace {
 
 constexpr std::size_t kShortestQuad = std::string_view("0.0.0.0").size();
 
-void put_address(ifreq& request, std::uint32_t address) {
-  sockaddr_in socket_address{};
-  socket_address.sin_family = AF_INET;
-  socket_address.sin_addr.s_addr = address;
-  std::memcpy(&request.ifr_addr, &socket_address, sizeof socket_address);
+void put_address(sockaddr& place, std::uint32_t address) {
+  const sockaddr_in socket_address = {
+      .sin_family = AF_INET, .sin_port = 0, .sin_addr = {address}, .sin_zero = {}};
+  std::memcpy(&place, &socket_address, sizeof socket_address);
 }
 
 /// The index (1 to 3) of the octet in which the mask's host part begins: the last octet that is not 0, or the
@@ -58,49 +58,45 @@ std::uint32_t broadcast_address(std::uint32_t address, std::uint32_t mask) {
 
 }  // namespace
 
+std::uint32_t read_ipv4_address(const char* interface_name) {
+  const ControlSocket socket("Socket Open Fail!");
+  if (!socket.is_open()) return kNoAddress;
+  ifreq request = interface_request(interface_name);
+  if (!socket.control(SIOCGIFADDR, &request)) {
+    std::printf("Unable to read IP address!, err: %s\n", std::strerror(errno));
+    std::fflush(stdout);
+    return kNoAddress;
+  }
+  return taken_address(request);
+}
+
 int set_ipv4_address(const char* interface_name, std::uint32_t address) {
   const ControlSocket socket("Socket Open Fail!");
-  if (!socket.is_open()) return -1;
   ifreq request = interface_request(interface_name);
-  put_address(request, address);
-  if (!socket.control(SIOCSIFADDR, &request)) {
-    report("Failed to set IP address!");
-    return -1;
-  }
-  return 0;
+  put_address(request.ifr_addr, address);
+  return socket.control_or_report(SIOCSIFADDR, &request, "Failed to set IP address!") ? 0 : -1;
 }
 
 int set_subnet_mask(const char* interface_name, std::uint32_t mask) {
   const std::uint32_t address = read_ipv4_address(interface_name);
   if (address == kNoAddress) return -1;
   const ControlSocket socket("Socket Open Fail!");
-  if (!socket.is_open()) return -1;
-  int result = 0;
   ifreq request = interface_request(interface_name);
-  put_address(request, mask);
-  if (!socket.control(SIOCSIFNETMASK, &request)) {
-    report("Failed to set subnet mask!");
-    result = -1;
-  }
-  put_address(request, broadcast_address(address, mask));
-  if (!socket.control(SIOCSIFBRDADDR, &request)) {
-    report("Failed to set broadcast address!");
-    result = -1;
-  }
-  return result;
+  put_address(request.ifr_addr, mask);
+  const bool mask_set = socket.control_or_report(SIOCSIFNETMASK, &request, "Failed to set subnet mask!");
+  put_address(request.ifr_addr, broadcast_address(address, mask));
+  const bool both_set =
+      socket.control_or_report(SIOCSIFBRDADDR, &request, "Failed to set broadcast address!") && mask_set;
+  return both_set ? 0 : -1;
 }
 
 std::optional<HardwareAddress> set_hardware_address(const char* interface_name,
                                                     const HardwareAddress& address) {
   const ControlSocket socket("Failed to open socket!");
-  if (!socket.is_open()) return std::nullopt;
   ifreq request = interface_request(interface_name, ARPHRD_ETHER);
   std::memcpy(request.ifr_hwaddr.sa_data, address.data(), address.size());
-  if (!socket.control(SIOCSIFHWADDR, &request)) {
-    // The same line as the reader's: programs that watch the output know it.
-    report("Unable to read MAC address!");
-    return std::nullopt;
-  }
+  // The same line as the reader's: programs that watch the output know it.
+  if (!socket.control_or_report(SIOCSIFHWADDR, &request, "Unable to read MAC address!")) return std::nullopt;
   return taken_hardware_address(request);
 }
 
@@ -109,24 +105,19 @@ int set_default_gateway(const char* interface_name, std::uint32_t gateway) {
   if (!socket.is_open()) return -1;
   // The kernel copies 15 bytes from where rt_dev points, so the name needs a buffer of that size.
   ifreq device = interface_request(interface_name);
-  sockaddr_in destination{};
-  destination.sin_family = AF_INET;
   rtentry route{};
   route.rt_flags = RTF_UP;
   route.rt_dev = device.ifr_name;
-  std::memcpy(&route.rt_dst, &destination, sizeof destination);
+  put_address(route.rt_dst, 0);
   if (read_default_gateway(interface_name) != kNoAddress && !socket.control(SIOCDELRT, &route) &&
       errno != ESRCH) {
     report("Failed to delete default gateway!");
     return -1;
   }
 
-  sockaddr_in through = destination;
-  through.sin_addr.s_addr = gateway;
   route.rt_flags |= RTF_GATEWAY;
-  std::memcpy(&route.rt_gateway, &through, sizeof through);
-  if (!socket.control(SIOCADDRT, &route)) {
-    report("Failed to set default gateway!");
+  put_address(route.rt_gateway, gateway);
+  if (!socket.control_or_report(SIOCADDRT, &route, "Failed to set default gateway!")) {
     std::array<char, 64> command{};
     const auto [first, second, third, fourth] = octets_of(gateway);
     std::snprintf(command.data(), command.size(), "route add default gw %d.%d.%d.%d", first, second, third,
@@ -179,6 +170,16 @@ int ip_check(const char* address, const char* mask, const char* gateway) {
   return 0;
 }
 
+ResolverText parse_dns_search_domain(std::FILE* resolver_file) {
+  return next_resolver_value(resolver_file, "search").value_or(ResolverText{});
+}
+
+std::optional<ResolverText> read_dns_search_domain() {
+  const File resolver_file = open_file(kResolverFile, "re");
+  if (!resolver_file) return std::nullopt;
+  return parse_dns_search_domain(resolver_file.get());
+}
+
 std::optional<sockaddr_storage> parse_address(const char* text) {
   sockaddr_in ipv4{};
   sockaddr_in6 ipv6{};
@@ -214,9 +215,8 @@ AddressText link_local_text(const char* hardware_address) {
 }
 
 std::optional<AddressText> interface_ipv6_text(const char* interface_name) {
-  in6_addr address{};
-  if (find_interface_addresses(interface_name, nullptr, &address) < 0) return std::nullopt;
-  return address_text(AF_INET6, &address);
+  const auto texts = interface_address_texts(interface_name);
+  return texts ? std::optional(texts->ipv6) : std::nullopt;
 }
 
 std::optional<AddressTexts> interface_address_texts(const char* interface_name) {

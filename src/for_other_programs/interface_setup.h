@@ -1,12 +1,14 @@
-// Changes and checks network settings, and makes further address texts. For the camera's other programs: the
-// service calls none of it, its changes reach the interface through the database and the daemons. The result
-// tells of every failure; when the kernel fails, a line on standard output, flushed at once, does too.
+// For the camera's other programs, which link this folder's library; no request reaches it. Reads, changes
+// and checks further settings of the network, and makes further address texts. The service itself changes an
+// interface through the database and the daemons. The result tells of every failure; when the kernel fails, a
+// line on standard output, flushed at once, does too.
 #pragma once
 
 #include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <optional>
 
 #include "network/interface_state.h"
@@ -19,6 +21,9 @@ struct AddressTexts {
 };
 
 // In all of the following `interface_name` is truncated to 15 characters before the kernel gets it.
+
+/// The IPv4 address, or kNoAddress when the interface is missing or has none.
+[[nodiscard]] std::uint32_t read_ipv4_address(const char* interface_name);
 
 /// 0, or -1 when the kernel refuses.
 [[nodiscard]] int set_ipv4_address(const char* interface_name, std::uint32_t address);
@@ -39,6 +44,10 @@ struct AddressTexts {
 /// with the gateway (told on standard error); -2 for a mask that is not contiguous from /8 to /31; -3 for a
 /// bad gateway. An address or gateway that is its block's network or broadcast address is bad.
 [[nodiscard]] int ip_check(const char* address, const char* mask, const char* gateway);
+
+/// The search domain of /etc/resolv.conf, empty when there is none; nothing when the file cannot be read.
+[[nodiscard]] std::optional<ResolverText> read_dns_search_domain();
+[[nodiscard]] ResolverText parse_dns_search_domain(std::FILE* resolver_file);
 
 /// An IPv4 or IPv6 address text as inet_pton(3) takes it, with its family; nothing when it is neither.
 [[nodiscard]] std::optional<sockaddr_storage> parse_address(const char* text);
