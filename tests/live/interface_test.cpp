@@ -62,25 +62,30 @@ TEST_F(InterfaceTest, ReplacesTheDefaultGateway) {
   EXPECT_EQ(ip("route show default dev eth0"), "default via 192.168.1.4 \n");
 }
 
-TEST_F(InterfaceTest, ChoosesTheIpv6Address) {
+TEST_F(InterfaceTest, ComparesFourCharactersOfTheNameAndGivesTheLastIpv4Address) {
+  ip("addr add 192.168.1.11/24 dev eth0");
+  const AddressTexts texts = interface_address_texts("eth0-and-more").value_or(AddressTexts{});
+  EXPECT_STREQ(texts.ipv4.data(), "192.168.1.11");
+}
+
+TEST_F(InterfaceTest, ChoosesAGlobalIpv6AddressThenOneSetByHandThenTheDerivedOne) {
   if (!std::filesystem::exists("/proc/net/if_inet6")) GTEST_SKIP() << "this kernel has no IPv6";
   // The kernel lists the newest address first, global ones before link-local ones.
   const auto chosen_of = [](const std::vector<std::string>& added) {
-    ip("addr flush dev eth0\naddr add 192.168.1.10/24 dev eth0\naddr add 192.168.1.11/24 dev eth0");
+    ip("addr flush dev eth0\naddr add 192.168.1.10/24 dev eth0");
     for (const std::string& address : added)
       ip("addr add " + address + "/64 dev eth0 nodad");
-    const AddressTexts both = interface_address_texts("eth0-and-more").value_or(AddressTexts{});
-    EXPECT_STREQ(both.ipv4.data(), "192.168.1.11");  // the last
-    EXPECT_EQ(interface_ipv6_text("eth0-and-more"), both.ipv6);
-    return std::string(both.ipv6.data());
+    const AddressTexts texts = interface_address_texts("eth0").value_or(AddressTexts{});
+    EXPECT_EQ(interface_ipv6_text("eth0-and-more"), texts.ipv6);
+    return std::string(texts.ipv6.data());
   };
   const std::string derived = "fe80::ff:fe00:10";  // from the hardware address
+  const std::string by_hand = "fe80::1";
   EXPECT_EQ(chosen_of({derived}), derived);
-  // One set by hand is preferred to the derived one, wherever it stands.
-  EXPECT_EQ(chosen_of({"fe80::1", derived}), "fe80::1");
-  EXPECT_EQ(chosen_of({derived, "fe80::1"}), "fe80::1");
-  EXPECT_EQ(chosen_of({"2001:db8::2", "2001:db8::1", "fe80::1"}), "2001:db8::2");
-  EXPECT_EQ(chosen_of({"fe80::1", "fe81::1"}), "fe81::1");  // does not begin with fe80
+  EXPECT_EQ(chosen_of({by_hand, derived}), by_hand);
+  EXPECT_EQ(chosen_of({derived, by_hand}), by_hand);
+  EXPECT_EQ(chosen_of({"2001:db8::2", "2001:db8::1", by_hand}), "2001:db8::2");
+  EXPECT_EQ(chosen_of({by_hand, "fe81::1"}), "fe81::1");  // counts as global: it does not begin with fe80
   EXPECT_EQ(chosen_of({}), "::");
 }
 

@@ -35,6 +35,16 @@ class NotificationTest : public testing::Test {
     return testing::internal::GetCapturedStdout();
   }
 
+  /// The links to a relay, an FTP and a mail server after a request to the handler. Before it each is 8.
+  std::string links_after(void (*handler)(Service&, const Request&), const std::string& tail,
+                          const std::string& body = "") {
+    EXPECT_TRUE(database_.execute("update Event set RelayID=8, FTPServerID=8, SMTPServerID=8"));
+    EXPECT_NE(run(handler, tail, body).find("<statusString>OK<"), std::string::npos);
+    const Rows rows =
+        database_.query("select RelayID || ' ' || FTPServerID || ' ' || SMTPServerID from Event");
+    return rows.text(0, 0);
+  }
+
   Environment environment_;
   Database database_;
   std::optional<ControlQueues> queues_ = ControlQueues::open();
@@ -71,19 +81,20 @@ TEST_F(NotificationTest, ADocumentShowsTheNotificationThatTheUrlNamesAndLinksOfL
   EXPECT_NE(run(read_notification, "Relay-1/notifications/FTP-1").find("<statusCode>4<"), std::string::npos);
 }
 
-TEST_F(NotificationTest, AChangeSetsTheLinkThatTheBodyNamesADeletionTheOneThatTheUrlNames) {
-  const auto links_after = [this](auto handler, const std::string& tail, const std::string& children = "") {
-    EXPECT_TRUE(database_.execute("update Event set RelayID=8, FTPServerID=8, SMTPServerID=8"));
-    const std::string body = "<EventTriggerNotification>" + children + "</EventTriggerNotification>";
-    EXPECT_NE(run(handler, tail, body).find("<statusCode>1<"), std::string::npos);
-    const Rows rows =
-        database_.query("select RelayID || ' ' || FTPServerID || ' ' || SMTPServerID from Event");
-    return std::string(rows.text(0, 0));
-  };
-  const std::string relay = "<id>Relay-1</id><notificationMethod>IO</notificationMethod>";
-  const std::string ftp = "<id>FTP-1</id><notificationMethod>FTP</notificationMethod>";
-  EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/FTP-1", relay), "1 8 8");
-  EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/Relay-1", ftp), "8 1 8");
+TEST_F(NotificationTest, AChangeSetsTheLinkThatTheBodyNames) {
+  EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/FTP-1",
+                        "<EventTriggerNotification>"
+                        "<id>Relay-1</id><notificationMethod>IO</notificationMethod>"
+                        "</EventTriggerNotification>"),
+            "1 8 8");
+  EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/Relay-1",
+                        "<EventTriggerNotification>"
+                        "<id>FTP-1</id><notificationMethod>FTP</notificationMethod>"
+                        "</EventTriggerNotification>"),
+            "8 1 8");
+}
+
+TEST_F(NotificationTest, ADeletionSetsTheLinkThatTheUrlNames) {
   EXPECT_EQ(links_after(remove_notification, "Sensor-0/notifications/Relay-2"), "2 8 8");
   EXPECT_EQ(links_after(remove_notification, "Sensor-0/notifications/Mail-1"), "8 8 1");
 }

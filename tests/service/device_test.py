@@ -1,14 +1,28 @@
 """Device information and status, and the identifier that the service generates once for a device."""
-import os
 import re
 import subprocess
 
 import pytest
 
 from camera import DEFAULTS, DIRECTORY, FACTORY_DATA, UNAUTHORIZED, elements, offset_of
+from helpers import OK
 
 INFO = "/PSIA/System/deviceInfo"
-os.environ.pop("HOSTNAME", None)  # of the machine that runs the tests
+STATUS = "/PSIA/System/status"
+LONGEST_IDENTIFIER = 39
+LONGEST_NAME = 31
+SERIAL_NUMBER_AT = 256  # byte of the factory data; 31 characters and a zero byte
+HALF_PAST_FIVE = (5 * 60 + 30) * 60  # seconds
+
+
+@pytest.fixture
+def uptime_file():
+    """A file that the service reads in place of /proc/uptime."""
+    path = DIRECTORY / "uptime"
+    path.touch()
+    subprocess.run(["mount", "--bind", path, "/proc/uptime"], check=True)
+    yield path
+    subprocess.run(["umount", "/proc/uptime"], check=True)
 
 
 def information(camera, variables=None):
@@ -16,14 +30,18 @@ def information(camera, variables=None):
 
 
 def test_a_name_is_shown_whole_and_39_characters_of_an_identifier(camera):
-    text = 15 * "a" + 300 * "n"
+    text = "no placeholder" + 300 * "x"
     camera.execute(f"update Network set DDNSHostname='{text}'; update System set uuid='{text}'")
     shown = information(camera)
-    assert (shown["deviceName"], shown["deviceID"]) == (text, text[:39])
+    assert shown["deviceName"] == text
+    assert shown["deviceID"] == text[:LONGEST_IDENTIFIER]
 
 
-def test_without_a_stored_name_the_host_name_is_shown(camera):
+def test_without_a_stored_name_the_host_name_of_request_or_start_is_shown(unstarted_camera, monkeypatch):
+    camera = unstarted_camera
     camera.execute("delete from Network")
+    monkeypatch.delenv("HOSTNAME", raising=False)  # of the machine that runs the tests
+    camera.start_service()
     assert information(camera)["deviceName"] == "(null)"
     assert information(camera, {"HOSTNAME": "of-request"})["deviceName"] == "of-request"
     camera.stop_service()
@@ -31,54 +49,60 @@ def test_without_a_stored_name_the_host_name_is_shown(camera):
     assert information(camera)["deviceName"] == "at-start"
 
 
-def test_the_serial_number_is_at_byte_256_of_the_factory_data(camera):
-    def serial_number_and_report():
-        answer, reported = camera.begin("GET", INFO).receive()
-        return elements(answer)["serialNumber"], reported
+@pytest.mark.parametrize("content, shown, reported", [
+    pytest.param(SERIAL_NUMBER_AT * b"x" + 31 * b"s" + b"\0behind", 31 * "s", "", id="there"),
+    pytest.param(SERIAL_NUMBER_AT * b"x" + 31 * b"s" + b"no zero byte", 31 * "s", "", id="unterminated"),
+    pytest.param(SERIAL_NUMBER_AT * b"x" + 31 * b"s", "0", "eeprom read fail res=31, error=Success\n",
+                 id="one byte missing"),
+    pytest.param(None, "0", "EEPROM OPEN: No such file or directory", id="no factory data"),
+])
+def test_the_serial_number_is_read_from_the_factory_data(camera, content, shown, reported):
     descriptors = camera.open_descriptors()
-    FACTORY_DATA.write_bytes(256 * b"x" + 31 * b"s" + b"tuv")
-    assert serial_number_and_report() == (31 * "s", "")
-    FACTORY_DATA.write_bytes(256 * b"x" + 31 * b"s")
-    assert serial_number_and_report() == ("0", "eeprom read fail res=31, error=Success\n")
-    FACTORY_DATA.unlink()
-    assert serial_number_and_report() == ("0", "EEPROM OPEN: No such file or directory")
+    if content is None:
+        FACTORY_DATA.unlink()
+    else:
+        FACTORY_DATA.write_bytes(content)
+    document, errors = camera.begin("GET", INFO).receive()
+    assert (elements(document)["serialNumber"], errors) == (shown, reported)
     assert camera.open_descriptors() == descriptors
 
 
 def test_a_new_identifier_is_stored_in_both_databases_and_closes_the_first(camera):
-    camera.execute("update System set uuid='aaaaaaaaaaaaaaaa-and-more'")
+    camera.execute("update System set uuid='aaaaaaaaaaaaaaaa-and-more'")  # the placeholder, whatever follows
     shown = information(camera)
     identifier = shown["deviceID"]
+    # A random UUID, in capitals but for the last group.
     assert re.fullmatch("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9a-f]{12}", identifier)
     assert camera.rows("select uuid from System") == [(identifier,)]
     assert camera.rows("select uuid from System", DEFAULTS) == [(identifier,)]
     # The rest of this very document is already written without the database.
-    assert (shown["model"], shown["firmwareVersion"]) == ("Quellan IP Camera", "0.0.0.0")
+    assert shown["model"] == "Quellan IP Camera"
+    assert shown["firmwareVersion"] == "0.0.0.0"
     assert shown["firmwareReleasedDate"] == "000000"
     assert camera.call("GET", INFO) == UNAUTHORIZED
-    assert camera.stop_service() == 0
 
 
-@pytest.mark.parametrize("body, effects", [
-    ("<deviceinfo><deviceName>a</deviceName><DEVICENAME>&lt;b</DEVICENAME></deviceinfo>",
-     ["Network.DDNSHostname = <b", "status 1"]),
-    (f"<DeviceInfo><deviceName>{31 * 'n'}x</deviceName></DeviceInfo>",
-     [f"Network.DDNSHostname = {31 * 'n'}", "status 1"]),
+@pytest.mark.parametrize("names, stored", [
+    pytest.param("<deviceName>first</deviceName><DEVICENAME>&lt;last</DEVICENAME>", "<last",
+                 id="the last counts"),
+    pytest.param(f"<deviceName>{LONGEST_NAME * 'n'}x</deviceName>", LONGEST_NAME * "n", id="truncated"),
 ])
-def test_the_last_device_name_is_stored(camera, body, effects):
-    assert camera.effects("PUT", INFO, body) == effects
+def test_the_device_name_is_stored(camera, names, stored):
+    body = f"<deviceinfo>{names}</deviceinfo>"
+    assert camera.effects("PUT", INFO, body) == [f"Network.DDNSHostname = {stored}", OK]
 
 
-@pytest.mark.parametrize("line, seconds", [
-    ("2147483648.5 1\n", "2147483647"),
-    ("12345.67\n2345.12\n", "0"),  # only the first line is read, and it must hold two numbers
-    (31 * " " + "77 5\n", "77"),   # 35 characters are read
+@pytest.mark.parametrize("content, seconds", [
+    pytest.param("2147483648.5 1\n", "2147483647", id="more than an int holds"),
+    pytest.param("12345.67\n2345.12\n", "0", id="the first line must hold two numbers"),
+    pytest.param("77 5".rjust(35) + "\n", "77", id="35 characters are read"),
 ])
-def test_the_status_shows_the_uptime_and_the_time_of_the_zone_in_force(camera, line, seconds):
-    camera.call("GET", "/PSIA/System/status")  # after this the zone must be read again
-    (DIRECTORY / "uptime").write_text(line)
-    subprocess.run(["mount", "--bind", DIRECTORY / "uptime", "/proc/uptime"], check=True)
-    shown = elements(camera.call("GET", "/PSIA/System/status", variables={"TZ": "AAA-5:30"}))
-    subprocess.run(["umount", "/proc/uptime"], check=True)
-    assert shown["deviceUpTime"] == seconds
-    assert offset_of(shown["currentDeviceTime"]) == 19800
+def test_the_status_shows_the_uptime(camera, uptime_file, content, seconds):
+    uptime_file.write_text(content)
+    assert elements(camera.call("GET", STATUS))["deviceUpTime"] == seconds
+
+
+def test_the_status_shows_the_time_of_the_zone_in_force(camera):
+    camera.call("GET", STATUS)  # the zone is known now, and must be read again
+    shown = elements(camera.call("GET", STATUS, variables={"TZ": "AAA-5:30"}))
+    assert offset_of(shown["currentDeviceTime"]) == HALF_PAST_FIVE

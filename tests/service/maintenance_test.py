@@ -5,71 +5,105 @@ import subprocess
 
 import pytest
 
-from camera import REPLIES, REQUESTS, reply, status
+from camera import REPLIES, REQUESTS, reply
+from helpers import BUSY, DEVICE_BUSY, DEVICE_ERROR, DONE, INVALID_XML_FORMAT, OK, answer
 
 CONFIGURATION = "/PSIA/System/configurationData"
 EXCHANGE = pathlib.Path("/usr/local/httpd/htdocs/Web/updownload")
-# A settings file, of which no two pieces of 1024 bytes are alike.
-SETTINGS = "".join(f"setting {number}\0\n" for number in range(300))
+UPLOADED = EXCHANGE / "psia_config.dat"
+PIECE = 1024  # bytes that the service copies at once
+MOST = 64 << 20  # bytes that an upload may have
+# A settings file of two pieces and a half, of which no two are alike.
+SETTINGS = "".join(f"setting {number}\0\n" for number in range(300))[:2 * PIECE + PIECE // 2]
+
+SENT = ["message 10 factory reset", DEVICE_BUSY]
+LONGEST_QUERY = 255
 
 
 @pytest.mark.parametrize("query, effects", [
-    # A second value is written over the first one: FULL, then BULL.
-    ("?Mode=xULL=F", ["message 10 factory reset", "status 2"]),
-    ("?MODE=FULL=B", ["status 3"]),
-    # 255 characters are read; X is the 256th, then the 255th.
-    ("?MODE=FULL" + 246 * "=" + "X", ["message 10 factory reset", "status 2"]),
-    ("?MODE=FULL" + 245 * "=" + "X", ["status 3"]),
-    ("?MODES=FULL", ["status 3"]),
-    ("?", ["status 5"]),
+    pytest.param("Mode=basic", SENT, id="in any case"),
+    pytest.param("Mode=xULL=F", SENT, id="a second value is written over the first: FULL"),
+    pytest.param("MODE=FULL=B", [DEVICE_ERROR], id="a second value is written over the first: BULL"),
+    pytest.param("MODE=FULL".ljust(LONGEST_QUERY, "=") + "X", SENT,
+                 id="what exceeds 255 characters is ignored"),
+    pytest.param("MODE=FULL".ljust(LONGEST_QUERY - 1, "=") + "X", [DEVICE_ERROR],
+                 id="255 characters count: XULL"),
+    pytest.param("MODES=FULL", [DEVICE_ERROR], id="another name"),
+    pytest.param("", [INVALID_XML_FORMAT], id="empty"),
 ])
 def test_a_factory_reset_needs_its_mode(camera, query, effects):
-    assert camera.effects("PUT", "/PSIA/System/factoryReset" + query, replies=[1]) == effects
+    assert camera.effects("PUT", "/PSIA/System/factoryReset?" + query, replies=[BUSY]) == effects
 
 
-def download(camera, name, result=0):
+def download(camera, name, result=DONE):
     """The answer when a daemon replies that it exported the settings to the file `name`."""
     request = camera.begin("GET", CONFIGURATION)
     assert REPLIES.send(reply(REQUESTS.next(), result, name.encode()))
     return request.receive()[0]
 
 
-@pytest.mark.parametrize("size", [1, 1024, 2500])
-def test_the_exported_file_is_sent_with_its_own_header(camera, size):
-    (EXCHANGE / "export-%s.dat").write_text(SETTINGS[:size])
-    assert download(camera, "export-%s.dat") == (
+@pytest.mark.parametrize("size", [1, PIECE, len(SETTINGS)])
+def test_an_exported_file_of_any_size_is_sent_whole(camera, size):
+    name = "export-%s.dat"  # no format
+    (EXCHANGE / name).write_text(SETTINGS[:size])
+    assert download(camera, name) == (
         f"Content-Type: application/octet-stream\nContent-length: {size}\n\n{SETTINGS[:size]}")
-    assert download(camera, "export-%s.dat", result=1) == status(3, CONFIGURATION)
 
 
-def test_without_an_exported_file_the_download_fails(camera):
+def test_a_busy_daemon_makes_the_download_fail(camera):
+    (EXCHANGE / "export").write_text(SETTINGS)
+    assert download(camera, "export", result=BUSY) == answer(CONFIGURATION, DEVICE_ERROR)
+
+
+@pytest.mark.parametrize("name", [
+    pytest.param("missing", id="no such file"),
+    pytest.param("", id="a directory"),
+    pytest.param("empty", id="an empty file"),
+    pytest.param(5000 * "n", id="a name that fills the message"),
+])
+def test_without_an_exported_file_the_download_fails(camera, name):
     (EXCHANGE / "empty").write_text("")
     descriptors = camera.open_descriptors()
-    for name in ["missing", "", "empty", 4104 * "n"]:
-        assert download(camera, name) == status(3, CONFIGURATION)
+    assert download(camera, name) == answer(CONFIGURATION, DEVICE_ERROR)
     assert camera.open_descriptors() == descriptors
 
 
-@pytest.mark.parametrize("length, code, stored", [
-    ("1500", 1, SETTINGS[:1500]),
-    ("67108864", 1, SETTINGS[:2048]),  # 64 MiB are the most; of an incomplete body whole KiB are kept
-    ("67108865", 3, "before"),
-    ("0", 1, ""),
+@pytest.mark.parametrize("length, received, stored", [
+    pytest.param(1500, OK, SETTINGS[:1500], id="part of what was sent"),
+    pytest.param(MOST, OK, SETTINGS[:2 * PIECE], id="of an incomplete body whole pieces are kept"),
+    pytest.param(MOST + 1, DEVICE_ERROR, "before", id="too much"),
+    pytest.param(0, OK, "", id="nothing"),
 ])
-def test_an_upload_is_stored_as_far_as_it_arrives(camera, length, code, stored):
-    file = EXCHANGE / "psia_config.dat"
-    file.write_text("before")
-    effects = camera.effects("PUT", CONFIGURATION, SETTINGS[:2500], variables={"CONTENT_LENGTH": length})
-    assert effects == [f"status {code}"]
-    assert file.read_text() == stored
+def test_an_upload_is_stored_as_far_as_it_arrives(camera, length, received, stored):
+    UPLOADED.write_text("before")
+    assert camera.effects("PUT", CONFIGURATION, SETTINGS,
+                          variables={"CONTENT_LENGTH": str(length)}) == [received]
+    assert UPLOADED.read_text() == stored
 
 
-def test_an_upload_without_room_fails(camera):
+@pytest.fixture
+def room_for_16_kb():
     subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16k", "tmpfs", EXCHANGE], check=True)
-    # A write fails; of the smaller file only the close, which writes the last buffer.
-    results = [camera.effects("PUT", CONFIGURATION, size * "x") for size in (300000, 18000)]
-    subprocess.run(["umount", EXCHANGE], check=True)  # fails while a file is open
+    yield
+    subprocess.run(["umount", EXCHANGE], check=True)  # fails while the service has a file open
+
+
+@pytest.fixture
+def no_exchange_directory():
     shutil.rmtree(EXCHANGE)
-    results.append(camera.effects("PUT", CONFIGURATION, "no directory"))
+    yield
     EXCHANGE.mkdir()
-    assert results == 3 * [["status 3"]]
+
+
+@pytest.mark.usefixtures("room_for_16_kb")
+@pytest.mark.parametrize("kilobytes", [
+    pytest.param(300, id="a write fails"),
+    pytest.param(17, id="the close fails, which writes what is buffered"),
+])
+def test_an_upload_without_room_fails(camera, kilobytes):
+    assert camera.effects("PUT", CONFIGURATION, kilobytes * 1024 * "x") == [DEVICE_ERROR]
+
+
+@pytest.mark.usefixtures("no_exchange_directory")
+def test_an_upload_without_a_directory_fails(camera):
+    assert camera.effects("PUT", CONFIGURATION, SETTINGS) == [DEVICE_ERROR]

@@ -2,48 +2,62 @@
 import pytest
 
 from camera import elements
+from helpers import DEVICE_ERROR, OK
 
 SERVERS = "/PSIA/System/time/ntpServers"
+LONGEST = 31 * "n"  # the longest server that is stored
+
+
+@pytest.mark.parametrize("uri", [SERVERS, SERVERS + "/1"])
+@pytest.mark.parametrize("stored, shown", [
+    pytest.param("'0123456789.'", "0123456789.", id="digits and dots"),
+    pytest.param("null", "", id="no character at all"),
+])
+def test_an_address_is_shown(camera, uri, stored, shown):
+    camera.execute("update Network set NTPServer=" + stored)
+    assert elements(camera.call("GET", uri)) == {
+        "id": "1", "addressingFormatType": "ipaddress", "ipAddress": shown, "portNo": "123"}
 
 
 @pytest.mark.parametrize("change, shown", [
-    # Digits and dots make an address, and so does no character at all.
-    ("update Network set NTPServer='0123456789.'", "0123456789."),
-    ("update Network set NTPServer=null", ""),
+    pytest.param("update Network set NTPServer='10:0'", "10:0", id="a character that no address has"),
+    pytest.param("delete from Network", "pool.ntp.org", id="no row"),
 ])
-def test_the_server_is_shown_as_an_address(camera, change, shown):
+def test_a_host_name_is_shown(camera, change, shown):
     camera.execute(change)
-    for uri in (SERVERS, SERVERS + "/1"):
-        assert elements(camera.call("GET", uri)) == {
-            "id": "1", "addressingFormatType": "ipaddress", "ipAddress": shown, "portNo": "123"}
-
-
-@pytest.mark.parametrize("change, shown", [
-    ("update Network set NTPServer='10:0'", "10:0"),
-    ("delete from Network", "pool.ntp.org"),
-])
-def test_the_server_is_shown_as_a_name(camera, change, shown):
-    camera.execute(change)
-    assert elements(camera.call("GET", SERVERS))["hostName"] == shown
+    assert camera.shown(SERVERS, "addressingFormatType") == ["hostname"]
+    assert camera.shown(SERVERS, "hostName") == [shown]
 
 
 @pytest.mark.parametrize("server, stored", [
-    # The address is stored with any addressingFormatType but "NTP", even with "hostname".
-    ("""<addressingFormatType>hostname</addressingFormatType>
-        <hostName>h</hostName><ipAddress>1.2.3.4</ipAddress>""", "1.2.3.4"),
-    ("<addressingFormatType/><addressingFormatType>nTp</addressingFormatType><hostName>h</hostName>", "h"),
-    (f"<HOSTNAME>{31 * 'n'}x</HOSTNAME><ipAddress>1.2.3.4</ipAddress>", 31 * "n"),
+    pytest.param("""
+        <addressingFormatType>hostname</addressingFormatType>
+        <hostName>name</hostName>
+        <ipAddress>1.2.3.4</ipAddress>""", "1.2.3.4", id="the address, even with the type hostname"),
+    pytest.param("""
+        <addressingFormatType/>
+        <addressingFormatType>nTp</addressingFormatType>
+        <hostName>name</hostName>
+        <ipAddress>1.2.3.4</ipAddress>""", "name", id="the name with the type NTP"),
+    pytest.param(f"""
+        <HOSTNAME>{LONGEST}x</HOSTNAME>
+        <ipAddress>1.2.3.4</ipAddress>""", LONGEST, id="the name without a type, truncated"),
 ])
 def test_one_server_is_stored(camera, server, stored):
     assert camera.effects("PUT", SERVERS + "/7", f"<ntpserver>{server}</ntpserver>") == [
-        f"Network.NTPServer = {stored}", "status 1"]
+        f"Network.NTPServer = {stored}", OK]
 
 
 @pytest.mark.parametrize("servers, effects", [
-    ("""<NTPServer><hostName>a</hostName></NTPServer>
-        <ntpserver><addressingFormatType>ipaddress</addressingFormatType><hostName>b</hostName></ntpserver>
-        <NTPServer><ipAddress>1.2.3.4</ipAddress></NTPServer>""", ["Network.NTPServer = b", "status 1"]),
-    ("<NTPServer><hostName>it's</hostName></NTPServer>", ["status 3"]),
+    pytest.param("""
+        <NTPServer><hostName>first</hostName></NTPServer>
+        <ntpserver>
+          <addressingFormatType>ipaddress</addressingFormatType>
+          <hostName>last</hostName>
+        </ntpserver>
+        <NTPServer><ipAddress>1.2.3.4</ipAddress></NTPServer>""",
+                 ["Network.NTPServer = last", OK], id="whatever its type, and no address"),
+    pytest.param("<NTPServer><hostName>it's</hostName></NTPServer>", [DEVICE_ERROR], id="quotes are refused"),
 ])
 def test_of_a_list_the_last_name_is_stored(camera, servers, effects):
     assert camera.effects("PUT", SERVERS, f"<ntpserverLIST>{servers}</ntpserverLIST>") == effects

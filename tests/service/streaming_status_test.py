@@ -1,30 +1,38 @@
 """Who is watching the streams."""
 import pytest
 
+from helpers import DEVICE_ERROR
+
 CHANNELS = "/PSIA/Streaming/channels/"
 STATUS = "/PSIA/Streaming/status"
+MASTER_VIEWERS = ["192.168.1.50", "192.168.1.51"]
+SLAVE_VIEWERS = ["192.168.1.60"]
 
 
-@pytest.mark.parametrize("identifier, addresses", [
-    ("slave-0", ["192.168.1.60"]),
-    ("1234567", ["192.168.1.60"]),
-    ("2", ["192.168.1.50", "192.168.1.51"]),
-    ("Slave-0/", ["192.168.1.50", "192.168.1.51"]),
+@pytest.mark.parametrize("channel, viewers", [
+    pytest.param("slave-0", SLAVE_VIEWERS, id="its name in any case"),
+    pytest.param("1234567", SLAVE_VIEWERS, id="another text as long as Slave-0"),
+    pytest.param("2", MASTER_VIEWERS, id="a shorter one"),
+    pytest.param("Slave-0/", MASTER_VIEWERS, id="a longer one"),
 ])
-def test_urls_of_39_characters_are_the_slave_stream(camera, identifier, addresses):
-    assert camera.shown(CHANNELS + identifier + "/STATUS", "ipAddress") == addresses
+def test_a_url_as_long_as_that_of_the_slave_stream_shows_its_viewers(camera, channel, viewers):
+    assert camera.shown(CHANNELS + channel + "/STATUS", "ipAddress") == viewers
 
 
-def test_percent_signs_are_shown_as_stored_and_halved_by_all(camera):
-    camera.execute("update ClientList set Address='%%%%d%s%%'")
-    assert camera.shown(CHANNELS + "Slave-0/status", "ipAddress") == ["%%%%d%s%%"]
-    assert camera.shown(STATUS, "ipAddress") == ["%d%s%"] * 3
+def test_two_percent_signs_are_shown_as_stored_for_one_stream_and_halved_twice_for_all(camera):
+    camera.execute("update ClientList set Address='%%%%d%s%%%%%'")
+    assert camera.shown(CHANNELS + "Slave-0/status", "ipAddress") == ["%%%%d%s%%%%%"]
+    assert camera.shown(STATUS, "ipAddress") == 3 * ["%d%s%%"]
 
 
-def test_one_stream_without_viewers_is_a_device_error_all_are_empty(camera):
-    camera.execute("update ClientList set StreamName='slave-0'")
-    assert camera.effects("GET", CHANNELS + "Slave-0/status") == ["status 3"]
+def test_one_stream_without_viewers_is_a_device_error(camera):
+    camera.execute("update ClientList set StreamName='slave-0'")  # stored names are case-sensitive
+    assert camera.effects("GET", CHANNELS + "Slave-0/status") == [DEVICE_ERROR]
+    assert camera.effects("GET", CHANNELS + "1/status") == [DEVICE_ERROR]
+
+
+def test_all_streams_without_viewers_are_an_empty_list(camera):
     camera.execute("delete from ClientList")
     assert camera.shown(STATUS, "totalStreamingSessions") == ["0"]
     camera.execute("drop table ClientList")
-    assert camera.effects("GET", STATUS) == ["status 3"]
+    assert camera.effects("GET", STATUS) == [DEVICE_ERROR]

@@ -1,11 +1,14 @@
 """Changes of the streaming channels: what is stored, and what the daemons are told at which moment."""
 import pytest
 
+from camera import REQUESTS
+from helpers import BUSY, DEVICE_ERROR, FAILED, OK
+
 CHANNELS = "/PSIA/Streaming/channels"
 
 
 def test_each_part_takes_effect_as_it_is_met_whatever_the_daemons_reply(camera):
-    # The id of the body counts, not that of the URL; MJPEG sets the quality; the port is sent last.
+    # The id of the body counts, not that of the URL. MJPEG makes the bit rate variable, with the quality 2.
     assert camera.effects("PUT", CHANNELS + "/2", """
         <StreamingChannel>
           <id>MASTER-0</id>
@@ -21,7 +24,7 @@ def test_each_part_takes_effect_as_it_is_met_whatever_the_daemons_reply(camera):
             <audioCompressionType>G.711alaw</audioCompressionType>
           </Audio>
         </StreamingChannel>
-        """, replies=[2, 1, 2]) == [
+        """, replies=[FAILED, BUSY, FAILED]) == [
             "VideoEncoder[0].Enable = 0", "VideoEncoder[0].Codec = 0", "VideoEncoder[0].Resolution = 4",
             "VideoEncoder[0].QualityType = 1", "VideoEncoder[0].Bitrate = 2048",
             "VideoEncoder[0].Quality = 2",
@@ -30,11 +33,11 @@ def test_each_part_takes_effect_as_it_is_met_whatever_the_daemons_reply(camera):
             "message 3 audio",
             "Network.RTSPPort = 70000",
             "message 37 RTSP port",
-            "status 1"]
+            OK]
 
 
 def test_channels_of_a_list_keep_what_the_one_before_set(camera):
-    # The second entry is of channel 2 as well: its id and enabled come too late, behind its Video.
+    # The second entry changes the Slave stream as well: its id and enabled come too late, after its Video.
     assert camera.effects("PUT", CHANNELS, """
         <StreamingChannelList>
           <StreamingChannel>
@@ -48,35 +51,54 @@ def test_channels_of_a_list_keep_what_the_one_before_set(camera):
             <enabled>no</enabled>
           </StreamingChannel>
         </StreamingChannelList>
-        """) == ["VideoEncoder[1].Codec = 1", "VideoEncoder[1].Resolution = 3",
-                 "VideoEncoder[1].Bitrate = 2048", "VideoEncoder[1].Framerate = 30",
-                 "message 2 encoder: master = 0",
-                 "VideoEncoder[1].Resolution = 2", "message 2 encoder: master = 0", "status 1"]
+        """) == [
+            "VideoEncoder[1].Codec = 1", "VideoEncoder[1].Resolution = 3",
+            "VideoEncoder[1].Bitrate = 2048", "VideoEncoder[1].Framerate = 30",
+            "message 2 encoder: master = 0",
+            "VideoEncoder[1].Resolution = 2",
+            "message 2 encoder: master = 0",
+            OK]
 
 
-# Without an id it is the Master stream, with the size code 0.
-@pytest.mark.parametrize("codec, control, percentage, rate, stored", [
-    ("MPEG4", "vbr", 0, 1599, (1, 0, 1, 4, 15)),
-    ("H.264", "other", -5, -199, (1, 0, 0, 3, -1)),
-    ("mjpeg", "CBR", 25, 99, (0, 0, 1, 3, 0)),
-    ("mjpeg", "CBR", 26, 100, (0, 0, 1, 2, 1)),
-    ("mjpeg", "CBR", 51, 100, (0, 0, 1, 1, 1)),
-    ("mjpeg", "CBR", 76, 100, (0, 0, 1, 2, 1)),
+def stored_after(camera, columns, video, channel=1):
+    """The columns of the encoder after an update of its channel with these elements of Video."""
+    REQUESTS.remove()  # so no daemon's reply is awaited
+    camera.call("PUT", CHANNELS + "/1", f"""
+        <StreamingChannel>
+          <id>{channel}</id>
+          <Video>{video}</Video>
+        </StreamingChannel>""")
+    [values] = camera.rows(f"select {columns} from VideoEncoder where VideoEncoderID={channel - 1}")
+    return values
+
+
+@pytest.mark.parametrize("codec, control, stored", [
+    ("mjpeg", "CBR", (0, 1)),
+    ("H.264", "CBR", (1, 0)),
+    ("MPEG4", "vbr", (1, 1)),
+    ("H.264", "other", (1, 0)),
 ])
-def test_codec_quality_and_frame_rate(camera, codec, control, percentage, rate, stored):
-    camera.effects("PUT", CHANNELS + "/1", f"""
-        <StreamingChannel><Video>
-          <videoQualityControlType>CBR</videoQualityControlType>
-          <videoCodecType>{codec}</videoCodecType>
-          <videoQualityControlType>{control}</videoQualityControlType>
-          <fixedQuality>{percentage}</fixedQuality>
-          <maxFrameRate>{rate}</maxFrameRate>
-        </Video></StreamingChannel>""")
-    assert camera.rows("""select Codec, Resolution, QualityType, Quality, Framerate
-                          from VideoEncoder where VideoEncoderID=0""") == [stored]
+def test_codec_and_quality_control_are_stored(camera, codec, control, stored):
+    assert stored_after(camera, "Codec, QualityType", f"""
+        <videoQualityControlType>VBR</videoQualityControlType>
+        <videoCodecType>{codec}</videoCodecType>
+        <videoQualityControlType>{control}</videoQualityControlType>""") == stored
 
 
-@pytest.mark.parametrize("channel, element, lines, code", [
+@pytest.mark.parametrize("percentage, level", [
+    (-1, 3), (0, 4), (1, 3), (25, 3), (26, 2), (50, 2), (51, 1), (75, 1), (76, 2), (99, 2), (100, 0),
+    (101, 2),
+])
+def test_a_percentage_is_stored_as_one_of_five_levels(camera, percentage, level):
+    assert stored_after(camera, "Quality", f"<fixedQuality>{percentage}</fixedQuality>") == (level,)
+
+
+@pytest.mark.parametrize("hundredths, stored", [(1599, 15), (100, 1), (99, 0), (-199, -1)])
+def test_the_frame_rate_is_stored_in_whole_frames(camera, hundredths, stored):
+    assert stored_after(camera, "Framerate", f"<maxFrameRate>{hundredths}</maxFrameRate>") == (stored,)
+
+
+@pytest.mark.parametrize("channel, element, pixels, code", [
     (1, "videoResolutionWidth", 2040, 5),
     (1, "videoResolutionHeight", 1080, 5),
     (1, "videoResolutionHeight", 1536, 5),
@@ -87,13 +109,14 @@ def test_codec_quality_and_frame_rate(camera, codec, control, percentage, rate, 
     (2, "videoResolutionHeight", 240, 1),
     (2, "videoResolutionHeight", 288, 1),
 ])
-def test_sizes(camera, channel, element, lines, code):
-    camera.effects("PUT", CHANNELS + "/1", f"""
-        <StreamingChannel>
-          <id>{channel}</id>
-          <Video><{element}>{lines}</{element}></Video>
-        </StreamingChannel>""")
-    assert camera.rows("select Resolution from VideoEncoder")[channel - 1] == (code,)
+def test_one_dimension_selects_the_size_code(camera, channel, element, pixels, code):
+    assert stored_after(camera, "Resolution", f"<{element}>{pixels}</{element}>", channel) == (code,)
+
+
+def test_without_an_id_the_master_stream_gets_the_size_code_0(camera):
+    changes = camera.effects("PUT", CHANNELS + "/2", "<StreamingChannel><Video/></StreamingChannel>")
+    assert "VideoEncoder[0].Resolution = 0" in changes
+    assert "message 2 encoder: master = 1" in changes
 
 
 @pytest.mark.parametrize("compression, bit_rate, codec", [
@@ -104,26 +127,27 @@ def test_audio_is_switched_off_unless_it_says_true(camera, compression, bit_rate
         <StreamingChannel><Audio>
           <audioCompressionType>{compression}</audioCompressionType>
           <audioBitRate>{bit_rate}</audioBitRate>
-        </Audio></StreamingChannel>
-        """) == ["Audio.Enable = 0", f"Audio.Codec = {codec}", "message 3 audio", "status 1"]
+        </Audio></StreamingChannel>""") == [
+            "Audio.Enable = 0", f"Audio.Codec = {codec}", "message 3 audio", OK]
 
 
 @pytest.mark.parametrize("uri, body", [
-    (CHANNELS + "/1", "<StreamingChannel/>"),
-    (CHANNELS, "<StreamingChannel><Video/></StreamingChannel>"),
+    pytest.param(CHANNELS + "/1", "<StreamingChannel/>", id="an empty channel"),
+    pytest.param(CHANNELS, "<StreamingChannel><Video/></StreamingChannel>", id="one channel for the list"),
 ])
 def test_a_body_that_is_no_update_puts_the_default_port_back(camera, uri, body):
     camera.execute("update Network set RTSPPort=8554")
-    assert camera.effects("PUT", uri, body) == ["Network.RTSPPort = 554", "message 37 RTSP port", "status 1"]
+    assert camera.effects("PUT", uri, body) == ["Network.RTSPPort = 554", "message 37 RTSP port", OK]
 
 
-@pytest.mark.parametrize("table, element", [
-    ("VideoEncoder", "<Video><constantBitRate>1</constantBitRate></Video>"),
-    ("Network", ""),
-])
-def test_a_failing_statement_ends_the_request(camera, table, element):
+@pytest.mark.parametrize("table", ["VideoEncoder", "Audio", "Network"])
+def test_a_failing_statement_ends_the_request(camera, table):
     camera.execute(f"create trigger refuse before update on {table} begin select raise(abort, 'no'); end")
+    elements = {"VideoEncoder": "<Video/>", "Audio": "<Audio><enabled>x</enabled></Audio>", "Network": ""}
     assert camera.effects("PUT", CHANNELS, f"""
         <StreamingChannelList>
-          <StreamingChannel>{element}<Transport><rtspPortNo>7</rtspPortNo></Transport></StreamingChannel>
-        </StreamingChannelList>""") == ["status 3"]
+          <StreamingChannel>
+            {elements[table]}
+            <Transport><rtspPortNo>8554</rtspPortNo></Transport>
+          </StreamingChannel>
+        </StreamingChannelList>""") == [DEVICE_ERROR]

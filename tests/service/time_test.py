@@ -6,14 +6,33 @@ import re
 import pytest
 
 from camera import DIRECTORY, elements, offset_of
+from helpers import BUSY, DEVICE_BUSY, DEVICE_ERROR, OK
 
 TIME = "/PSIA/System/time"
+LOCAL_TIME = TIME + "/localTime"
+TIME_ZONE = TIME + "/timeZone"
+HOUR = 60 * 60  # seconds
+HALF_PAST_FIVE = 5 * HOUR + HOUR // 2
+ZONES = pathlib.Path("/usr/share/zoneinfo")
+BESIDE_THE_SETTINGS = "../../local/orvid/"  # from the zones; there a test may write
 
 
-def stored_rule(camera, name):
-    """What GET timeZone shows when this name is stored."""
-    camera.execute(f"update Network set TimeZone='{name}'")
-    return camera.call("GET", TIME + "/timeZone").split("\r\n\r\n")[1]
+def bare_text(camera, uri):
+    """The body of an answer that is no document."""
+    return camera.call("GET", uri).split("\r\n\r\n")[1]
+
+
+def put_zone(camera, zone):
+    """What a Time document without a timeMode and with this zone is answered."""
+    return camera.effects("PUT", TIME, f"<Time><timeZone>{zone}</timeZone></Time>")[-1]
+
+
+def shown_zone(camera):
+    """The rule that is shown, and by how many seconds the time that is shown is ahead of UTC."""
+    shown = elements(camera.call("GET", TIME))
+    offset = offset_of(shown["localTime"])
+    assert offset_of(bare_text(camera, LOCAL_TIME)) == offset
+    return shown["timeZone"], offset
 
 
 def test_any_mode_but_2_is_shown_as_manual(camera):
@@ -21,104 +40,146 @@ def test_any_mode_but_2_is_shown_as_manual(camera):
     assert elements(camera.call("GET", TIME))["timeMode"] == "manual"
 
 
-def test_a_stored_zone_without_a_file_is_gmt(camera):
+# The stored zone.
+
+@pytest.mark.parametrize("name", [
+    pytest.param("Nowhere", id="no file"),
+    pytest.param("", id="the directory itself"),
+    pytest.param("Africa", id="a directory"),
+    pytest.param("cst-0", id="CST-0 in small letters"),
+    pytest.param(BESIDE_THE_SETTINGS + "large", id="a file of more than 1 MiB"),
+])
+def test_a_stored_zone_without_a_file_is_gmt(camera, name):
+    (DIRECTORY / "large").write_bytes((1 << 20) * b"x" + b"\n")
     descriptors = camera.open_descriptors()
-    (DIRECTORY / "zone").write_bytes((1 << 20) * b"x" + b"\n")  # 1 MiB is the most
-    for name in ["Nowhere", "", "Africa", "cst-0", "../../local/orvid/zone"]:
-        assert stored_rule(camera, name) == "GMT0"
-    assert stored_rule(camera, "CST-0") == "CST-0"  # the device's own name
+    camera.execute(f"update Network set TimeZone='{name}'")
+    assert bare_text(camera, TIME_ZONE) == "GMT0"
     assert camera.open_descriptors() == descriptors
 
 
+def test_the_zone_cst_0_needs_no_file(camera):
+    camera.execute("update Network set TimeZone='CST-0'")
+    assert bare_text(camera, TIME_ZONE) == "CST-0"
+
+
 @pytest.mark.parametrize("content, rule", [
-    ("EST5\n", "EST5"),
-    ("a\nEST5", "EST"),  # the last byte is taken to be a line feed
-    ("", "GMT0"),
-    ("a\n" + 3000 * "x" + "\n", 3000 * "x"),
+    pytest.param("EST5\n", "EST5", id="one line"),
+    pytest.param("a\nEST5", "EST", id="the last byte is taken to be a line feed"),
+    pytest.param("", "GMT0", id="an empty file"),
+    pytest.param("a\n" + 3000 * "x" + "\n", 3000 * "x", id="3000 characters"),
 ])
 def test_the_rule_of_a_zone_is_the_last_line_of_its_file(camera, content, rule):
-    name = "../../local/orvid/".ljust(127, "z")  # 127 characters of a stored name are read
-    (pathlib.Path("/usr/share/zoneinfo") / name).write_text(content)
-    assert stored_rule(camera, name + "y") == rule
+    longest_name = BESIDE_THE_SETTINGS.ljust(127, "z")
+    (ZONES / longest_name).write_text(content)
+    camera.execute(f"update Network set TimeZone='{longest_name}truncated'")
+    assert bare_text(camera, TIME_ZONE) == rule
     assert elements(camera.call("GET", TIME))["timeZone"] == rule[:127]
 
 
+@pytest.mark.parametrize("rule, effects", [
+    pytest.param("CET-1", ["Network.TimeZone = Africa/Algiers", "message 7 time zone: zone = Africa/Algiers",
+                           DEVICE_BUSY], id="a rule"),
+    pytest.param("Europe/Paris", [DEVICE_ERROR], id="a name is none"),
+])
+def test_the_stored_zone_is_found_by_its_rule(camera, rule, effects):
+    assert camera.effects("PUT", TIME_ZONE, rule, replies=[BUSY]) == effects
+
+
+# The clock.
+
 @pytest.mark.parametrize("local_time, sent", [
-    ("2024-13-01T25:61:61", "year = 2025, month = 1, day = 2, hour = 2, minute = 2, second = 1"),
-    # One second before the epoch is a time, too.
-    ("1969-12-31T18:59:59", "year = 1969, month = 12, day = 31, hour = 18, minute = 59, second = 59"),
-    # The rest of a short text is 0: day 0 of month 0.
-    ("2024", "year = 2023, month = 11, day = 30, hour = 0, minute = 0, second = 0"),
+    pytest.param("2024-13-01T25:61:61", "year = 2025, month = 1, day = 2, hour = 2, minute = 2, second = 1",
+                 id="13 months, 25 h, 61 min and 61 s"),
+    pytest.param("1969-12-31T18:59:59",
+                 "year = 1969, month = 12, day = 31, hour = 18, minute = 59, second = 59",
+                 id="one second before the epoch"),
+    pytest.param("2024", "year = 2023, month = 11, day = 30, hour = 0, minute = 0, second = 0",
+                 id="the rest of a short text is 0"),  # day 0 of month 0
 ])
 def test_a_manual_time_is_brought_into_range_and_sent(camera, local_time, sent):
-    camera.execute(f"update Network set NTPServer='{127 * 'n'}x', NTPInterval=15")
+    longest_server = 127 * "n"
+    camera.execute(f"update Network set NTPServer='{longest_server}x', NTPInterval=15")
     assert camera.effects("PUT", TIME, f"""
         <Time>
           <timeMode>NTPX</timeMode>
           <localTime>2001-02-03T04:05:06</localTime>
           <localTime>{local_time}</localTime>
           <timeZone>EST5EDT,M3.2.0,M11.1.0</timeZone>
-        </Time>
-        """) == [f"message 6 time: mode = 0, server = {127 * 'n'}, interval = 15, {sent}", "status 1"]
+        </Time>""") == [
+            f"message 6 time: mode = 0, server = {longest_server}, interval = 15, {sent}", OK]
 
 
 def test_a_time_that_cannot_be_represented_is_not_sent(camera):
-    assert camera.effects("PUT", TIME, """
-        <Time><timeMode>manual</timeMode><localTime>20240615103000</localTime></Time>""") == ["status 3"]
+    year_of_14_digits = "20240615103000"
+    assert camera.effects("PUT", TIME, f"""
+        <Time>
+          <timeMode>manual</timeMode>
+          <localTime>{year_of_14_digits}</localTime>
+        </Time>""") == [DEVICE_ERROR]
 
 
-@pytest.mark.parametrize("mode", ["<TIMEMODE>ntp</TIMEMODE>", ""])
+@pytest.mark.parametrize("mode", [
+    pytest.param("<TIMEMODE>ntp</TIMEMODE>", id="ntp"),
+    pytest.param("", id="no mode"),
+])
 def test_in_ntp_mode_the_present_time_is_sent(camera, mode):
-    message, answer = camera.effects("PUT", TIME, f"""
-        <time>{mode}<localTime>2024-06-15T08:30:00</localTime><timeZone>AAA-5:30</timeZone></time>
-        """, replies=[1])
-    assert message.startswith("message 6 time: mode = 2, server = pool.ntp.org, interval = 60, year = ")
-    sent = datetime.datetime(*[int(number) for number in re.findall(r"= (\d+)", message)[-6:]])
-    assert offset_of(sent.isoformat()) == 19800
-    assert answer == "status 2"
+    message, received = camera.effects("PUT", TIME, f"""
+        <time>
+          {mode}
+          <localTime>2024-06-15T08:30:00</localTime>
+          <timeZone>AAA-5:30</timeZone>
+        </time>""", replies=[BUSY])
+    settings, time = message.split(", year = ")
+    assert settings == "message 6 time: mode = 2, server = pool.ntp.org, interval = 60"
+    year_to_second = [int(number) for number in re.findall(r"\d+", time)]
+    assert offset_of(datetime.datetime(*year_to_second).isoformat()) == HALF_PAST_FIVE
+    assert received == DEVICE_BUSY
 
 
-def test_a_zone_holds_for_this_process_and_is_not_stored(camera):
-    def put_zone(zone):
-        return camera.effects("PUT", TIME, f"<Time><timeZone>{zone}</timeZone></Time>")[-1]
-
-    def shown_zone():
-        shown = elements(camera.call("GET", TIME))
-        bare_time = camera.call("GET", TIME + "/localTime").split("\r\n\r\n")[1]
-        assert offset_of(bare_time) == offset_of(shown["localTime"])
-        return shown["timeZone"], offset_of(bare_time)
-    assert put_zone("AAA-5:30") == "status 1"
-    assert stored_rule(camera, "Africa/Algiers") == "CET-1"
-    assert put_zone("AAA24") == "status 3"
-    assert shown_zone() == ("AAA-5:30", 19800)
-    # Of a valid rule 63 characters are kept.
-    assert put_zone(31 * "A" + "05:00:00" + 31 * "B") == "status 1"
-    assert shown_zone() == (31 * "A" + "05:00:00" + 24 * "B", -18000)
-    # It is set even where no message can be sent then; an empty one ends it.
-    camera.execute("delete from Network")
-    assert put_zone("BBB+3") == "status 3"
-    assert shown_zone() == ("BBB+3", -10800)
-    assert put_zone("") == "status 3"
-    assert shown_zone() == ("GMT0", 0)
-
-
-@pytest.mark.parametrize("rule, effects", [
-    ("CET-1",
-     ["Network.TimeZone = Africa/Algiers", "message 7 time zone: zone = Africa/Algiers", "status 2"]),
-    ("Europe/Paris", ["status 3"]),
-])
-def test_the_stored_zone_is_found_by_its_rule(camera, rule, effects):
-    assert camera.effects("PUT", TIME + "/timeZone", rule, replies=[1]) == effects
-
-
-@pytest.mark.parametrize("mode, body, effects", [
-    (0, "x",
-     ["message 6 time: mode = 0, server = pool.ntp.org, interval = 60, "
-      "year = -1, month = 11, day = 30, hour = 0, minute = 0, second = 0", "status 2"]),
-    # In any other mode the time is accepted and ignored, but not a missing body.
-    (-1, "2023-02-30T10:00:00", ["status 1"]),
-    (2, "", ["status 3"]),
-])
-def test_the_bare_time_is_set_in_manual_mode_only(camera, mode, body, effects):
+@pytest.mark.parametrize("body", ["2023-02-30T10:00:00", "x"])
+@pytest.mark.parametrize("mode", [-1, 1, 2])
+def test_the_bare_time_is_ignored_unless_the_mode_is_manual(camera, mode, body):
     camera.execute(f"update Network set DateTimeSync={mode}")
-    assert camera.effects("PUT", TIME + "/localTime", body, replies=[1]) == effects
+    assert camera.effects("PUT", LOCAL_TIME, body) == [OK]
+
+
+def test_the_bare_time_needs_a_body_in_any_mode(camera):
+    camera.execute("update Network set DateTimeSync=2")
+    assert camera.effects("PUT", LOCAL_TIME, "") == [DEVICE_ERROR]
+
+
+def test_in_manual_mode_any_bare_time_is_sent(camera):
+    # Without a number everything is 0: day 0 of month 0 of the year 0.
+    assert camera.effects("PUT", LOCAL_TIME, "x", replies=[BUSY]) == [
+        "message 6 time: mode = 0, server = pool.ntp.org, interval = 60, "
+        "year = -1, month = 11, day = 30, hour = 0, minute = 0, second = 0", DEVICE_BUSY]
+
+
+# The zone of this process.
+
+def test_a_zone_that_is_set_holds_for_times_but_is_not_stored(camera):
+    assert put_zone(camera, "AAA-5:30") == OK
+    assert shown_zone(camera) == ("AAA-5:30", HALF_PAST_FIVE)
+    camera.execute("update Network set TimeZone='Africa/Algiers'")
+    assert bare_text(camera, TIME_ZONE) == "CET-1"
+    assert shown_zone(camera) == ("AAA-5:30", HALF_PAST_FIVE)
+
+
+def test_a_zone_that_is_no_rule_changes_nothing(camera):
+    assert put_zone(camera, "AAA-5:30") == OK
+    assert put_zone(camera, "AAA24") == DEVICE_ERROR
+    assert shown_zone(camera) == ("AAA-5:30", HALF_PAST_FIVE)
+
+
+def test_63_characters_of_a_zone_are_kept(camera):
+    rule = 31 * "A" + "05:00:00" + 31 * "B"  # names have at most 31 characters
+    assert put_zone(camera, rule) == OK
+    assert shown_zone(camera) == (rule[:63], -5 * HOUR)
+
+
+def test_a_zone_is_set_even_when_no_message_can_be_sent_and_ended_by_an_empty_one(camera):
+    camera.execute("delete from Network")
+    assert put_zone(camera, "BBB+3") == DEVICE_ERROR
+    assert shown_zone(camera) == ("BBB+3", -3 * HOUR)
+    assert put_zone(camera, "") == DEVICE_ERROR
+    assert shown_zone(camera) == ("GMT0", 0)

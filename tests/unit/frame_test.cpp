@@ -1,9 +1,9 @@
 // The frame's pure parts: numbers, credentials.
 #include <gtest/gtest.h>
 
-#include <array>
+#include <cstdint>
+#include <limits>
 #include <string>
-#include <vector>
 
 #include "frame/access_control.h"
 #include "frame/numbers.h"
@@ -11,25 +11,48 @@
 namespace psia {
 namespace {
 
-TEST(Numbers, ConvertLikeThe32BitTarget) {
+constexpr std::int32_t kLargest = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t kSmallest = std::numeric_limits<std::int32_t>::min();
+
+TEST(Numbers, AreDecimalAndEndAtTheFirstOtherCharacter) {
   EXPECT_EQ(to_int32("+010abc"), 10);
-  EXPECT_EQ(to_int32("-2147483649"), -2147483647 - 1);
-  EXPECT_EQ(to_int32("99999999999999999999999"), 2147483647);
-  EXPECT_EQ(wrapping_multiply(2147483647, 100), -100);
 }
 
-// Those that a user of the camera may have are tested with the service.
-TEST(Credentials, DecodeInOddForms) {
-  for (const auto& [header, user, password] : std::vector<std::array<std::string, 3>>{
-           {"Digestx", "", ""},  // one character of base 64 gives no byte
-           {"Basic /+86", "\xff\xef", ""},
-           {"Basic YWRtaW4AeDpwdw==", "admin", "pw"},  // admin\0x:pw
-           // Of 123 times 'U' and "u:pppp" 127 bytes count.
-           {"Basic " + std::string(164, 'V') + "dTpwcHBw", std::string(31, 'U'), "pp"}}) {
-    const Credentials credentials = decode_credentials(header.c_str());
-    EXPECT_EQ(credentials.user.c_str(), user) << header;
-    EXPECT_EQ(credentials.password.c_str(), password) << header;
-  }
+TEST(Numbers, SaturateAt32Bits) {
+  EXPECT_EQ(to_int32("-2147483649"), kSmallest);
+  EXPECT_EQ(to_int32("99999999999999999999999"), kLargest);
+}
+
+TEST(Numbers, AreMultipliedModulo2To32) {
+  EXPECT_EQ(wrapping_multiply(kLargest, 100), -100);
+}
+
+// Credentials that a user of the camera may have are tested with the service.
+
+void expect_credentials(const std::string& header, const std::string& user, const std::string& password) {
+  const Credentials credentials = decode_credentials(header.c_str());
+  EXPECT_EQ(credentials.user.c_str(), user);
+  EXPECT_EQ(credentials.password.c_str(), password);
+}
+
+TEST(Credentials, AreEmptyWhenTheBase64TextHasOneCharacter) {
+  expect_credentials("Basic x", "", "");
+}
+
+TEST(Credentials, HoldAnyByte) {
+  expect_credentials("Basic /+86", "\xff\xef", "");  // FF EF ':'
+}
+
+TEST(Credentials, EndAtAZeroByte) {
+  expect_credentials("Basic YWRtaW4AeDpwdw==", "admin", "pw");  // admin\0x:pw
+}
+
+TEST(Credentials, AreTruncatedTo127Bytes) {
+  std::string header = "Basic ";
+  for (int bytes = 0; bytes < 123; bytes += 3)
+    header += "VVVV";    // UUU
+  header += "dTpwcHBw";  // u:pppp, of which the last two exceed 127 bytes
+  expect_credentials(header, std::string(31, 'U'), "pp");
 }
 
 }  // namespace

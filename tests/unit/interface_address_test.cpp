@@ -10,36 +10,42 @@
 namespace psia {
 namespace {
 
-std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_of(const std::string& content) {
-  std::FILE* const file = std::tmpfile();
-  std::fputs(content.c_str(), file);
-  std::rewind(file);
-  return {file, std::fclose};
+constexpr int kGood = 0;
+constexpr int kBadAddress = -1;
+constexpr int kBadMask = -2;
+constexpr int kBadGateway = -3;
+
+TEST(IpCheck, LooksAtTheMaskThenTheAddressThenTheGateway) {
+  EXPECT_EQ(ip_check("nonsense", "nonsense", "nonsense"), kBadMask);
+  EXPECT_EQ(ip_check("nonsense", "255.0.0.0", "nonsense"), kBadAddress);
+  EXPECT_EQ(ip_check("1.2.3.4", "255.0.0.0", "1.2.3.x"), kBadGateway);
 }
 
-TEST(IpCheck, GivesTheCodeOfTheFirstTextThatDoesNotFit) {
-  EXPECT_EQ(ip_check("nonsense", "nonsense", "nonsense"), -2);
-  EXPECT_EQ(ip_check("nonsense", "255.0.0.0", "nonsense"), -1);
-  EXPECT_EQ(ip_check("1.2.3.4", "255.0.0.0", "1.2.3.x"), -3);
+TEST(IpCheck, RefusesMasksThatHaveGapsOrLeaveNoHosts) {
   for (const char* mask : {"255.255.255.255", "0.0.0.0", "254.0.0.0", "255.0.255.0", "255.255.253.0"})
-    EXPECT_EQ(ip_check("1.2.3.4", mask, "1.2.3.5"), -2) << mask;
-  EXPECT_EQ(ip_check("192.168.1.10", "255.255.255.0", "192.168.2.1"), -1);
+    EXPECT_EQ(ip_check("1.2.3.4", mask, "1.2.3.5"), kBadMask) << mask;
 }
 
-// What the octet rules mean: the host part must be neither all zeros nor all ones.
+TEST(IpCheck, RefusesAGatewayOfAnotherNetworkAsABadAddress) {
+  EXPECT_EQ(ip_check("192.168.1.10", "255.255.255.0", "192.168.2.1"), kBadAddress);
+}
+
+// The host part must be neither all zeros nor all ones, wherever the mask ends.
 TEST(IpCheck, RefusesNetworkAndBroadcastAddressesOfEveryMaskLength) {
   const auto quad = [](std::uint32_t number) { return std::string(inet_ntoa({htonl(number)})); };
+  constexpr std::uint32_t kAnyAddress = 0x0A55AAC3;  // with ones and zeros in each octet
   for (int length = 8; length <= 31; ++length) {
     const std::uint32_t mask = ~0U << (32 - length);
-    const std::uint32_t network = 0x0A55AAC3U & mask;
+    const std::uint32_t network = kAnyAddress & mask;
     const std::uint32_t last = ~mask;
-    const auto is_edge = [&](std::uint32_t host) { return host == 0 || host == last; };
+    const auto is_edge = [last](std::uint32_t host) { return host == 0 || host == last; };
+    // Also hosts whose lowest octet alone is all ones or all zeros, which are good.
     const std::uint32_t hosts[] = {0, 1, last - 1, last, 255 & last, 256 & last};
     for (const std::uint32_t host : hosts) {
       for (const std::uint32_t router : hosts) {
         const std::string address = quad(network | host);
         const std::string gateway = quad(network | router);
-        const int expected = is_edge(host) ? -1 : is_edge(router) ? -3 : 0;
+        const int expected = is_edge(host) ? kBadAddress : is_edge(router) ? kBadGateway : kGood;
         EXPECT_EQ(ip_check(address.c_str(), quad(mask).c_str(), gateway.c_str()), expected)
             << address << '/' << length << " through " << gateway;
       }
@@ -49,6 +55,9 @@ TEST(IpCheck, RefusesNetworkAndBroadcastAddressesOfEveryMaskLength) {
 
 TEST(DottedQuad, TakesTheLowBytesOfFourNumbers) {
   EXPECT_EQ(parse_dotted_quad(" 1. 2.+300.-1 and more", OctetOrder::kFirstHighest), 0x01022CFFU);
+}
+
+TEST(DottedQuad, NeedsFourNumbersWithDotsBetweenThem) {
   for (const char* text : {"1.2.3.", "1.2 .3.4", ""})
     EXPECT_FALSE(parse_dotted_quad(text, OctetOrder::kFirstHighest)) << text;
 }
@@ -67,25 +76,62 @@ TEST(LinkLocal, IsDerivedFromTheHardwareAddress) {
   EXPECT_STREQ(link_local_text("aB:cD:eF:0:1:fF").data(), "fe80:0000:0000:0000:a9cd:efff:fe00:01ff");
 }
 
-// The kernel prints numbers.
-TEST(RouteTable, GivesTheFirstGatewayOfTheInterface) {
-  const auto gateway_in = [](const std::string& table) { return find_gateway(file_of(table).get(), "eth0"); };
-  EXPECT_EQ(gateway_in("eth0\t0001A8C0\t00000000\t0001\neth0\t00000000\tFE01A8C0\t0003\n"), 0xFE01A8C0);
-  EXPECT_EQ(gateway_in("wlan-eth0\t00000000\t0101A8C0\n"), kNoAddress);
-  EXPECT_EQ(gateway_in("eth0.5\t00000000\t0101A8C0\t0003"), 0x0101A8C0U);
-  EXPECT_EQ(gateway_in("eth0\t00000000\t00000000000000011\n"), 1U);  // 16 characters of a column count
-  EXPECT_EQ(gateway_in("eth0\neth0\t\neth0\t0101A8C0\neth0\tzz\tzz"), kNoAddress);
-  EXPECT_EQ(gateway_in("eth0\t00000000\t123456789\neth0\t00000000\t0101A8C0\n"), kNoAddress);
+// Files of the kernel and of the resolver.
+
+std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_of(const std::string& content) {
+  std::FILE* const file = std::tmpfile();
+  std::fputs(content.c_str(), file);
+  std::rewind(file);
+  return {file, std::fclose};
 }
 
-TEST(ResolverFile, GivesServersAndSearchDomainAsTheyStand) {
-  const auto texts_in = [](const std::string& content) {
-    const DnsServers servers = parse_dns_servers(file_of(content).get());
-    const ResolverText search = parse_dns_search_domain(file_of(content).get());
-    return std::string(servers.primary.data()) + '|' + servers.secondary.data() + '|' + search.data();
-  };
-  EXPECT_EQ(texts_in("nameserver 1\nnameserver 2\nnameserver 3\nsearch a\nsearch b\n"), "1\n|2\n|a\n");
-  EXPECT_EQ(texts_in("search 0123456789012345678901234567890x\n"), "||0123456789012345678901234567890");
+// The columns of a route are interface, destination and gateway, each address in the kernel's order.
+std::uint32_t gateway_of_eth0(const std::string& routes) {
+  return find_gateway(file_of(routes).get(), "eth0");
+}
+
+TEST(RouteTable, GivesTheFirstRouteWithAGateway) {
+  EXPECT_EQ(gateway_of_eth0("eth0\t0001A8C0\t00000000\t0001\n"
+                            "eth0\t00000000\tFE01A8C0\t0003\n"
+                            "eth0\t00000000\tFD01A8C0\t0003\n"),
+            0xFE01A8C0);
+}
+
+TEST(RouteTable, ComparesTheBeginningOfTheInterfaceName) {
+  EXPECT_EQ(gateway_of_eth0("wlan-eth0\t00000000\t0101A8C0\n"), kNoAddress);
+  EXPECT_EQ(gateway_of_eth0("eth0.5\t00000000\t0101A8C0\t0003"), 0x0101A8C0U);
+}
+
+TEST(RouteTable, Reads16CharactersOfAColumn) {
+  EXPECT_EQ(gateway_of_eth0("eth0\t00000000\t" + std::string(15, '0') + "12\n"), 1U);
+}
+
+TEST(RouteTable, PassesOverLinesWithoutAGateway) {
+  EXPECT_EQ(gateway_of_eth0("eth0\n"
+                            "eth0\t\n"
+                            "eth0\t0101A8C0\n"
+                            "eth0\tzz\tzz"),
+            kNoAddress);
+}
+
+TEST(RouteTable, EndsAtANumberOfMoreThan32Bits) {
+  EXPECT_EQ(gateway_of_eth0("eth0\t00000000\t123456789\n"
+                            "eth0\t00000000\t0101A8C0\n"),
+            kNoAddress);
+}
+
+TEST(ResolverFile, GivesTwoServersAndTheFirstSearchDomainWithTheirLineFeeds) {
+  const std::string content = "nameserver 1\nnameserver 2\nnameserver 3\nsearch a\nsearch b\n";
+  const DnsServers servers = parse_dns_servers(file_of(content).get());
+  EXPECT_STREQ(servers.primary.data(), "1\n");
+  EXPECT_STREQ(servers.secondary.data(), "2\n");
+  EXPECT_STREQ(parse_dns_search_domain(file_of(content).get()).data(), "a\n");
+}
+
+TEST(ResolverFile, TruncatesTextsTo31Characters) {
+  const std::string longest(31, 'd');
+  EXPECT_EQ(parse_dns_search_domain(file_of("search " + longest + "x\n").get()).data(), longest);
+  EXPECT_EQ(parse_dns_servers(file_of("nameserver " + longest + "x\n").get()).primary.data(), longest);
 }
 
 }  // namespace
