@@ -104,7 +104,7 @@ check_namespaces() {
   command -v unshare >/dev/null || return 0
   if unshare "${spaces[@]}" true 2>/dev/null; then return; fi
   unshare --user --map-root-user "${spaces[@]}" mount -t tmpfs none /usr/local 2>/dev/null ||
-    fail "$(cat simulator/device/namespaces.txt)"
+    fail "$(cat simulator/namespaces.txt)"
 }
 
 # Installs those of the named packages that are missing.

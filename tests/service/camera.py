@@ -1,152 +1,39 @@
 """The service in a simulated camera, seen from all sides: what a client receives, what the daemons find in
-the database and on the message queues, what the process prints. A test file is run by camera-inside."""
+the database and on the message queue, what the process prints. A test file runs inside a camera."""
 import base64
-import ctypes
-import datetime
-import mmap
+import contextlib
 import os
 import pathlib
 import re
 import signal
 import socket
-import sqlite3
-import struct
 import subprocess
-import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "scripts/lib"))
-from fastcgi import Connection
+from answers import UNAUTHORIZED, elements, offset_of, status  # noqa: F401  the tests find all they need here
+from faults import SYSTEM_CALLS, FaultPlan  # noqa: F401
+from simulator import messages, settings
+from simulator.device import FACTORY_DATA, RESOLVER
+from simulator.fastcgi import Connection
+from simulator.messages import libc, reply  # noqa: F401
+from simulator.settings import DATABASE, DEFAULTS, DIRECTORY
 
-DIRECTORY = pathlib.Path("/usr/local/orvid")
-DATABASE = DIRECTORY / "morvid.db"
-DEFAULTS = DIRECTORY / "conf/default.db"
-RESOLVER = pathlib.Path("/etc/resolv.conf")
-FACTORY_DATA = pathlib.Path("/dev/mtdblock7")
 FACTORY_FILES = {path: path.read_bytes() for path in (DATABASE, DEFAULTS, RESOLVER, FACTORY_DATA)}
 SOCKET = str(DIRECTORY / "psia.sock")
 
-STATUSES = {1: "OK", 2: "Device Busy", 3: "Device Error", 4: "Invalid Operation", 5: "Invalid XML Format",
-            6: "Invalid XML Content", 7: "Reboot Required"}
-UNAUTHORIZED = ("Status: 401 Unauthorized\r\n"
-                'WWW-Authenticate: Basic realm="Quellan Smart IP Device Authentication"\r\n'
-                "Content-Type: text/plain\r\n\r\nUnauthorized\r\n\r\n")
 
-
-def status(code, uri):
-    """The bytes of a ResponseStatus answer to a request for `uri`."""
-    body = f"""<?xml version="1.0" encoding="UTF-8" ?>
-<ResponseStatus version="1.0" xmlns="urn:psialliance-org">
-<requestURL>{uri}</requestURL>
-<statusCode>{code}</statusCode>
-<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, \
-6-Invalid XML content; 7-Reboot Required -->
-<statusString>{STATUSES.get(code)}</statusString>
-<id>1</id>
-</ResponseStatus>
-"""
-    return (f"Content-Length: {len(body.encode())}\r\n"
-            f'Content-Type: application/xml; charset="UTF-8"\r\n\r\n{body}')
-
-
-def elements(answer):
-    """The texts of a document by the names of their elements."""
-    return dict(re.findall(r"<(\w+)>([^<]*)</", answer))
-
-
-def offset_of(local_time):
-    """By how many seconds a local time that was just shown is ahead of UTC."""
-    ahead = datetime.datetime.fromisoformat(local_time + "+00:00").timestamp() - time.time()
-    return 10 * round(ahead / 10)  # the answer may be a few seconds old
-
-
-# Control messages: for each command its name and its fields: name, offset, bytes of a text (0: a number).
-MESSAGES = {1: ("picture", [("source", 12, 0)]), 2: ("encoder", [("master", 16, 0)]), 3: ("audio", []),
-            6: ("time", [("mode", 12, 0), ("server", 16, 128), ("interval", 144, 0), ("year", 148, 0),
-                         ("month", 152, 0), ("day", 156, 0), ("hour", 160, 0), ("minute", 164, 0),
-                         ("second", 168, 0)]),
-            7: ("time zone", [("zone", 12, 256)]), 8: ("reboot", []), 10: ("factory reset", []),
-            11: ("export", []), 31: ("addressing", []), 33: ("name servers", [("servers", 12, 256)]),
-            37: ("RTSP port", [])}
-# An emulator may use another one of two system calls that do the same.
-SYSTEM_CALLS = {"x86_64": {"read": [0], "poll": [7, 271], "msgsnd": [69], "clock_nanosleep": [230],
-                           "accept": [43, 288]},
-                "aarch64": {"read": [63], "poll": [73], "msgsnd": [189], "clock_nanosleep": [115],
-                            "accept": [202, 242]}}
-RECORD = struct.calcsize("@l") + 4112
-libc = ctypes.CDLL(None, use_errno=True)
-
-
-class Queue:
+class Queue(messages.Queue):
     """One of the two System V queues between the service and the daemons."""
-    NOWAIT, CREATE, REMOVE = 0o4000, 0o1000, 0
-
-    def __init__(self, key):
-        self.key = key
-
-    def number(self, flags=0):
-        return libc.msgget(self.key, flags)
-
-    def create(self):
-        self.remove()
-        assert self.number(self.CREATE | 0o666) >= 0
-
-    def receive(self):
-        """The next message, or None."""
-        record = ctypes.create_string_buffer(RECORD)
-        got = libc.msgrcv(self.number(), record, 4112, ctypes.c_long(0), self.NOWAIT)
-        return Message(record.raw) if got >= 0 else None
-
     def next(self):
         """The next message, for which it waits."""
         return eventually(self.receive, "a control message")
 
-    def remove(self):
-        libc.msgctl(self.number(), self.REMOVE, None)
-
-    def send(self, record):
-        """Whether there was room."""
-        return libc.msgsnd(self.number(), record, 4112, self.NOWAIT) == 0
-
     def fill(self):
-        while self.send(b"\1".ljust(RECORD, b"\0")):
+        while self.send(b"\1".ljust(messages.TYPE_WORD + messages.BODY, b"\0")):
             pass
 
 
-class Message:
-    def __init__(self, record):
-        self.type = struct.unpack_from("@l", record)[0]
-        self.body = record[struct.calcsize("@l"):]
-        self.command = self.number(4)
-
-    def number(self, offset):
-        """Offsets count as on the device, where the type word has 4 bytes."""
-        return struct.unpack_from("<i", self.body, offset - 4)[0]
-
-    def text(self, offset, size):
-        return self.body[offset - 4:offset - 4 + size].split(b"\0")[0].decode()
-
-    def words(self, service):
-        """The whole record: "message 2 encoder: master = 1"; "byte 200 = 7" for what belongs to no field."""
-        name, fields = MESSAGES.get(self.command, ("unknown", []))
-        rest = bytearray(self.body)
-        rest[0:4] = bytes(4)
-        told = [] if self.type == service else [f"type = {self.type}"]
-        for field, offset, size in fields:
-            value = self.text(offset, size) if size else self.number(offset)
-            told.append(f"{field} = {value}")
-            length = len(value) if size else 4
-            rest[offset - 4:offset - 4 + length] = bytes(length)
-        told += [f"byte {offset + 4} = {byte}" for offset, byte in enumerate(rest) if byte]
-        return f"message {self.command} {name}" + (": " if told else "") + ", ".join(told)
-
-
-def reply(message, result, payload=b""):
-    """The record by which a daemon answers."""
-    return (struct.pack("@lii", message.type, message.command, result) + payload).ljust(RECORD, b"\0")
-
-
-REQUESTS, REPLIES = Queue(1111), Queue(2222)
+REQUESTS, REPLIES = Queue(messages.REQUESTS.key), Queue(messages.REPLIES.key)
 
 
 def eventually(condition, what):
@@ -156,23 +43,6 @@ def eventually(condition, what):
         assert time.monotonic() < deadline, f"not seen within 10 s: {what}"
         time.sleep(0.005)
     return found
-
-
-class FaultPlan(ctypes.Structure):
-    """What the fault library in the service is told, and tells."""
-    _fields_ = [(name, ctypes.c_int) for name in ("kind", "skip", "fail", "speed", "slept")]
-    MEMORY, WRITE, SYNC, LOCK, STOP = range(1, 6)
-
-    @staticmethod
-    def create():
-        path = DIRECTORY / "faults"
-        path.write_bytes(bytes(ctypes.sizeof(FaultPlan)))
-        with open(path, "r+b") as file:
-            return FaultPlan.from_buffer(mmap.mmap(file.fileno(), 0))
-
-    def let_fail(self, kind, skip=0, fail=1):
-        """So many operations of the kind go well, then so many fail."""
-        self.skip, self.fail, self.kind = skip, fail, kind
 
 
 class Camera:
@@ -229,7 +99,7 @@ class Camera:
         return pathlib.Path(f"/proc/{self.process.pid}/{file}").read_text()
 
     def wait_until_blocked_in(self, system_call):
-        numbers = [str(number) for number in SYSTEM_CALLS[os.uname().machine][system_call]]
+        numbers = [str(number) for number in SYSTEM_CALLS[system_call]]
         eventually(lambda: self.state("syscall").split()[0] in numbers, f"a wait in {system_call}")
 
     def open_descriptors(self):
@@ -249,51 +119,30 @@ class Camera:
 
     # The settings.
 
-    def execute(self, sql, database=DATABASE):
-        """Changes the database, as a daemon would."""
-        connection = sqlite3.connect(database)
-        connection.executescript(sql)
-        connection.close()
-
-    def rows(self, select_statement, database=DATABASE):
-        connection = sqlite3.connect(database)
-        found = connection.execute(select_statement).fetchall()
-        connection.close()
-        return found
-
-    def settings(self):
-        """All values of all tables: {("Event", rowid): {"Week": 62, ...}, ...}."""
-        content = DATABASE.read_bytes()
-        if content != self.settings_content:  # reading them is slow
-            self.settings_content, self.settings_values = content, self.read_settings()
-        return self.settings_values
+    execute = staticmethod(settings.execute)  # changes the database, as a daemon would
 
     @staticmethod
-    def read_settings():
-        connection = sqlite3.connect(DATABASE)
-        connection.row_factory = sqlite3.Row
-        tables = [name for name, in connection.execute("select name from sqlite_master where type='table'")]
-        values = {(table, row[0]): dict(zip(row.keys()[1:], row[1:]))
-                  for table in tables for row in connection.execute(f"select rowid, * from {table}")}
-        connection.close()
-        return values
+    def rows(select_statement, database=DATABASE):
+        with contextlib.closing(settings.connect(database)) as connection:
+            return connection.execute(select_statement).fetchall()
+
+    def settings(self):
+        """All values of all tables."""
+        content = DATABASE.read_bytes()
+        if content != self.settings_content:  # reading them is slow
+            with contextlib.closing(settings.connect()) as connection:
+                self.settings_content, self.settings_values = content, settings.read(connection)
+        return self.settings_values
 
     @staticmethod
     def changes(before, after):
         """As "Event.Week = 2"; rows of a table with several by their first column: "Audio[0].Enable = 0"."""
-        def place(settings, key):
-            several = sum(table == key[0] for table, _ in settings) > 1
-            return f"{key[0]}[{next(iter(settings[key].values()))}]" if several else key[0]
         lines = []
-        for key in sorted(before.keys() | after.keys()):
-            if key not in after:
-                lines.append(f"{place(before, key)} is deleted")
-            elif key not in before:
-                values = ", ".join(f"{name} = {value}" for name, value in after[key].items())
-                lines.append(f"{place(after, key)} is added: {values}")
-            else:
-                lines += [f"{place(before, key)}.{name} = {value}" for name, value in after[key].items()
-                          if value != before[key][name]]
+        for table, key, column, _, value in settings.differences(before, after):
+            several = max(len(before[table]), len(after[table])) > 1
+            row = "" if column or value is None else ", ".join(f"{name} = {part}" for name, part in value.items())
+            what = f".{column} = {value}" if column else f" is added: {row}" if row else " is deleted"
+            lines.append((f"{table}[{key}]" if several else table) + what)
         return lines
 
     # Requests.
@@ -337,7 +186,7 @@ class Camera:
             if message is None:
                 return False
             take_changes()
-            lines.append(message.words(self.process.pid))
+            lines.append(message.contents(self.process.pid))
             result = results.pop(0) if results else 0
             if result is not None:
                 assert REPLIES.send(reply(message, result))

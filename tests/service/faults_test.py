@@ -10,7 +10,7 @@ import pytest
 from camera import FaultPlan
 
 USERS = "/PSIA/Security/AAA/users"
-FACTORY_ROWS = (pathlib.Path(__file__).parents[2] / "simulator/device/factory.sql").read_text()
+FACTORY_ROWS = (pathlib.Path(__file__).parents[2] / "simulator/factory.sql").read_text()
 
 
 def restore_rows(camera):

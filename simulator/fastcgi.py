@@ -1,67 +1,77 @@
-"""A FastCGI client, as a web server is one."""
-
+"""FastCGI: the records, and a client, as a web server is one."""
 import select
 import socket
 import struct
+from collections.abc import Mapping
 
 BEGIN, END, PARAMETERS, INPUT, OUTPUT, ERRORS = 1, 3, 4, 5, 6, 7
+HEADER = struct.Struct(">BBHHBx")  # version, kind, request, bytes of content, bytes of padding
 
 
-def stream(kind, content, end=True):
+def stream(kind: int, content: bytes, end: bool = True, request: int = 1) -> bytes:
     """The records of a stream; an empty one ends it."""
     pieces = [content[i : i + 65535] for i in range(0, len(content), 65535)] + [b""] * end
-    return b"".join(struct.pack(">BBHHBx", 1, kind, 1, len(piece), 0) + piece for piece in pieces)
+    return b"".join(HEADER.pack(1, kind, request, len(piece), 0) + piece for piece in pieces)
 
 
-def parameter(name, value):
-    def length(text):
+def parameter(name: str, value: str) -> bytes:
+    def length(text: bytes) -> bytes:
         return bytes([len(text)]) if len(text) < 128 else struct.pack(">I", len(text) | 1 << 31)
 
-    name, value = name.encode(), value.encode()
-    return length(name) + length(value) + name + value
+    encoded = name.encode(), value.encode()
+    return b"".join(map(length, encoded)) + b"".join(encoded)
 
 
 class Connection:
     """One connection to the socket at a path, on which a request is sent at once."""
 
-    def __init__(self, path, variables, body, **options):
+    def __init__(
+        self, path: str, variables: Mapping[str, str], body: bytes, **options: bool | int | None
+    ) -> None:
         self.socket = socket.socket(socket.AF_UNIX)
         self.socket.settimeout(30)
         self.socket.connect(path)
         self.rest = b""
-        self.send(variables, body, **options)
+        self.send(variables, body, **options)  # type: ignore[arg-type]
 
-    def send(self, variables, body, finished=True, keep=False, first=None):
-        """Sends a request. `finished`: the end of the body, too. `keep`: the service is to leave the connection
-        open. `first`: only so many bytes are sent; `send_rest` sends the others."""
+    def send(
+        self,
+        variables: Mapping[str, str],
+        body: bytes,
+        finished: bool = True,
+        keep: bool = False,
+        first: int | None = None,
+    ) -> None:
+        """Sends a request. `finished`: the end of the body, too. `keep`: the service is to leave the
+        connection open. `first`: only so many bytes are sent; `send_rest` sends the others."""
         parameters = b"".join(parameter(name, value) for name, value in variables.items())
         request = stream(BEGIN, struct.pack(">HB5x", 1, keep), end=False)
         request += stream(PARAMETERS, parameters) + stream(INPUT, body, finished)
         self.rest = b"" if first is None else request[first:]
         self.send_bytes(request[:first])
 
-    def send_rest(self):
+    def send_rest(self) -> None:
         self.send_bytes(self.rest)
 
-    def send_bytes(self, data):
+    def send_bytes(self, data: bytes) -> None:
         try:
             self.socket.sendall(data)
         except BrokenPipeError:
             pass  # the service need not read all of a request that it refuses
 
-    def answers_within(self, seconds):
+    def answers_within(self, seconds: float) -> bool:
         return bool(select.select([self.socket], [], [], seconds)[0])
 
-    def receive(self):
+    def receive(self) -> tuple[str, str]:
         """What was sent on the output stream, and on the error stream."""
         out, errors = self.receive_bytes()
         return out.decode(), errors.decode()
 
-    def receive_bytes(self):
+    def receive_bytes(self) -> tuple[bytes, bytes]:
         out, errors = b"", b""
         with self.socket.makefile("rb") as records:
-            while header := records.read(8):
-                kind, length, padding = struct.unpack(">xB2xHBx", header)
+            while header := records.read(HEADER.size):
+                _, kind, _, length, padding = HEADER.unpack(header)
                 content = records.read(length + padding)[:length]
                 out += content if kind == OUTPUT else b""
                 errors += content if kind == ERRORS else b""

@@ -1,0 +1,193 @@
+"""The camera's settings: two SQLite databases, their factory rows, uploads of them, and what has changed in
+them."""
+import contextlib
+import pathlib
+import sqlite3
+import urllib.parse
+from collections.abc import Iterator
+from typing import Any, NamedTuple
+
+from simulator import Fault
+from simulator.texts import decoded
+
+DIRECTORY = pathlib.Path("/usr/local/orvid")
+DATABASE = DIRECTORY / "morvid.db"
+DEFAULTS = DIRECTORY / "conf/default.db"  # what a factory reset restores
+
+HERE = pathlib.Path(__file__).parent
+SCHEMA = (HERE / "schema.sql").read_text()
+FACTORY_ROWS = (HERE / "factory.sql").read_text()
+COLUMNS = """select t.name, c.name from sqlite_master t, pragma_table_info(t.name) c
+    where t.type = 'table' order by t.name, c.cid"""
+TABLES = "select name from sqlite_master where type = 'table' order by name"
+
+MAX_VALUE = 100  # characters shown of a value
+MAX_CHANGES = 60  # lines shown of one change
+
+Row = dict[str, Any]  # by column
+Tables = dict[str, dict[str, Row]]  # rows by table and key
+
+
+def connect(path: pathlib.Path = DATABASE, mode: str = "rw") -> sqlite3.Connection:
+    """Opens a database that is there. Statements take effect at once."""
+    url = f"file:{urllib.parse.quote(str(path))}?mode={mode}"
+    connection = sqlite3.connect(url, uri=True, timeout=1, isolation_level=None)
+    connection.text_factory = decoded
+    return connection
+
+
+def execute(sql: str, path: pathlib.Path = DATABASE) -> None:
+    try:
+        with contextlib.closing(connect(path)) as database:
+            database.executescript(sql)
+    except (sqlite3.Error, sqlite3.Warning) as error:
+        raise Fault(f"{path}: {error}") from error
+
+
+def query(sql: str, path: pathlib.Path = DATABASE) -> list[tuple[Any, ...]]:
+    """The rows that a statement gives; none when it fails."""
+    try:
+        with contextlib.closing(connect(path)) as database:
+            return database.execute(sql).fetchall()
+    except sqlite3.Error:
+        return []
+
+
+def create(own_rows: str = "") -> None:
+    """Makes both databases anew; `own_rows` are statements about what this camera alone has."""
+    for path in (DEFAULTS, DATABASE):
+        for suffix in ("", "-journal", "-wal", "-shm"):
+            pathlib.Path(f"{path}{suffix}").unlink(missing_ok=True)
+        path.touch()
+        execute(f"pragma synchronous=off; begin; {SCHEMA}{FACTORY_ROWS}{own_rows} commit;", path)
+
+
+def take_rows(source: pathlib.Path = DEFAULTS) -> None:
+    """Puts the rows of another database into the camera's, in place of all that it has: those of the factory,
+    for example."""
+    try:
+        with contextlib.closing(connect()) as database:
+            database.execute("pragma trusted_schema=off")
+            database.execute("attach ? as source", (str(source),))
+            database.execute("begin immediate")
+            for (table,) in database.execute(TABLES).fetchall():
+                database.execute(f"delete from main.{table}")
+                database.execute(f"insert into main.{table} select * from source.{table}")
+            database.execute("commit")
+    except sqlite3.Error as error:
+        raise Fault(f"{DATABASE}: {error}") from error
+
+
+def check(path: pathlib.Path) -> None:
+    """Raises a fault unless the file is a database with this camera's tables."""
+    with contextlib.closing(sqlite3.connect(":memory:")) as own:
+        own.executescript(SCHEMA)
+        expected = own.execute(COLUMNS).fetchall()
+    try:
+        with contextlib.closing(connect(path, "ro")) as database:
+            database.execute("pragma trusted_schema=off")
+            verdict = database.execute("pragma quick_check(1)").fetchall()
+            columns = database.execute(COLUMNS).fetchall()
+    except sqlite3.Error as error:
+        raise Fault("it is no SQLite database") from error
+    if verdict != [("ok",)]:
+        raise Fault("the database is damaged")
+    if columns != expected:
+        raise Fault("its tables are not those of this camera")
+
+
+def read(database: sqlite3.Connection) -> Tables:
+    """All rows. The key of a row is its first column; in a table without a key "", "1", "2" and so on."""
+    tables: Tables = {}
+    for (table,) in database.execute(TABLES).fetchall():
+        has_key = database.execute("select 1 from pragma_table_info(?) where pk = 1", (table,)).fetchone()
+        found = database.execute(f'select * from "{table}"')
+        columns = [column[0] for column in found.description]
+        rows = [dict(zip(columns, values)) for values in found]
+        keys = [str(row[columns[0]]) if has_key else str(number or "") for number, row in enumerate(rows)]
+        tables[table] = dict(zip(keys, rows))
+    return tables
+
+
+class Change(NamedTuple):
+    """What has become of a row, or of one of its values."""
+
+    table: str
+    key: str
+    column: str  # "": the whole row
+    before: Any
+    after: Any
+
+
+def differences(before: Tables, after: Tables) -> Iterator[Change]:
+    for table in after:
+        old, new = before.get(table, {}), after[table]
+        for key, row in old.items():
+            if key not in new:
+                yield Change(table, key, "", row, None)
+                continue
+            for column, value in row.items():
+                if value != new[key].get(column):
+                    yield Change(table, key, column, value, new[key].get(column))
+        for key, row in new.items():
+            if key not in old:
+                yield Change(table, key, "", None, row)
+
+
+def text(value: Any) -> str:
+    shown = "" if value is None else str(value)
+    return shown[:MAX_VALUE] + "..." if len(shown) > MAX_VALUE else shown
+
+
+def in_words(change: Change) -> str:
+    """As "Audio[0].Enable: 1 -> 0". Passwords are not shown."""
+    place = f"{change.table}[{change.key}]" if change.key else change.table
+    if change.column == "Password":
+        return f"{place}.{change.column}: changed, not shown"
+    if change.column:
+        return f"{place}.{change.column}: {text(change.before)} -> {text(change.after)}"
+    if change.after is None:
+        return f"{place} removed"
+    values = {column: text(value) for column, value in change.after.items() if column != "Password"}
+    added = [f" {column} {value}" for column, value in values.items() if value not in ("", text(change.key))]
+    return f"{place} added:" + "".join(added)
+
+
+class Watch:
+    """Tells what has changed in the settings since it was asked last."""
+
+    def __init__(self) -> None:
+        self.database = connect(DATABASE, "ro")
+        self.version: Any = None
+        self.tables: Tables = {}
+        self.changes()
+
+    def changes(self) -> list[str]:
+        try:
+            version = self.database.execute("pragma data_version").fetchone()
+            if version == self.version:
+                return []
+            tables = read(self.database)
+        except sqlite3.Error:
+            return []  # locked or replaced: seen the next time
+        lines = [in_words(change) for change in differences(self.tables, tables)]
+        self.version, self.tables = version, tables
+        more = len(lines) - MAX_CHANGES
+        return lines[:MAX_CHANGES] + [f"and {more} more"] * (more > 0)
+
+    def shown(self) -> dict[str, list[dict[str, str]]]:
+        """All rows without passwords, for the page and for test programs."""
+        return {
+            table: [
+                {
+                    column: "" if value is None else str(value)
+                    for column, value in row.items()
+                    if column != "Password"
+                }
+                for row in rows.values()
+            ]
+            for table, rows in self.tables.items()
+        }
+
+    def close(self) -> None:
+        self.database.close()

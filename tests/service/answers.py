@@ -1,0 +1,37 @@
+"""What a client is answered."""
+import datetime
+import re
+import time
+
+STATUSES = {1: "OK", 2: "Device Busy", 3: "Device Error", 4: "Invalid Operation", 5: "Invalid XML Format",
+            6: "Invalid XML Content", 7: "Reboot Required"}
+UNAUTHORIZED = ("Status: 401 Unauthorized\r\n"
+                'WWW-Authenticate: Basic realm="Quellan Smart IP Device Authentication"\r\n'
+                "Content-Type: text/plain\r\n\r\nUnauthorized\r\n\r\n")
+
+
+def status(code, uri):
+    """The bytes of a ResponseStatus answer to a request for `uri`."""
+    body = f"""<?xml version="1.0" encoding="UTF-8" ?>
+<ResponseStatus version="1.0" xmlns="urn:psialliance-org">
+<requestURL>{uri}</requestURL>
+<statusCode>{code}</statusCode>
+<!-- O=1-OK, 2-Device Busy, 3-Device Error, 4-Invalid Operation, 5-Invalid XML Format, \
+6-Invalid XML content; 7-Reboot Required -->
+<statusString>{STATUSES.get(code)}</statusString>
+<id>1</id>
+</ResponseStatus>
+"""
+    return (f"Content-Length: {len(body.encode())}\r\n"
+            f'Content-Type: application/xml; charset="UTF-8"\r\n\r\n{body}')
+
+
+def elements(answer):
+    """The texts of a document by the names of their elements."""
+    return dict(re.findall(r"<(\w+)>([^<]*)</", answer))
+
+
+def offset_of(local_time):
+    """By how many seconds a local time that was just shown is ahead of UTC."""
+    ahead = datetime.datetime.fromisoformat(local_time + "+00:00").timestamp() - time.time()
+    return 10 * round(ahead / 10)  # the answer may be a few seconds old

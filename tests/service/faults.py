@@ -1,0 +1,29 @@
+"""What only the tests do to the service: operations that fail, and a look at what it waits for."""
+import ctypes
+import mmap
+import os
+
+from simulator.settings import DIRECTORY
+
+# An emulator may use another one of two system calls that do the same.
+SYSTEM_CALLS = {"x86_64": {"read": [0], "poll": [7, 271], "msgsnd": [69], "clock_nanosleep": [230],
+                           "accept": [43, 288]},
+                "aarch64": {"read": [63], "poll": [73], "msgsnd": [189], "clock_nanosleep": [115],
+                            "accept": [202, 242]}}[os.uname().machine]
+
+
+class FaultPlan(ctypes.Structure):
+    """What the fault library in the service is told, and tells."""
+    _fields_ = [(name, ctypes.c_int) for name in ("kind", "skip", "fail", "speed", "slept")]
+    MEMORY, WRITE, SYNC, LOCK, STOP = range(1, 6)
+
+    @staticmethod
+    def create():
+        path = DIRECTORY / "faults"
+        path.write_bytes(bytes(ctypes.sizeof(FaultPlan)))
+        with open(path, "r+b") as file:
+            return FaultPlan.from_buffer(mmap.mmap(file.fileno(), 0))
+
+    def let_fail(self, kind, skip=0, fail=1):
+        """So many operations of the kind go well, then so many fail."""
+        self.skip, self.fail, self.kind = skip, fail, kind
