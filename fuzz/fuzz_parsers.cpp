@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "for_other_programs/interface_setup.h"
 #include "frame/access_control.h"
 #include "frame/xml.h"
 #include "fuzz/target.h"
-#include "for_other_programs/interface_setup.h"
 #include "network/interface_state.h"
 #include "system/posix_tz_check.h"
 #include "system/time_zone_table.h"
