@@ -27,6 +27,7 @@ namespace {
 constexpr const char* kUsage =
     "Usage: psia-rights [--wait] [--kill USER] [--socket] GROUP\n"
     "Gives GROUP what the PSIA management service needs. Run it as root before every start of the service.\n"
+    "The group root takes the rights back.\n"
     "\n"
     "  --wait       first wait until the settings database is there and an SQLite file\n"
     "  --kill USER  first end every process of USER, whose the service is\n"
@@ -170,7 +171,7 @@ Descriptor open_given_file(Rights& rights, const Descriptor& directory, const st
     return refuse("its group is not its directory's, and this kernel does not protect hard links");
   }
   // The group may have moved a private file of root's here. What root made for the group is usable as it is.
-  if (kind == Kind::kExchanged && found.st_uid == 0 && !only_root_writes(before)) {
+  if (kind == Kind::kExchanged && found.st_uid == 0 && rights.group != 0 && !only_root_writes(before)) {
     const mode_t needed = std::string_view(name) == kUpload ? S_IRGRP | S_IWGRP : S_IRGRP;
     const bool usable = found.st_gid == rights.group && (found.st_mode & needed) == needed;
     return usable ? Descriptor(-1) : refuse("it is root's, and others can write to its directory");

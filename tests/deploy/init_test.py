@@ -17,6 +17,7 @@ import time
 sys.dont_write_bytecode = True
 from machine import CAMERA, USER, add_user, empty, run, wait_for
 
+DEPLOY = pathlib.Path(__file__).parents[2] / "deploy"
 DATABASE = CAMERA / "orvid/morvid.db"
 PIDFILE = pathlib.Path("/run/psia.pid")
 SCRIPT = CAMERA / "psia.init"
@@ -47,6 +48,12 @@ def nothing_left():
     return not pids(SERVICE) and not pids(SCRIPT) and not pids("logger") and not PIDFILE.exists()
 
 
+def maintain(script_name):
+    text = (DEPLOY / "debian" / script_name).read_text()
+    text = text.replace("/usr/libexec/psia", str(SERVICE.parent)).replace("/usr/share/psia/psia.init", str(SCRIPT))
+    run("sh", "-c", text, script_name, "remove")
+
+
 class Syslog:
     """Reads all the time: the socket holds ten messages, and then logger waits."""
 
@@ -70,7 +77,7 @@ def prepare(build, shell):
     SERVICE.parent.mkdir()
     for program in ("psia.fcgi", "psia-rights"):
         shutil.copy(pathlib.Path(build, program), SERVICE.parent)
-    text = (pathlib.Path(__file__).parents[2] / "deploy/psia.init").read_text()
+    text = (DEPLOY / "psia.init").read_text()
     text = text.replace("/usr/libexec/psia", str(SERVICE.parent))
     if shell == "busybox":
         # With BusyBox's commands in place of the machine's.
@@ -127,9 +134,22 @@ def check_stale_pid_file():
     stranger.wait()
 
 
-def check_failed_start(log):
-    shutil.copy(SERVICE, SERVICE.with_suffix(".away"))
+def check_removal():
+    """What dpkg runs before and after it removes the program."""
+    assert script("start")[0] == 0
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(str(CAMERA / "lighttpd.socket"))
+        listener.listen()
+        started = subprocess.Popen([SERVICE], stdin=listener, user="www-data", group=USER)
+    maintain("prerm")
+    assert started.poll() is None and DATABASE.stat().st_gid == 0
     SERVICE.unlink()
+    maintain("postrm")
+    assert started.wait(15) == 0, "lighttpd's would have gone on"
+    wait_for("nothing is left", lambda: nothing_left() and not SOCKET.parent.exists())
+
+
+def check_failed_start(log):
     SERVICE.write_text("#!/bin/sh\necho a diagnostic >&2\nexit 3\n")
     SERVICE.chmod(0o755)
     status, said = script("start")
@@ -144,6 +164,7 @@ def main():
     check_early_start(log)
     check_one_supervisor(log)
     check_stale_pid_file()
+    check_removal()
     check_failed_start(log)
 
 
