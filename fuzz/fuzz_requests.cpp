@@ -1,7 +1,9 @@
 // Whole requests through the access check and the route table, with bodies that a grammar of the resources
-// builds from the input, in a simulated camera whose daemons answer at once and leave odd settings. After
-// each: as many answers as the resource gives, each as long as its header says.
+// builds from the input. Run it inside a simulated camera: python3 simulator inside --without-daemons. This
+// program plays daemons that answer at once and leave odd settings. After each request: as many answers as
+// the resource gives, each as long as its header says.
 #include <fcgi_stdio.h>
+#include <sqlite3.h>
 #include <strings.h>
 #include <sys/mman.h>
 #include <sys/msg.h>
@@ -10,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -26,8 +29,6 @@
 #include "fuzz/target.h"
 #include "index/index_documents.h"
 #include "routes.h"
-#include "simulator/camera/daemons.h"
-#include "simulator/device/device.h"
 #include "system/time_zone_table.h"
 
 namespace {
@@ -154,6 +155,7 @@ void append(Choices& choices, std::string& body, const std::string& word) {
   body += "</" + word + ">";
 }
 
+constexpr const char* kExportName = "settings.db";
 int daemons_result = 0;
 
 [[noreturn]] void fail(const char* what, const std::string& detail) {
@@ -165,10 +167,8 @@ int daemons_result = 0;
 class Camera {
  public:
   Camera() {
-    for (const std::string& fault : {camera::enter_private_device(), camera::reset_device()}) {
-      if (!fault.empty()) fail("A simulated camera is needed", fault);
-    }
-    std::ofstream(std::string(camera::kExchangeDirectory) + "/" + camera::kExportName) << "settings";
+    std::ofstream(std::string("/usr/local/httpd/htdocs/Web/updownload/") + kExportName) << "settings";
+    factory_settings_ = content_of(psia::kConfigurationDatabase);
     dup2(memfd_create("body", 0), STDIN_FILENO);
     dup2(memfd_create("client", 0), STDOUT_FILENO);
     FCGI_stdin->stdio_stream = stdin;
@@ -178,27 +178,37 @@ class Camera {
     psia::prepare_xml();
     queues_ = psia::ControlQueues::open();
     if (!queues_ || !psia::tz_table_fill(*time_zones_)) fail("No service", "");
-    columns_ = camera::query(
-        "select t.name, '\"' || c.name || '\"' from sqlite_master t, pragma_table_info(t.name) c "
-        "where t.type='table'");
+    if (sqlite3_open(psia::kConfigurationDatabase, &daemons_database_) != SQLITE_OK) fail("No settings", "");
+    const auto add_column = [](void* columns, int, char** values, char**) {
+      static_cast<std::vector<Column>*>(columns)->push_back({values[0], values[1]});
+      return 0;
+    };
+    sqlite3_exec(daemons_database_,
+                 "select t.name, '\"' || c.name || '\"' from sqlite_master t, pragma_table_info(t.name) c "
+                 "where t.type='table'",
+                 add_column, &columns_, nullptr);
+    if (columns_.empty()) fail("No simulated camera", "this program runs inside one");
   }
 
   /// A start of the service, in the factory state of the camera.
   void start() {
-    if (!camera::restore_factory_rows().empty()) fail("No settings", "");
     database_.reset();
+    std::ofstream(psia::kConfigurationDatabase, std::ios::binary) << factory_settings_;
+    sqlite3_db_release_memory(daemons_database_);  // it may take the file for the one that it knows
     environment_.reset();
     environment_.emplace();
     if (!database_.emplace().open(psia::kConfigurationDatabase)) fail("No database", "");
   }
 
   /// Changes the settings, as a daemon might.
-  void change_settings(Choices& choices) const {
+  void change_settings(Choices& choices) {
     static const Words values = words_in("0 1 2 3 4 5 65 -1 99999999999 aaaaaaaaaaaaaaaa CST-0 Relay-1");
-    const std::vector<std::string>& column = columns_[choices.byte() % columns_.size()];
+    const Column& column = columns_[choices.byte() % columns_.size()];
     const std::string value = choices.seldom() ? "null" : "'" + choices.one_of(values) + "'";
-    (void)camera::execute(choices.seldom() ? "delete from " + column[0]
-                                           : "update " + column[0] + " set " + column[1] + "=" + value);
+    const std::string statement = choices.seldom()
+                                      ? "delete from " + column.table
+                                      : "update " + column.table + " set " + column.name + "=" + value;
+    sqlite3_exec(daemons_database_, statement.c_str(), nullptr, nullptr, nullptr);
   }
 
   /// What the client receives, nothing when it is refused. `result` is the daemons' reply to each message.
@@ -214,12 +224,21 @@ class Camera {
     if (request.level >= 0) psia::dispatch(service, request);
     std::fflush(stdout);
     if (request.level < 0) return std::nullopt;
-    std::ostringstream out;
-    out << std::ifstream("/proc/self/fd/1").rdbuf();
-    return out.str();
+    return content_of("/proc/self/fd/1");
   }
 
  private:
+  struct Column {
+    std::string table;
+    std::string name;
+  };
+
+  static std::string content_of(const char* path) {
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
+  }
+
   static void replace(int descriptor, const std::string& content) {
     if (ftruncate(descriptor, 0) != 0 ||
         pwrite(descriptor, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
@@ -233,7 +252,9 @@ class Camera {
   std::optional<psia::ControlQueues> queues_;
   psia::TzPairListOwner time_zones_{psia::tz_pair_list_create()};
   psia::IndexDocuments index_documents_;
-  std::vector<std::vector<std::string>> columns_;  // all of the settings, each with its table
+  std::string factory_settings_;  // the database file
+  sqlite3* daemons_database_ = nullptr;
+  std::vector<Column> columns_;  // all of the settings
 };
 
 /// How many answers `out` holds; each must be as long as it says.
@@ -299,10 +320,15 @@ extern "C" int msgsnd(int /*queue*/, const void* /*message*/, std::size_t /*size
 }
 
 extern "C" ssize_t msgrcv(int /*queue*/, void* message, std::size_t size, long type, int /*flags*/) {
-  camera::Message& reply = *static_cast<camera::Message*>(message);
-  reply = {.type = type};
-  camera::put_integer(reply, 8, daemons_result);
-  camera::put_text(reply, 12, camera::kExportName);
+  struct Reply {
+    long type;
+    std::int32_t command;
+    std::int32_t result;
+    char payload[16];
+  } reply{.type = type, .command = 0, .result = daemons_result, .payload = {}};
+  std::strcpy(reply.payload, kExportName);
+  std::memset(message, 0, sizeof(long) + size);
+  std::memcpy(message, &reply, sizeof reply);
   return static_cast<ssize_t>(size);
 }
 
