@@ -1,23 +1,9 @@
 #!/bin/bash
 # Packs the build in the build directory $1 and looks into the packages.
 set -euo pipefail
+# shellcheck source=tests/deploy/checks.sh
+. "$(dirname "$0")/checks.sh"
 documents=$(cd "$(dirname "$0")/../../docs" && pwd)
-
-# wanted TEXT COMMAND...: fails with the text and the command's output unless the command succeeds.
-wanted() {
-  local said
-  said=$("${@:2}" 2>&1) || {
-    printf 'Wanted: %s\nBut %s failed:\n%s\n' "$1" "${*:2}" "$said" >&2
-    exit 1
-  }
-}
-# same TEXT EXPECTED ACTUAL
-same() {
-  [ "$2" = "$3" ] || {
-    printf 'Wanted: %s\nExpected: %s\nGot:      %s\n' "$@" >&2
-    exit 1
-  }
-}
 
 cd "$1"
 rm -rf package-test
