@@ -123,6 +123,7 @@ int ControlQueues::send_and_wait(ControlMessage& message) {
   message.type_ = process_;
   if (++sent_ > kMaxMessagesPerRequest) return kFailed;
   if (!send_request(message)) {
+    const PeerAwaited awaited(Wait::kAnswerTaken);
     FCGI_perror("Send Message using Message Queue 1 Failed\n");
     return kBusy;
   }

@@ -69,9 +69,9 @@ MESSAGES = {1: ("picture", [("source", 12, 0)]), 2: ("encoder", [("master", 16, 
             11: ("export", []), 31: ("addressing", []), 33: ("name servers", [("servers", 12, 256)]),
             37: ("RTSP port", [])}
 # An emulator may use another one of two system calls that do the same.
-SYSTEM_CALLS = {"x86_64": {"read": [0], "poll": [7, 271], "msgsnd": [69], "clock_nanosleep": [230],
+SYSTEM_CALLS = {"x86_64": {"read": [0], "write": [1], "poll": [7, 271], "msgsnd": [69], "clock_nanosleep": [230],
                            "accept": [43, 288]},
-                "aarch64": {"read": [63], "poll": [73], "msgsnd": [189], "clock_nanosleep": [115],
+                "aarch64": {"read": [63], "write": [64], "poll": [73], "msgsnd": [189], "clock_nanosleep": [115],
                             "accept": [202, 242]}}
 RECORD = struct.calcsize("@l") + 4112
 libc = ctypes.CDLL(None, use_errno=True)
