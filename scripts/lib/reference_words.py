@@ -40,7 +40,7 @@ FACTS = {
     "max_attributes": ("frame/xml.h", r"kMaxAttributes = (\d+)"),
     "max_unusual": ("frame/xml.h", r"kMaxUnusualDocument = ([^;]+)"),
     "max_latin": ("frame/xml.h", r"kMaxLatinDocument = ([^;]+)"),
-    "body_timeout": ("frame/stop.h", r"kBodyTimeoutMilliseconds = (\d+)"),
+    "body_timeout": ("frame/stop.h", r"kPeerTimeoutMilliseconds = (\d+)"),
     "stop_timeout": ("frame/stop.h", r"kTimeoutAfterStopMilliseconds = (\d+)"),
     "lock_step": ("frame/database.cpp", r"sleep_milliseconds\((\d+) \* \(calls \+ 1\)\)"),
     "lock_retries": ("frame/database.cpp", r"if \(calls > (\d+)"),

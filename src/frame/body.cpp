@@ -26,10 +26,10 @@ long long announced_length(const Request& request, long long limit) {
 /// Takes what has come of the body, at most `size` bytes, and waits only for the first one. 0 when no more
 /// will come.
 std::size_t take(char* to, std::size_t size) {
-  BodyAwaited::begin_wait();
+  const PeerAwaited awaited(Wait::kBody);
   FCGX_Stream* const stream = FCGI_stdin->fcgx_stream;
   if (stream == nullptr) {  // a plain CGI program; nobody else reads its standard input
-    if (!BodyAwaited::wait_until_readable(STDIN_FILENO)) return 0;
+    if (!PeerAwaited::until_readable(STDIN_FILENO)) return 0;
     return static_cast<std::size_t>(std::max<ssize_t>(::read(STDIN_FILENO, to, size), 0));
   }
   const int first = FCGX_GetChar(stream);
@@ -39,7 +39,7 @@ std::size_t take(char* to, std::size_t size) {
   return 1 + static_cast<std::size_t>(FCGX_GetStr(to + 1, static_cast<int>(more), stream));
 }
 
-/// Waits for exactly `size` bytes, with a BodyAwaited in place; false when fewer come.
+/// Waits for exactly `size` bytes; false when fewer come.
 bool receive(char* to, std::size_t size) {
   while (size > 0) {
     const std::size_t count = take(to, size);
@@ -58,7 +58,6 @@ Body Body::read(const Request& request) {
   if (length <= 0) return body;
   body.size_ = static_cast<std::size_t>(length);
   OwnedText text = allocate_text(body.size_ + 1);
-  const BodyAwaited awaited;
   if (text == nullptr || !receive(text.get(), body.size_)) return body;
   text[body.size_] = '\0';
   body.text_ = std::move(text);
@@ -78,7 +77,6 @@ int save_body(const Request& request, const char* path) {
   File file = open_file(path, "wb");
   if (!file) return -1;
   std::array<char, 1024> piece{};
-  const BodyAwaited awaited;
   while (left > 0) {
     const auto size = static_cast<std::size_t>(std::min<long long>(left, piece.size()));
     if (!receive(piece.data(), size)) break;

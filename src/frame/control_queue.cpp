@@ -107,6 +107,7 @@ int ControlQueues::send_and_wait(ControlMessage& message) {
   message.record_.type = process_;
   if (++sent_ > kMaxMessagesPerRequest) return kFailed;
   if (!send_request(message)) {
+    const PeerAwaited awaited(Wait::kAnswerTaken);
     FCGI_perror("Send Message using Message Queue 1 Failed\n");
     return kBusy;
   }

@@ -17,12 +17,14 @@ class Gateway {
   /// whose parameters do not all arrive gets no answer, and the next one is waited for.
   [[nodiscard]] bool accept();
 
-  /// Sends what was written and ends the request; its variables are gone. Then waits for the web server to
-  /// close the connection, up to 2 s of silence, or until a stop.
+  /// Sends what was written and ends the request; its variables are gone. Reads the rest of a request that
+  /// was answered early. The limits of stop.h apply to both. Bytes after the end of the request are not
+  /// awaited.
   void finish();
 
  private:
   FCGX_Request request_{};  // unused in a plain CGI program
+  bool is_cgi_ = false;
 };
 
 }  // namespace psia

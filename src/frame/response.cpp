@@ -2,15 +2,21 @@
 
 #include <fcgi_stdio.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
 
 #include "frame/control_queue.h"
+#include "frame/stop.h"
 
 namespace psia {
 
 namespace {
+
+/// Bytes of an answer that the client must take within the limit of stop.h. libfcgi's own buffer is as large,
+/// so that a piece is at most two writes.
+constexpr std::size_t kPieceSize = 8192;
 
 constexpr std::array kStatusStrings = {
     "OK",
@@ -45,8 +51,14 @@ std::string_view finished(TextBuffer& document) {
 
 }  // namespace
 
-void write_text(std::string_view text) {
-  FCGI_fwrite(const_cast<char*>(text.data()), 1, text.size(), FCGI_stdout);
+bool write_text(std::string_view text) {
+  for (;;) {
+    const std::size_t size = std::min(text.size(), kPieceSize);
+    const PeerAwaited awaited(Wait::kAnswerTaken);
+    if (FCGI_fwrite(const_cast<char*>(text.data()), 1, size, FCGI_stdout) != size) return false;
+    if (size == text.size()) return true;
+    text.remove_prefix(size);
+  }
 }
 
 void answer_status(const Request& request, Status status) {

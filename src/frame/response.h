@@ -32,8 +32,9 @@ inline constexpr const char* kXmlDeclaration = "<?xml version=\"1.0\" encoding=\
 inline constexpr const char* kXmlDeclarationBare = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
 inline constexpr const char* kXmlDeclarationLine = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n";
 
-/// Sends a text to the client unchanged. A failed write is not told: the client is gone.
-void write_text(std::string_view text);
+/// Sends a text to the client unchanged. False when the client is gone, or was left because it did not take
+/// its answer. Only who has much more to send needs to know: further writes do nothing.
+bool write_text(std::string_view text);
 
 /// Answers with a ResponseStatus document. Writes nothing when memory is short.
 void answer_status(const Request& request, Status status);

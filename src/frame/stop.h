@@ -1,22 +1,28 @@
-// Ending the service from outside, and the limit of its patience with a body. After SIGTERM or SIGUSR1 the
-// request at hand is finished, then the accept loop ends.
+// Ending the service from outside, and the limits of its patience with a peer. After SIGTERM or SIGUSR1 the
+// request in progress is finished, then the accept loop ends.
 #pragma once
 
 #include <fcgiapp.h>
 
+#include <csignal>
+
 namespace psia {
 
-/// A body ends when no byte of it has come for so long.
-inline constexpr int kBodyTimeoutMilliseconds = 30000;
+/// Reading a body fails, and a peer that does not take its answer loses its connection, after this long
+/// without progress. Only the time in which the service waits for the peer counts.
+inline constexpr int kPeerTimeoutMilliseconds = 30000;
 /// The same after a stop, counted from the stop at the earliest. The parameters of a request that is arriving
-/// must be complete so long after the stop.
+/// must be complete this long after the stop.
 inline constexpr int kTimeoutAfterStopMilliseconds = 1500;
+/// The rest of a request that was answered early may take this long in all.
+inline constexpr int kRestTimeoutMilliseconds = 2000;
 
 /// Installs the handlers of SIGTERM, SIGUSR1 and SIGALRM. Call once at start, before libfcgi installs its
 /// own.
 void install_stop_signals();
 
-/// While one of these lives, libfcgi waits for the next request over FastCGI.
+/// While one of these lives, libfcgi waits for the next request over FastCGI. The timer that watches the peer
+/// runs from its end until the next one begins.
 class RequestAwaited {
  public:
   explicit RequestAwaited(const FCGX_Request& request);
@@ -27,22 +33,23 @@ class RequestAwaited {
   RequestAwaited& operator=(RequestAwaited&&) = delete;
 };
 
-/// While one of these lives, a body is awaited on the connection of the last request.
-class BodyAwaited {
- public:
-  BodyAwaited();
-  ~BodyAwaited();
-  BodyAwaited(const BodyAwaited&) = delete;
-  BodyAwaited& operator=(const BodyAwaited&) = delete;
-  BodyAwaited(BodyAwaited&&) = delete;
-  BodyAwaited& operator=(BodyAwaited&&) = delete;
+/// What the service waits for. The states are explained in stop.cpp.
+enum class Wait : std::sig_atomic_t { kNone, kRequest, kBody, kAnswerTaken, kRestOfRequest };
 
-  /// Call before each wait for further bytes: the time of silence begins anew.
-  static void begin_wait();
+/// While one of these lives, the service waits for the peer of the last request. Make one for each wait: the
+/// time without progress begins with it. They do not nest.
+class PeerAwaited {
+ public:
+  explicit PeerAwaited(Wait wait);
+  ~PeerAwaited();
+  PeerAwaited(const PeerAwaited&) = delete;
+  PeerAwaited& operator=(const PeerAwaited&) = delete;
+  PeerAwaited(PeerAwaited&&) = delete;
+  PeerAwaited& operator=(PeerAwaited&&) = delete;
 
   /// For a body that does not come over a connection: waits until `descriptor` can be read. False when the
   /// peer was silent for too long, or when the descriptor fails.
-  [[nodiscard]] static bool wait_until_readable(int descriptor);
+  [[nodiscard]] static bool until_readable(int descriptor);
 };
 
 /// True once SIGTERM or SIGUSR1 has arrived. For work in many steps, too.

@@ -49,7 +49,7 @@ void send_file(const File& file, int size) {
   for (auto left = static_cast<std::size_t>(size); left > 0;) {
     const std::size_t length = std::min(left, piece.size());
     if (std::fread(piece.data(), length, 1, file.get()) != 1) return;
-    FCGI_fwrite(piece.data(), length, 1, FCGI_stdout);
+    if (!write_text({piece.data(), length})) return;
     left -= length;
   }
 }

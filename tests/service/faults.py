@@ -6,10 +6,10 @@ import os
 from simulator.settings import DIRECTORY
 
 # An emulator may use another one of two system calls that do the same.
-SYSTEM_CALLS = {"x86_64": {"read": [0], "poll": [7, 271], "msgsnd": [69], "clock_nanosleep": [230],
-                           "accept": [43, 288]},
-                "aarch64": {"read": [63], "poll": [73], "msgsnd": [189], "clock_nanosleep": [115],
-                            "accept": [202, 242]}}[os.uname().machine]
+SYSTEM_CALLS = {"x86_64": {"read": [0], "write": [1], "poll": [7, 271], "msgsnd": [69],
+                           "clock_nanosleep": [230], "accept": [43, 288]},
+                "aarch64": {"read": [63], "write": [64], "poll": [73], "msgsnd": [189],
+                            "clock_nanosleep": [115], "accept": [202, 242]}}[os.uname().machine]
 
 
 class FaultPlan(ctypes.Structure):

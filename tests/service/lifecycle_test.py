@@ -32,6 +32,15 @@ def test_it_can_be_stopped_while_a_queue_is_missing(unstarted_camera, queue, num
     assert unstarted_camera.stop_service(number) == 0
 
 
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGUSR1])
+def test_a_stop_that_the_parent_blocked_ends_it(unstarted_camera, number):
+    signal.pthread_sigmask(signal.SIG_BLOCK, [number])
+    unstarted_camera.start_service()
+    signal.pthread_sigmask(signal.SIG_UNBLOCK, [number])
+    unstarted_camera.call("GET", "/PSIA/x")
+    assert unstarted_camera.stop_service(number) == 0
+
+
 def test_requests_wait_until_both_queues_are_there(faulty_camera):
     faulty_camera.stop_service()
     new_ipc_namespace = 0x08000000
@@ -78,6 +87,13 @@ def test_a_kept_connection_carries_several_requests(camera):
         assert connection.receive()[0] == status(4, "/PSIA/x")
         connection.send({"REQUEST_METHOD": "GET", "REQUEST_URI": "/PSIA/x", "HTTP_AUTHORIZATION":
                          "Basic YWRtaW46YWRtaW4="}, b"", keep=True)
+
+
+def test_an_alarm_from_outside_does_not_end_it(camera):
+    camera.wait_until_blocked_in("accept")
+    camera.process.send_signal(signal.SIGALRM)
+    for _ in range(2):  # the first one may arrive before the signal does
+        assert camera.call("GET", "/PSIA/x") == status(4, "/PSIA/x")
 
 
 def test_a_client_that_goes_away_disturbs_nobody(camera):

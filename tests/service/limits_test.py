@@ -1,13 +1,20 @@
-"""What a request may cost: documents that are made to grow, bodies of odd lengths or without an end."""
+"""What a request may cost: documents that are made to grow, bodies of odd lengths or without an end, peers
+that do not take their answer."""
+import os
+import signal
 import time
 
 import pytest
 
-from camera import status
+from camera import REPLIES, REQUESTS, eventually, reply, status
+from simulator.device import EXCHANGE
+from simulator.fastcgi import INPUT, stream
 
 INFO = "/PSIA/System/deviceInfo"
 NAME = "<DeviceInfo><deviceName>sent</deviceName></DeviceInfo>"
 STORED = ["Network.DDNSHostname = sent", "status 1"]
+CONFIGURATION = "/PSIA/System/configurationData"
+UPLOADED = EXCHANGE / "psia_config.dat"
 
 
 def names(count, before, after):
@@ -88,7 +95,9 @@ def test_a_body_of_up_to_1_mib_is_read_to_its_first_zero_byte(camera, body, effe
 
 def test_a_body_ends_after_30_seconds_of_silence_a_slow_one_does_not(faulty_camera):
     faulty_camera.plan.speed = 40
-    silent = faulty_camera.begin("PUT", INFO, NAME, finished=False, first=-1)
+    silent = faulty_camera.begin("PUT", INFO, NAME, finished=False, first=-20)
+    faulty_camera.wait_until_blocked_in("read")
+    silent.send_bytes(silent.rest[:10])
     start = time.monotonic()
     assert silent.receive()[0] == status(3, INFO)
     assert 0.7 < time.monotonic() - start < 10
@@ -103,3 +112,72 @@ def test_a_body_ends_after_30_seconds_of_silence_a_slow_one_does_not(faulty_came
     time.sleep(0.8)
     later.send_rest()
     assert later.receive()[0] == status(4, "/PSIA/x")
+
+
+# Media and peers that are slow.
+
+@pytest.mark.parametrize("stop", [None, signal.SIGTERM])
+def test_a_medium_that_blocks_does_not_truncate_an_upload(faulty_camera, stop):
+    faulty_camera.plan.speed = 100
+    UPLOADED.unlink(missing_ok=True)
+    os.mkfifo(UPLOADED)  # a file that blocks while nobody reads and 64 KiB wait
+    sent = 100 * 1024 * b"s"
+    upload = faulty_camera.begin("PUT", CONFIGURATION, sent, first=-20000)
+    with open(UPLOADED, "rb") as medium:
+        faulty_camera.wait_until_blocked_in("write")
+        if stop:
+            faulty_camera.process.send_signal(stop)
+        time.sleep(0.5)  # 50 s for the service, which would be too much silence
+        upload.send_rest()
+        assert len(medium.read()) == len(sent)
+    assert upload.receive()[0] == status(1, CONFIGURATION)
+    UPLOADED.unlink()
+
+
+def begin_download(camera):
+    """Begins to download a file that is larger than what a socket holds."""
+    (EXCHANGE / "export.dat").write_bytes(1000000 * b"e")
+    download = camera.begin("GET", CONFIGURATION)
+    assert REPLIES.send(reply(REQUESTS.next(), 0, b"export.dat"))
+    camera.wait_until_blocked_in("write")
+    return download
+
+
+@pytest.mark.parametrize("stop", [None, signal.SIGTERM])
+def test_a_peer_that_does_not_take_its_answer_is_left(faulty_camera, stop):
+    faulty_camera.plan.speed = 40
+    download = begin_download(faulty_camera)
+    start = time.monotonic()
+    if stop:
+        assert faulty_camera.stop_service(stop) == 0
+        assert time.monotonic() - start > 1.5 / 40
+    else:
+        assert faulty_camera.call("GET", "/PSIA/x") == status(4, "/PSIA/x")
+        assert time.monotonic() - start > 30 / 40
+    with pytest.raises(AssertionError, match="closed without an end"):
+        download.receive()
+
+
+def test_a_peer_that_takes_its_answer_slowly_receives_all_of_it(faulty_camera):
+    faulty_camera.plan.speed = 40
+    download = begin_download(faulty_camera)
+    received = b""
+    while len(received) < 200000:  # takes 100 s for the service
+        received += download.socket.recv(20000)
+        time.sleep(0.25)  # 10 s
+    while more := download.socket.recv(65536):
+        received += more
+    assert received.count(b"e") > 1000000
+
+
+@pytest.mark.parametrize("request_ends", [True, False])
+def test_what_a_peer_sends_after_its_answer_delays_nobody(faulty_camera, request_ends):
+    faulty_camera.plan.speed = 20
+    talkative = faulty_camera.begin("PUT", "/PSIA/x", "body", finished=request_ends)
+    assert talkative.receive()[0] == status(4, "/PSIA/x")
+    later = faulty_camera.begin("GET", "/PSIA/x")
+
+    def is_answered():
+        talkative.send_bytes(stream(INPUT, b"more", end=False))
+        return later.answers_within(0.01)
+    eventually(is_answered, "the answer to the later request")

@@ -112,6 +112,7 @@ def test_one_wait_for_a_lock_is_the_last(camera):
 def test_just_before_a_system_call_that_blocks_it_is_not_lost(faulty_camera, full):
     if full:
         REQUESTS.fill()
+    faulty_camera.wait_until_blocked_in("accept")
     faulty_camera.plan.let_fail(FaultPlan.STOP)  # the next accept, or the next msgsnd that blocks
     answer = faulty_camera.call("PUT", REBOOT if full else "/PSIA/x")
     assert answer == (status(2, REBOOT) if full else status(4, "/PSIA/x"))

@@ -117,12 +117,15 @@ int msgsnd(int queue, const void* message, std::size_t size, int flags) {
   return original(&msgsnd, "msgsnd")(queue, message, size, flags);
 }
 
-int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec* left) {
+int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec* /*left*/) {
   const long asked = wanted->tv_sec * 1000000000L + wanted->tv_nsec;
   if (plan != nullptr) plan->slept += static_cast<int>(asked / 1000000);
   const long nanoseconds = asked / speed();
-  const timespec time{nanoseconds / 1000000000L, nanoseconds % 1000000000L};
-  return original(&clock_nanosleep, "clock_nanosleep")(clock, flags, &time, left);
+  timespec time{nanoseconds / 1000000000L, nanoseconds % 1000000000L};
+  // Signals do not end it: the service would sleep on in any case, and `slept` would count the rest twice.
+  while (original(&clock_nanosleep, "clock_nanosleep")(clock, flags, &time, &time) == EINTR) {
+  }
+  return 0;
 }
 
 int setitimer(__itimer_which_t which, const itimerval* wanted, itimerval* old) noexcept {
