@@ -6,9 +6,9 @@ import sys
 if not __package__:  # started by the folder's path
     sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
-from simulator import Fault, board, inside
+from simulator import Fault, board, inside, people
 
-COMMANDS = {"inside": inside.main, "daemons": board.main}
+COMMANDS = {"inside": inside.main, "daemons": board.main, "camera": people.main}
 
 
 def main() -> int:

@@ -19,6 +19,8 @@ OWN_MARK = (
     1347635521  # "PSIA": marks the databases that this program made, in the place that SQLite has for it
 )
 ROUND = 0.01  # seconds between two looks at the queue
+FOREIGN = """{path} was not made by camera-daemons. On a camera with daemons of its own there is nothing to do
+for it. Where the file is a left-over, remove it and {defaults}."""
 WELCOME = """The settings and both message queues are there. Accounts, name:password:
   admin:admin  operator:operator  viewer:viewer  guest:guest"""
 
@@ -55,10 +57,7 @@ def prepare_settings() -> None:
     found = [path for path in (settings.DATABASE, settings.DEFAULTS) if path.exists()]
     for path in found:
         if settings.query("pragma application_id", path) != [(OWN_MARK,)]:
-            raise Fault(
-                f"{path} was not made by camera-daemons. On a camera with daemons of its own there is\n"
-                "nothing to do for it. Where the file is a left-over, remove it and /usr/local/orvid/conf/default.db."
-            )
+            raise Fault(FOREIGN.format(path=path, defaults=settings.DEFAULTS))
     if len(found) < 2:
         settings.create(f"pragma application_id={OWN_MARK};")
 

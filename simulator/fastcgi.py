@@ -4,6 +4,8 @@ import socket
 import struct
 from collections.abc import Mapping
 
+from simulator.texts import decoded
+
 BEGIN, END, PARAMETERS, INPUT, OUTPUT, ERRORS = 1, 3, 4, 5, 6, 7
 HEADER = struct.Struct(">BBHHBx")  # version, kind, request, bytes of content, bytes of padding
 
@@ -20,6 +22,33 @@ def parameter(name: str, value: str) -> bytes:
 
     encoded = name.encode(), value.encode()
     return b"".join(map(length, encoded)) + b"".join(encoded)
+
+
+def variables(parameters: bytes) -> dict[str, str]:
+    """The variables of a whole parameter stream; those before the mistake where there is one."""
+    found: dict[str, str] = {}
+    place = 0
+
+    def length() -> int:
+        nonlocal place
+        size = 1 if parameters[place] < 128 else 4
+        place += size
+        return int.from_bytes(parameters[place - size : place]) & 0x7FFFFFFF
+
+    while place < len(parameters):
+        try:
+            name, value = length(), length()
+        except IndexError:
+            break
+        if place + name + value > len(parameters):
+            break
+        found[decoded(parameters[place : place + name])] = decoded(parameters[place + name :][:value])
+        place += name + value
+    return found
+
+
+def answer_records(request: int, text: bytes) -> bytes:
+    return stream(OUTPUT, text, False, request) + stream(END, bytes(8), False, request)
 
 
 class Connection:

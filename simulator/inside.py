@@ -3,19 +3,18 @@ of the documents, for example. It can import this package."""
 import argparse
 import os
 import pathlib
-import signal
 import sys
 import time
 
 from simulator import Fault, daemons, device
-from simulator.messages import Message, libc
+from simulator.messages import Message
+from simulator.processes import die_with
 
 PROJECT = pathlib.Path(__file__).parents[1]
 
 # The command reads here which messages the daemons received, a line for each.
 MESSAGES = pathlib.Path("/usr/local/messages")
 ROUND = 0.002  # seconds between two looks at the queue, which cannot be waited for with a timeout
-DIE_WITH_PARENT = 1  # PR_SET_PDEATHSIG of prctl(2)
 
 
 def main(arguments: list[str]) -> int:
@@ -49,11 +48,12 @@ def start(command: list[str]) -> int:
     this program."""
     if not device.unshare(device.NEW_PROCESSES):
         raise Fault("Cannot create a namespace of processes.")
+    parent = os.getpid()
     process = os.fork()
     if process != 0:
         return process
     try:
-        libc.prctl(DIE_WITH_PARENT, signal.SIGKILL)
+        die_with(parent)
         device.mount("proc", "/proc", "proc")
         os.environ["PYTHONPATH"] = os.pathsep.join([str(PROJECT), *os.environ.get("PYTHONPATH", "").split()])
         os.execvp(command[0], command)

@@ -1,102 +1,190 @@
-#!/usr/bin/env python3
-"""A session with the simulated camera: session_test.py SIMULATOR SERVICE PAGE. Each change is to be seen in the
-next read, on the terminal and in what the page is told; a killed run leaves nothing behind."""
-import json
+"""The simulated camera as a person uses it: each change is to be seen in the next read, on the terminal and in what
+the page is told; a killed run leaves nothing in the way of the next."""
 import os
 import pathlib
 import re
+import signal
+import socket
+import subprocess
 import sys
-import tempfile
 import threading
 
-sys.dont_write_bytecode = True
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)) + "/../../scripts/lib")
-from simulated_camera import Camera, eventually
+import pytest
+
+from simulator import fastcgi, processes
+from simulator.options import PROJECT
+from simulator.testing import RunningCamera, camera, eventually  # noqa: F401
+
+AUDIO = "/PSIA/System/Audio/channels/1"
+AUDIO_OFF = "<AudioChannel><enabled>false</enabled></AudioChannel>"
+ADDRESS = "/PSIA/System/Network/interfaces/eth0/ipAddress"
+SETTINGS = "/PSIA/System/configurationData"
+CAMERA = [sys.executable, str(PROJECT / "simulator"), "camera"]
 
 
-def expect(condition, what, camera):
-    if not condition:
-        sys.exit(f"{what}\n{camera.log()}")
+@pytest.fixture
+def start(request):
+    """Starts cameras that end with the test."""
+    def start_camera(*options, directory=None):
+        started = RunningCamera(*options, directory=directory)
+        request.addfinalizer(started.stop)
+        return started
+    return start_camera
+
+
+def accepted(camera, path, body=b"", method="PUT"):
+    answer = camera.put("/PSIA" + path, body, method)
+    assert "<statusCode>1<" in answer, f"{answer}\n{camera.shown()}"
 
 
 def wait_for_boot(camera, boots):
     """The outage is real, and ends."""
     eventually(lambda: camera.ask("GET", "/PSIA/System/status")[0] == 503, "an outage")
-    eventually(lambda: camera.log().count("the camera boots") == boots and camera.get("/System/status"), "a boot")
-    seconds = int(re.search(r"<deviceUpTime>(\d+)", camera.get("/System/status")).group(1))
-    expect(seconds < 60 or "no time namespaces" in camera.log(), f"the time since start is {seconds} s", camera)
+    eventually(lambda: camera.shown().count("the camera boots") == boots and
+               "<deviceUpTime>" in camera.get("/PSIA/System/status"), "a boot")
+    seconds = int(re.search(r"<deviceUpTime>(\d+)", camera.get("/PSIA/System/status")).group(1))
+    assert seconds < 60 or "no time namespaces" in camera.shown()
 
 
-def change(camera):
-    camera.put("/System/Network/interfaces/eth0/ipAddress",
-               "<IPAddress><addressingType>static</addressingType><ipAddress>10.0.0.5</ipAddress>"
-               "<subnetMask>255.0.0.0</subnetMask></IPAddress>")
-    camera.put("/System/time", "<Time><timeMode>manual</timeMode><localTime>2031-05-01T10:00:00</localTime>"
-                               "<timeZone>CET-1</timeZone></Time>")
-    camera.put("/System/time/timeZone", "CET-1")
-    camera.put("/Security/AAA/users", "<User><userName>bob</userName><password>secret</password></User>", "POST")
-    camera.logs("Network.IPAddress: 192.168.1.10 -> 10.0.0.5", "command 31", "User[bob] added: Level 2",
-                "command 6: set the clock manually to 2031-05-01 10:00:00")
-    expect("secret" not in camera.log(), "a password is shown", camera)
-    now = json.loads(camera.ask("GET", "/camera/log?since=0")[1])["now"]
-    expect(now["address"] == "10.0.0.5 255.0.0.0" and now["clock"].startswith("2031-05-01T10:0"), str(now), camera)
+def test_changes_uploads_and_resets_over_two_boots(start):
+    camera = start("--boot", "1", "--set", "update Network set RTSPPort = 8554", "--answer", "3=busy")
+    accepted(camera, ADDRESS[5:], "<IPAddress><addressingType>static</addressingType><ipAddress>10.0.0.5</ipAddress>"
+                                  "<subnetMask>255.0.0.0</subnetMask></IPAddress>")
+    accepted(camera, "/System/time", "<Time><timeMode>manual</timeMode><localTime>2031-05-01T10:00:00</localTime>"
+                                     "<timeZone>CET-1</timeZone></Time>")
+    accepted(camera, "/System/time/timeZone", "CET-1")
+    accepted(camera, "/Security/AAA/users", "<User><userName>bob</userName><password>secret</password></User>", "POST")
+    camera.shows("Network.IPAddress: 192.168.1.10 -> 10.0.0.5", "command 31", "User[bob] added: Level 2",
+                 "command 6: set the clock manually to 2031-05-01 10:00:00")
+    assert "secret" not in camera.shown()
+    now = camera.told()["now"]
+    assert now["address"] == "10.0.0.5 255.0.0.0" and now["clock"].startswith("2031-05-01T10:0")
+    assert now["tables"]["Network"][0]["RTSPPort"] == "8554"
 
-
-def check_session(camera):
-    change(camera)
-    exported = camera.ask("GET", "/PSIA/System/configurationData")[1]
-    camera.put("/System/configurationData", exported[:5000])
-    camera.logs("the uploaded settings are refused")
-    camera.put("/System/factoryReset?MODE=FULL")
+    exported = camera.ask("GET", SETTINGS)[1].encode(errors="surrogateescape")
+    accepted(camera, SETTINGS[5:], exported[:5000])
+    camera.shows("the uploaded settings are refused")
+    accepted(camera, "/System/factoryReset?MODE=FULL")
     wait_for_boot(camera, 2)
-    expect("192.168.1.10<" in camera.get("/System/Network/interfaces/eth0/ipAddress"), "another address", camera)
-    expect("EST5EDT" in camera.get("/System/time"), "the zone is not the factory's", camera)
+    assert "192.168.1.10<" in camera.get(ADDRESS) and "EST5EDT" in camera.get("/PSIA/System/time")
+    now = camera.told()["now"]  # a client's factory reset undoes --set, as it would any change; the daemons stay busy
+    assert now["tables"]["Network"][0]["RTSPPort"] == "554" and now["answers"] == ["3=busy"]
 
-    camera.put("/System/configurationData", exported)
-    expect("bob" not in camera.get("/Security/AAA/users"), "an upload takes effect before the boot", camera)
-    camera.put("/System/reboot")
+    accepted(camera, SETTINGS[5:], exported)
+    assert "bob" not in camera.get("/PSIA/Security/AAA/users")  # it takes effect with the boot
+    accepted(camera, "/System/reboot")
     wait_for_boot(camera, 3)
-    expect("10.0.0.5<" in camera.get("/System/Network/interfaces/eth0/ipAddress"), "the address is not restored", camera)
+    assert "10.0.0.5<" in camera.get(ADDRESS)
     # Set at 10:00 by CET-1; Africa/Algiers, which CET-1 names, is one hour ahead of UTC too.
-    expect("2031-05-01T10:0" in camera.get("/System/time/localTime"), "the zone is not that of message 7", camera)
+    assert "2031-05-01T10:0" in camera.get("/PSIA/System/time/localTime")
+    camera.reset()  # as at the start
+    assert camera.told()["now"]["tables"]["Network"][0]["RTSPPort"] == "8554"
 
 
-def check_served_files(camera):
-    for path in ("/lighttpd.conf", "/lighttpd.log", "/owner", "/Web/updownload/settings.db", "/../run/lock"):
-        expect(camera.ask("GET", path)[0] in (400, 404), path + " is served", camera)
-    expect(camera.ask("GET", "/camera/log?since=0", user="admin:wrong")[0] == 401, "the feed is open to all", camera)
+@pytest.mark.parametrize("method, path, body, status, said", [
+    ("GET", "/camera/log?since=x", "", 400, "since is the id of an entry"),
+    ("GET", "/camera/log?snice=3", "", 400, "There is no parameter snice."),
+    ("PUT", "/camera/answers", "3=busy " + 4000 * "x", 400, "'" + 100 * "x" + "...' is not COMMAND=ok|"),
+    ("PUT", "/camera/answers", 5000 * "x", 400, "The rules are longer than 4096 bytes."),
+    ("PUT", "/camera/resett", "", 404, "There are GET /camera/log, "),
+    ("PUT", "/PSIA/System/deviceInfo", 3_000_000 * "x", 413, ""),
+    ("GET", "/lighttpd.conf", "", 404, ""),
+    ("GET", "/Web/updownload/settings.db", "", 404, "")], ids=lambda value: str(value)[:30])
+def test_what_the_camera_refuses(camera, method, path, body, status, said):  # noqa: F811
+    answered, text = camera.ask(method, path, body)
+    assert answered == status and said in text and len(text) < 700
+
+
+def test_the_log_is_for_accounts_and_changes_are_for_administrators(camera):  # noqa: F811
+    assert camera.ask("GET", "/camera/log", user="admin:wrong") == (401, "Unauthorized\n")
+    assert camera.ask("GET", "/camera/log?since=1&wait=0", user="guest:guest")[0] == 200
+    assert camera.ask("PUT", "/camera/reset", user="operator:operator")[0] == 403
+
+
+@pytest.fixture
+def socket_of_camera(tmp_path):
+    """A camera without a web server."""
+    path = str(tmp_path / "socket")
+    process = subprocess.Popen([*CAMERA, "--socket", path, "--", os.environ["PSIA_BINARY"]], stdout=subprocess.DEVNULL,
+                               preexec_fn=lambda: processes.die_with(os.getppid(), signal.SIGTERM))
+    eventually(lambda: os.path.exists(path), "the socket")
+    yield path
+    process.terminate()
+    assert process.wait(20) == 0 and not os.path.exists(path)
+
+
+def test_a_web_server_can_send_all_of_a_body_that_the_service_refuses_early(socket_of_camera):
+    """nginx answers 502, or sends no body, where it is cut off while it sends."""
+    body = 1_500_000 * b"x"
+    variables = {"REQUEST_METHOD": "PUT", "REQUEST_URI": "/PSIA/System/deviceInfo", "CONTENT_LENGTH": str(len(body)),
+                 "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4="}
+    connection = fastcgi.Connection(socket_of_camera, variables, body, first=100)
+    connection.socket.sendall(connection.rest)
+    answer, _ = connection.receive()
+    assert "<statusCode>3<" in answer and answer.endswith("</ResponseStatus>\n")
 
 
 def leave_a_change_unanswered(camera):
     """Returns while the service waits for its daemons."""
-    camera.ask("PUT", "/camera/answers", b"3=never")
+    camera.answers("3=never")
+    threading.Thread(target=camera.ask, args=("PUT", AUDIO, AUDIO_OFF)).start()
     settings = pathlib.Path(f"/proc/{camera.process.pid}/root/usr/local/orvid/morvid.db")
     before = settings.read_bytes()
-    body = b"<AudioChannel><enabled>false</enabled></AudioChannel>"
-    threading.Thread(target=camera.ask, args=("PUT", "/PSIA/System/Audio/channels/1", body)).start()
     eventually(lambda: settings.read_bytes() != before, "the stored change")
 
 
-with tempfile.TemporaryDirectory() as scratch:
-    simulated = Camera(*sys.argv[1:4], scratch)
-    try:
-        check_session(simulated)
-        check_served_files(simulated)
-        pid = simulated.process.pid
-        with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
-            children = file.read().split()
-        expect(len(children) == 3, "not the web server, the service and what removes the directory: " + str(children),
-               simulated)
-        simulated.process.kill()
-        simulated.process.wait()
-        for child in children:
-            eventually(lambda: not os.path.exists("/proc/" + child) or
-                       ") Z" in open(f"/proc/{child}/stat", encoding="ascii").read(), "the end of a child")
-        eventually(lambda: next(os.walk(scratch + "/run"))[1] == [], "the end of the killed run's directory")
-        simulated = Camera(*sys.argv[1:4], scratch, simulated.port)
-        leave_a_change_unanswered(simulated)
-    finally:
-        simulated.process.terminate()
-        expect(simulated.process.wait() == 0, "the camera does not end well", simulated)
-    expect("service ended with exit status 0" in simulated.log(), "the service is killed while it waits", simulated)
-    expect(next(os.walk(scratch + "/run"))[1] == [], "the run's directory is still there", simulated)
+def test_a_service_that_waits_for_its_daemons_ends_well(start):
+    camera = start()
+    leave_a_change_unanswered(camera)
+    camera.process.terminate()
+    assert camera.process.wait(20) == 0
+    camera.shows("before the service stops; answer: failed", "service ended with exit status 0")
+
+
+def test_a_killed_camera_leaves_nothing_in_the_way_of_the_next(start, tmp_path):
+    killed = start("--keep", str(tmp_path / "kept"), directory=tmp_path)
+    port = killed.url.rpartition(":")[2]
+    children = pathlib.Path(f"/proc/{killed.process.pid}/task/{killed.process.pid}/children").read_text().split()
+    assert len(children) == 2, "the web server and the service"
+    leave_a_change_unanswered(killed)
+    killed.process.kill()
+    killed.process.wait()
+
+    def ended(process):
+        stat = pathlib.Path(f"/proc/{process}/stat")
+        return not stat.exists() or ") Z" in stat.read_text()
+    for child in children:
+        eventually(lambda: ended(child), "the end of a child")
+    again = start("--keep", str(tmp_path / "kept"), "--port", port, directory=tmp_path)
+    eventually(lambda: "<enabled>false<" in again.get(AUDIO), "the change")
+    assert again.stop() == 0
+    assert sorted(file.name for file in tmp_path.iterdir()) == ["kept", "terminal"]
+
+
+def test_no_path_that_a_person_names_is_removed(tmp_path):
+    """Each is refused before anything starts, and stays."""
+    (tmp_path / "folder/deep").mkdir(parents=True)
+    (tmp_path / "letter").write_text("dear all\n")
+    (tmp_path / "link").symlink_to(tmp_path / "letter")
+    (tmp_path / "camera-9").write_text("not of a run\n")
+    (tmp_path / "abcdef").mkdir()
+    before = sorted(path.name for path in tmp_path.rglob("*"))
+    for name in ("folder", "letter", "link"):
+        done = subprocess.run([*CAMERA, "--port", "0", "--run-directory", tmp_path, "--ready-file", tmp_path / name],
+                              capture_output=True, text=True, timeout=20)
+        assert done.returncode == 1 and "no camera wrote it" in done.stderr and not done.stdout
+    listener = socket.create_server(("127.0.0.1", 0))
+    done = subprocess.run([*CAMERA, "--port", str(listener.getsockname()[1]), "--run-directory", tmp_path],
+                          capture_output=True, text=True, timeout=20)
+    assert done.returncode == 1 and "is taken" in done.stderr
+    assert sorted(path.name for path in tmp_path.rglob("*")) == before
+
+
+@pytest.mark.parametrize("rule, status", [("3=failed", 3), ("3=busy", 2), ("3=ok", 1)])
+def test_rules_hold_for_a_command_inside_a_camera(rule, status):
+    """The service as a plain CGI program."""
+    variables = {"REQUEST_METHOD": "PUT", "REQUEST_URI": AUDIO, "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4=",
+                 "CONTENT_LENGTH": str(len(AUDIO_OFF))}
+    done = subprocess.run([*CAMERA[:2], "inside", "--answer", rule, os.environ["PSIA_BINARY"]], input=AUDIO_OFF,
+                          env=os.environ | variables, capture_output=True, text=True, timeout=30)
+    assert f"<statusCode>{status}<" in done.stdout

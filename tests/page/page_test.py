@@ -1,16 +1,21 @@
-#!/usr/bin/env python3
-"""The simulated camera's page in a headless browser: page_test.py SIMULATOR SERVICE PAGE."""
+"""The simulated camera's page in a headless browser."""
 import json
 import os
+import socket
 import subprocess
-import sys
-import tempfile
 import urllib.error
 import urllib.request
 
-sys.dont_write_bytecode = True
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)) + "/../../scripts/lib")
-from simulated_camera import Camera, end_with_test, eventually, free_port
+import pytest
+
+from simulator.processes import die_with
+from simulator.testing import RunningCamera, eventually
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
 
 
 class Browser:
@@ -23,7 +28,7 @@ class Browser:
         if os.geteuid() != 0:
             alone.append("--map-root-user")
         self.driver = subprocess.Popen(
-            alone + ["chromedriver", "--port=" + self.base.rsplit(":", 1)[1]], preexec_fn=end_with_test,
+            alone + ["chromedriver", "--port=" + self.base.rsplit(":", 1)[1]], preexec_fn=lambda: die_with(os.getppid()),
             env=os.environ | {"HOME": directory, "TMPDIR": directory},  # where the browser leaves files behind
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         # The pipe needs no name localhost.
@@ -48,7 +53,7 @@ class Browser:
             with urllib.request.urlopen(request, timeout=60) as answer:
                 return json.load(answer)["value"]
         except urllib.error.HTTPError as error:
-            sys.exit(f"{method} {path}: {error.read().decode()}")
+            pytest.fail(f"{method} {path}: {error.read().decode()}")
 
     def run(self, script, *arguments):
         return self.ask("POST", "/execute/sync", {"script": script, "args": arguments})
@@ -81,8 +86,22 @@ class Browser:
         self.driver.wait()
 
 
-def check_page(browser, camera):
-    browser.ask("POST", "/url", {"url": f"http://127.0.0.1:{camera.port}/"})
+@pytest.fixture
+def camera():
+    running = RunningCamera("--boot", "5")  # long enough for the page to be seen without a camera
+    yield running
+    running.stop()
+
+
+@pytest.fixture
+def browser(tmp_path):
+    chromium = Browser(str(tmp_path))
+    yield chromium
+    chromium.close()
+
+
+def test_the_page(browser, camera):
+    browser.ask("POST", "/url", {"url": camera.url})
     browser.sign_in("admin", "wrong")
     browser.sees("sign-in-note", "User or password is wrong.")
     browser.sign_in("viewer", "viewer")
@@ -116,8 +135,7 @@ def check_page(browser, camera):
                  "<DeviceInfo><deviceName>gate\u009b31m&amp;&lt;b></deviceName></DeviceInfo>")
     browser.sees("effects", "Network.DDNSHostname: camera-1 -> gate?31m&<b>")
     browser.sees("name", "gate?31m&<b>")
-    if "gate?31m" not in camera.log() or "\u009b" in camera.log():
-        sys.exit("the terminal is sent control characters:\n" + camera.log())
+    assert "gate?31m" in camera.shown() and "\u009b" not in camera.shown()
 
     browser.send("/PSIA/System/factoryReset?MODE=FULL", "PUT")
     browser.sees("no-picture", "The camera restarts")
@@ -130,18 +148,5 @@ def check_page(browser, camera):
     camera.process.terminate()
     browser.sees("no-picture", "No answer.")
     browser.send("/PSIA/System/status", "GET", until="The camera does not answer.")
-    if browser.text("answer") or browser.run("return document.getElementById('verdict').className") != "bad":
-        sys.exit("a request without an answer shows the answer before")
-
-
-with tempfile.TemporaryDirectory() as scratch:
-    simulated = Camera(*sys.argv[1:4], scratch, boot=5)  # long enough for the page to be seen without a camera
-    try:
-        chromium = Browser(scratch)
-        try:
-            check_page(chromium, simulated)
-        finally:
-            chromium.close()
-    finally:
-        simulated.process.terminate()
-        simulated.process.wait()
+    assert not browser.text("answer"), "the answer before"
+    assert browser.run("return document.getElementById('verdict').className") == "bad"

@@ -1,0 +1,144 @@
+"""The web server in front of a camera, lighttpd: it serves the page and passes requests below /PSIA and
+/camera on."""
+import ipaddress
+import os
+import pathlib
+import re
+import signal
+import socket
+import sys
+import time
+
+from simulator import Fault, device
+from simulator.processes import die_with
+
+# In memory, so that nothing of it is left when the camera ends, however that happens. Bodies are collected
+# here before anybody's password was looked at, so it is bounded.
+DIRECTORY = pathlib.Path("/dev/front")
+SIZE = "192m"
+SOCKET = DIRECTORY / "psia.socket"
+LOG = DIRECTORY / "lighttpd.log"
+
+# The limits that a camera has, from the configuration that it is shipped with.
+SHIPPED = pathlib.Path(__file__).parents[1] / "deploy/lighttpd.conf"
+
+# lighttpd takes a listening socket over by systemd's protocol, as this descriptor (sd_listen_fds(3)).
+PASSED = 3
+CONFIGURATION = """\
+server.modules = ("mod_fastcgi")
+server.systemd-socket-activation = "enable"
+server.bind = "{address}"
+server.port = {port}
+server.document-root = "{page}"
+index-file.names = ("index.html")
+mimetype.assign = (".html" => "text/html; charset=utf-8", ".js" => "text/javascript; charset=utf-8",
+  ".css" => "text/css; charset=utf-8", ".json" => "application/json")
+server.upload-dirs = ("{directory}")
+server.errorlog = "{log}"
+{limits}
+# The service compares URLs without regard to case, so the web server does too.
+$HTTP["url"] =~ "(?i)^/(PSIA|camera)(/|$)" {{
+  fastcgi.server = ("/" => (("socket" => "{socket}", "check-local" => "disable")))
+}}
+"""
+
+
+def is_ip_address(text: str) -> bool:
+    try:
+        return bool(ipaddress.ip_address(text))
+    except ValueError:
+        return False
+
+
+def is_loopback(text: str) -> bool:
+    return ipaddress.ip_address(text).is_loopback
+
+
+def authority(address: str, port: int) -> str:
+    return f"[{address}]:{port}" if ":" in address else f"{address}:{port}"
+
+
+def listen(address: str, port: int) -> socket.socket:
+    """IPv6 addresses take IPv4 connections too. Port 0: any free one."""
+    family = socket.AF_INET6 if ":" in address else socket.AF_INET
+    return socket.create_server((address, port), family=family, backlog=128, dualstack_ipv6=address == "::")
+
+
+def limits() -> str:
+    """The lines of the shipped configuration that limit requests."""
+    try:
+        section = re.search(r"^# PSIA: bodies.*?\n\n", SHIPPED.read_text(), re.DOTALL | re.MULTILINE)
+    except OSError as error:
+        raise Fault(f"Cannot read {SHIPPED}: {error.strerror}") from error
+    if not section or "max-request-size" not in section[0]:
+        raise Fault(f"{SHIPPED} does not limit requests any more.")
+    return re.sub(r"^server\.upload-dirs.*\n", "", section[0], flags=re.MULTILINE)
+
+
+class WebServer:
+    def __init__(self, listener: socket.socket, page: pathlib.Path) -> None:
+        """Starts it inside the camera. The listener is one of the machine's network, and so is what it
+        accepts."""
+        address, port = listener.getsockname()[:2]
+        DIRECTORY.mkdir()
+        device.mount("tmpfs", DIRECTORY, "tmpfs", data=f"mode=700,size={SIZE}")
+        configuration = DIRECTORY / "lighttpd.conf"
+        configuration.write_text(
+            CONFIGURATION.format(
+                address=f"[{address}]" if ":" in address else address,
+                port=port,
+                page=page.absolute(),
+                directory=DIRECTORY,
+                log=LOG,
+                limits=limits(),
+                socket=SOCKET,
+            )
+        )
+        parent = os.getpid()
+        self.process = os.fork()
+        if self.process == 0:
+            self.become_lighttpd(parent, listener, configuration)
+        self.wait_for_start()
+
+    @staticmethod
+    def become_lighttpd(parent: int, listener: socket.socket, configuration: pathlib.Path) -> None:
+        try:
+            die_with(parent)
+            os.setpgid(0, 0)  # no key on the terminal reaches it
+            os.dup2(listener.fileno(), PASSED)
+            os.set_inheritable(PASSED, True)
+            os.environ |= {"LISTEN_FDS": "1", "LISTEN_PID": str(os.getpid())}
+            os.execvp("lighttpd", ["lighttpd", "-D", "-f", str(configuration)])
+        except OSError as error:
+            print(f"Cannot start lighttpd: {error}", file=sys.stderr)
+        finally:
+            os._exit(127)
+
+    def wait_for_start(self) -> None:
+        deadline = time.monotonic() + 5
+        while not LOG.exists() or "server started" not in LOG.read_text():
+            said = LOG.read_text() if LOG.exists() else ""
+            if self.has_ended():
+                raise Fault(f"The web server lighttpd has ended.\n{said}")
+            if time.monotonic() > deadline:
+                raise Fault(f"The web server lighttpd does not start.\n{said}")
+            time.sleep(0.005)
+
+    def has_ended(self) -> bool:
+        if self.process and os.waitpid(self.process, os.WNOHANG)[0]:
+            self.process = 0
+        return not self.process
+
+    def stop(self) -> None:
+        """Lets it finish the answers that it is sending; a client that does not take its answer has half a
+        second."""
+        if self.has_ended():
+            return
+        os.kill(self.process, signal.SIGINT)
+        deadline = time.monotonic() + 0.5
+        while not self.has_ended() and time.monotonic() < deadline:
+            time.sleep(0.01)
+        if self.process:
+            os.kill(self.process, signal.SIGKILL)
+            os.waitpid(self.process, 0)
+            self.process = 0

@@ -1,0 +1,138 @@
+"""A simulated camera for tests: RunningCamera, and the pytest fixture `camera`, which a test file imports."""
+import atexit
+import base64
+import functools
+import json
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.error
+import urllib.parse
+import urllib.request
+from collections.abc import Callable
+from typing import Any, TypeVar
+
+import pytest
+
+from simulator.options import PROJECT
+from simulator.processes import die_with
+
+Found = TypeVar("Found")
+TIMEOUT = 240  # seconds; an export may take 180
+
+
+def eventually(condition: Callable[[], Found], what: str) -> Found:
+    """Waits until the condition gives something true, and gives that."""
+    deadline = time.monotonic() + 30
+    while not (found := condition()):
+        assert time.monotonic() < deadline, f"not seen: {what}"
+        time.sleep(0.02)
+    return found
+
+
+class RunningCamera:
+    """A camera on any free port, in a process of its own that ends with this one. The options are those of scripts/run. The
+    service is the built one, or the program that the variable PSIA_BINARY names."""
+
+    def __init__(self, *options: str, directory: pathlib.Path | None = None) -> None:
+        """`directory`: for the files of its run; a temporary one unless given."""
+        service = pathlib.Path(os.environ.get("PSIA_BINARY", PROJECT / "build/psia.fcgi"))
+        if not service.exists():
+            subprocess.run([PROJECT / "scripts/run", "--build"], check=True)
+        self.temporary = None if directory else tempfile.TemporaryDirectory(prefix="camera-")
+        directory = directory or pathlib.Path(self.temporary.name if self.temporary else "")
+        self.ready_file, self.terminal = directory / "ready", directory / "terminal"
+        self.since = 0  # id of the journal's newest entry at the last reset
+        command = [sys.executable, str(PROJECT / "simulator"), "camera", "--port", "0"]
+        command += ["--ready-file", str(self.ready_file), "--run-directory", str(directory)]
+        parent = os.getpid()
+        with self.terminal.open("w") as terminal:
+            self.process = subprocess.Popen(
+                [*command, *options, "--", service],
+                stdout=terminal,
+                stderr=subprocess.STDOUT,
+                preexec_fn=lambda: die_with(parent, signal.SIGTERM),
+            )
+        eventually(lambda: self.ready_file.exists() or self.process.poll() is not None, "the start of the camera")
+        assert self.ready_file.exists(), f"the camera does not start:\n{self.shown()}"
+        self.urls = self.ready_file.read_text().split()
+        self.url = self.urls[0]
+
+    def ask(
+        self, method: str, path: str, body: str | bytes = b"", user: str = "admin:admin", **headers: str
+    ) -> tuple[int, str]:
+        """HTTP status and body of the answer; a status of 0 when there is none."""
+        content = body.encode() if isinstance(body, str) else body
+        request = urllib.request.Request(self.url + path, content or None, headers, method=method)
+        request.add_header("Authorization", "Basic " + base64.b64encode(user.encode()).decode())
+        try:
+            with urllib.request.urlopen(request, timeout=TIMEOUT) as answer:
+                return answer.status, answer.read().decode(errors="surrogateescape")
+        except urllib.error.HTTPError as error:
+            return error.code, error.read().decode(errors="surrogateescape")
+        except OSError:
+            return 0, ""
+
+    def get(self, path: str) -> str:
+        return self.ask("GET", path)[1]
+
+    def put(self, path: str, body: str | bytes = b"", method: str = "PUT") -> str:
+        return self.ask(method, path, body)[1]
+
+    def answers(self, rules: str) -> None:
+        """Sets how the daemons answer from now on: "3=busy"."""
+        status, said = self.ask("PUT", "/camera/answers", rules)
+        assert status == 200, said
+
+    def reset(self) -> None:
+        """Factory settings, and all else as at the start."""
+        status, said = self.ask("PUT", "/camera/reset")
+        assert status == 200, said
+        self.since = json.loads(said)["last"]
+
+    def told(self, **query: str | int) -> dict[str, Any]:
+        """What /camera/log answers."""
+        status, said = self.ask("GET", "/camera/log?" + urllib.parse.urlencode(query))
+        assert status == 200, said
+        told: dict[str, Any] = json.loads(said)
+        return told
+
+    def log(self, contains: str = "", wait: int = 0) -> list[dict[str, Any]]:
+        """The journal's entries since the last reset in which the text occurs; waits so many seconds for one."""
+        entries: list[dict[str, Any]] = self.told(since=self.since, contains=contains, wait=wait)["entries"]
+        return entries
+
+    def shown(self) -> str:
+        """What a person sees on the terminal."""
+        return self.terminal.read_text(errors="surrogateescape")
+
+    def shows(self, *lines: str) -> None:
+        for line in lines:
+            eventually(lambda: line in self.shown(), f"'{line}' on the terminal:\n{self.shown()}")
+
+    def stop(self) -> int:
+        """Ends the camera. Gives its exit status."""
+        self.process.terminate()
+        status = self.process.wait(20)
+        if self.temporary:
+            self.temporary.cleanup()
+        return status
+
+
+@functools.cache
+def running_camera() -> RunningCamera:
+    camera = RunningCamera()
+    atexit.register(camera.stop)
+    return camera
+
+
+@pytest.fixture
+def camera() -> RunningCamera:
+    """The one camera of a test run, in its factory state."""
+    running = running_camera()
+    running.reset()
+    return running
