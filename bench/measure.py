@@ -114,7 +114,7 @@ fastcgi.server = ("/PSIA" => (("socket" => "{path}", "check-local" => "disable")
 """
     )
     quiet = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
-    camera = subprocess.Popen(["build/camera-simulator", "--socket", path, "--", server], **quiet)
+    camera = subprocess.Popen([sys.executable, "simulator", "camera", "--socket", path, "--", server], **quiet)
     while not os.path.exists(path):
         if camera.poll() is not None:
             sys.exit("The simulated camera does not start; try scripts/run.")

@@ -8,9 +8,21 @@ The modules, each of which imports only those before it:
     clock      the camera's clock, time zone and time since start
     device     the camera's files, network interface and queues, in private namespaces
     daemons    what the daemons do with each message, and how a rule makes them misbehave
-    fastcgi    FastCGI records, a client
-    inside     a command inside a camera
-    board      the daemons on a development board
+    uploads    settings that a client has uploaded
+    board      the command "daemons": the daemons on a development board
+    processes  children of a camera, the service among them
+    inside     the command "inside": any program inside a camera
+    fastcgi    FastCGI records, and a client
+    relay      what stands between the web server and the service
+    front      the web server
+    journal    what happened, for people and test programs
+    options    the options of the command "camera"
+    camera     daemons, boots and outages of a camera that runs
+    control    what the camera answers itself: /camera/, refusals
+    runs       the files that a run leaves while it lasts
+    shell      a shell inside a camera
+    people     the command "camera": one camera or several, on a terminal
+    testing    a running camera for the tests of clients
 """
 
 

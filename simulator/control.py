@@ -87,7 +87,11 @@ class Control:
         except Refusal as refusal:
             text = harmless(str(refusal)) + "\n"
             return cgi_answer(refusal.status, "text/plain; charset=utf-8", text)
-        return cgi_answer("200 OK", "application/json", json.dumps(for_json(answer), ensure_ascii=False, separators=(",", ":")))
+        return cgi_answer(
+            "200 OK",
+            "application/json",
+            json.dumps(for_json(answer), ensure_ascii=False, separators=(",", ":")),
+        )
 
     async def answer_or_refuse(self, exchange: Exchange) -> dict[str, Any]:
         if reason := why_foreign(exchange, self.camera.options.allow_host):

@@ -35,8 +35,8 @@ def eventually(condition: Callable[[], Found], what: str) -> Found:
 
 
 class RunningCamera:
-    """A camera on any free port, in a process of its own that ends with this one. The options are those of scripts/run. The
-    service is the built one, or the program that the variable PSIA_BINARY names."""
+    """A camera on any free port, in a process of its own that ends with this one. The options are those of
+    scripts/run. The service is the built one, or the program that the variable PSIA_BINARY names."""
 
     def __init__(self, *options: str, directory: pathlib.Path | None = None) -> None:
         """`directory`: for the files of its run; a temporary one unless given."""
@@ -57,7 +57,9 @@ class RunningCamera:
                 stderr=subprocess.STDOUT,
                 preexec_fn=lambda: die_with(parent, signal.SIGTERM),
             )
-        eventually(lambda: self.ready_file.exists() or self.process.poll() is not None, "the start of the camera")
+        eventually(
+            lambda: self.ready_file.exists() or self.process.poll() is not None, "the start of the camera"
+        )
         assert self.ready_file.exists(), f"the camera does not start:\n{self.shown()}"
         self.urls = self.ready_file.read_text().split()
         self.url = self.urls[0]
@@ -102,7 +104,8 @@ class RunningCamera:
         return told
 
     def log(self, contains: str = "", wait: int = 0) -> list[dict[str, Any]]:
-        """The journal's entries since the last reset in which the text occurs; waits so many seconds for one."""
+        """The journal's entries since the last reset in which the text occurs; waits so many seconds for
+        one."""
         entries: list[dict[str, Any]] = self.told(since=self.since, contains=contains, wait=wait)["entries"]
         return entries
 
