@@ -16,16 +16,12 @@ std::int32_t id_or_none(const Rows& rows) {
   return rows.found() ? rows.number(0, 0) : kNoLink;
 }
 
-constexpr const char* kNotificationTag =
-    "<EventTriggerNotification version=\"1.0\" xmlns=\"urn:psialliance-org\">";
-constexpr const char* kNotificationListTag =
-    "<EventTriggerNotificationList version=\"1.0\" xmlns=\"urn:psialliance-org\">";
-
 /// A notification of what `target` found: its alias is the first column. `more` follows the common elements.
 template <typename... Pieces>
 void append_notification(TextBuffer& document, const Rows& target, const char* method, Pieces... more) {
   if (!target.found()) return;
-  document.append(kNotificationTag, "<id>", target.text(0, 0), "</id>");
+  document.append("<EventTriggerNotification version=\"1.0\" xmlns=\"urn:psialliance-org\">");
+  document.append("<id>", target.text(0, 0), "</id>");
   document.append("<notificationMethod>", method, "</notificationMethod>", more...);
   document.append("</EventTriggerNotification>");
 }
@@ -93,7 +89,7 @@ void append_notifications(Service& service, TextBuffer& document, const Links& l
 }
 
 void append_notification_list(Service& service, TextBuffer& document, const Links& links) {
-  document.append(kNotificationListTag);
+  document.append("<EventTriggerNotificationList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
   append_notifications(service, document, links);
   document.append("</EventTriggerNotificationList>");
 }

@@ -27,13 +27,11 @@ struct Day {
   FixedText<32> hours;  // one character per hour, "0" for not armed
 };
 
-using Days = std::array<Day, kDays>;
-
 /// What has been read of a body.
 struct RequestedSchedule {
   std::int32_t week = 0;  // bit n: the day of index n
   std::int32_t day = -1;  // index of the last dayOfWeek; what comes before the first is ignored
-  Days days;
+  std::array<Day, kDays> days;
 };
 
 /// Kept for compatibility: the mask holds only the last day named, so of several days in one request the last
@@ -85,24 +83,6 @@ void apply_bit_string(Day& day) {
   }
 }
 
-/// The smallest hour at which a day begins, 24 when none is given.
-std::int32_t start_hour(const Days& days) {
-  std::int32_t start = kHours;
-  for (const Day& day : days) {
-    if (day.begin_hour != kNotGiven) start = std::min(start, day.begin_hour);
-  }
-  return start;
-}
-
-/// The largest hour at which a day ends, 0 when none is given.
-std::int32_t end_hour(const Days& days) {
-  std::int32_t end = 0;
-  for (const Day& day : days) {
-    if (day.end_hour != kNotGiven) end = std::max(end, day.end_hour);
-  }
-  return end;
-}
-
 std::optional<RequestedSchedule> read_requested_schedule(const Request& request) {
   const XmlDocument document = read_document(request, "EventSchedule");
   if (!document) return std::nullopt;
@@ -130,11 +110,7 @@ void read_schedule(Service& service, const Request& request) {
     for (int day = 0; day < kDays; ++day) {
       if ((week >> static_cast<unsigned>(day) & 1U) == 0) continue;
       document.append("<TimeBlock>");
-      if (day == 0) {
-        document.append("<dayOfWeek>7</dayOfWeek>");
-      } else {
-        document.append("<dayOfWeek>", day, "</dayOfWeek>");
-      }
+      document.append("<dayOfWeek>", day == 0 ? 7 : day, "</dayOfWeek>");
       document.append("<TimeRange>");
       document.append("<beginTime>", two_digits(begin / 100), ":", two_digits(begin % 100),
                       ":00</beginTime>");
@@ -150,11 +126,16 @@ void read_schedule(Service& service, const Request& request) {
 void write_schedule(Service& service, const Request& request) {
   std::optional<RequestedSchedule> schedule = read_requested_schedule(request);
   if (!schedule) return answer_status(request, Status::kDeviceError);
-  for (Day& day : schedule->days)
+  std::int32_t start = kHours;  // the smallest hour at which a day begins
+  std::int32_t end = 0;         // the largest hour at which a day ends
+  for (Day& day : schedule->days) {
     apply_bit_string(day);
-  const bool stored = service.database.execute(
-      "update Event set Week=%d, StartTime=%d, EndTime=%d where Trigger=0", schedule->week,
-      wrapping_multiply(start_hour(schedule->days), 100), wrapping_multiply(end_hour(schedule->days), 100));
+    if (day.begin_hour != kNotGiven) start = std::min(start, day.begin_hour);
+    if (day.end_hour != kNotGiven) end = std::max(end, day.end_hour);
+  }
+  const bool stored =
+      service.database.execute("update Event set Week=%d, StartTime=%d, EndTime=%d where Trigger=0",
+                               schedule->week, wrapping_multiply(start, 100), wrapping_multiply(end, 100));
   answer_done(request, stored);
 }
 

@@ -9,8 +9,7 @@ namespace psia {
 
 namespace {
 
-/// The client's address in a row of the ClientList table.
-constexpr int kAddress = 2;
+constexpr int kAddress = 2;  // the column of ClientList with the client's address
 
 }  // namespace
 
@@ -45,13 +44,9 @@ void read_streaming_channel_status(Service& service, const Request& request) {
   write_text(kXmlDeclaration);
   write_text("<StreamingSessionStatusList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
   for (int row = 0; row < clients.count(); ++row) {
-    write_text("<StreamingSessionStatus>");
-    write_text("<clientAddress>");
-    write_text("<ipAddress>");
+    write_text("<StreamingSessionStatus><clientAddress><ipAddress>");
     write_text(clients.text(row, kAddress));
-    write_text("</ipAddress>");
-    write_text("</clientAddress>");
-    write_text("</StreamingSessionStatus>");
+    write_text("</ipAddress></clientAddress></StreamingSessionStatus>");
   }
   write_text("</StreamingSessionStatusList>");
 }

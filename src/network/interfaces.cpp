@@ -57,11 +57,6 @@ class Lines {
   int level_;
 };
 
-void append_name_server(Lines lines, const ResolverText& address) {
-  // The text still holds the line feed of its line in the resolver file. Clients have always been sent it.
-  lines.line("<ipAddress>", address.data(), "</ipAddress>");
-}
-
 /// The content of an IPAddress element.
 void append_address_settings(Lines lines, const LiveAddressing& live) {
   const auto& mask = live.mask;
@@ -74,11 +69,12 @@ void append_address_settings(Lines lines, const LiveAddressing& live) {
   lines.inside().line("<ipAddress>", gateway[0], ".", gateway[1], ".", gateway[2], ".", gateway[3],
                       "</ipAddress>");
   lines.line("</DefaultGateway>");
+  // The texts still hold the line feed of their line in the resolver file. Clients have always been sent it.
   lines.line("<PrimaryDNS>");
-  append_name_server(lines.inside(), live.name_servers.primary);
+  lines.inside().line("<ipAddress>", live.name_servers.primary.data(), "</ipAddress>");
   lines.line("</PrimaryDNS>");
   lines.line("<SecondaryDNS>");
-  append_name_server(lines.inside(), live.name_servers.secondary);
+  lines.inside().line("<ipAddress>", live.name_servers.secondary.data(), "</ipAddress>");
   lines.line("</SecondaryDNS>");
 }
 
