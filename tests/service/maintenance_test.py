@@ -1,15 +1,15 @@
 """The factory reset, and the settings as a file that clients download and upload."""
-import pathlib
 import shutil
 import subprocess
 
 import pytest
 
+from answers import DEVICE_BUSY, DEVICE_ERROR, INVALID_XML_FORMAT, OK, answer
 from camera import REPLIES, REQUESTS, reply
-from helpers import BUSY, DEVICE_BUSY, DEVICE_ERROR, DONE, INVALID_XML_FORMAT, OK, answer
+from simulator.device import EXCHANGE
+from simulator.messages import BUSY, DONE
 
 CONFIGURATION = "/PSIA/System/configurationData"
-EXCHANGE = pathlib.Path("/usr/local/httpd/htdocs/Web/updownload")
 UPLOADED = EXCHANGE / "psia_config.dat"
 PIECE = 1024  # bytes that the service copies at once
 MOST = 64 << 20  # bytes that an upload may have

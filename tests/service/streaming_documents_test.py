@@ -1,7 +1,7 @@
 """What the streaming documents make of the stored values."""
 import pytest
 
-from helpers import DEVICE_ERROR
+from answers import DEVICE_ERROR
 
 LIST = "/PSIA/Streaming/channels"
 MASTER = LIST + "/1"
