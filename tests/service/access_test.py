@@ -3,8 +3,7 @@ import base64
 
 import pytest
 
-from camera import UNAUTHORIZED
-from helpers import INVALID_OPERATION, NO_RESOURCE, OK, logged_in
+from answers import INVALID_OPERATION, NO_RESOURCE, OK, UNAUTHORIZED, logged_in
 
 AUDIO = "/PSIA/System/Audio/channels/1"
 # What somebody who may change audio does with an AudioChannel that says nothing.

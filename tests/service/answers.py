@@ -1,4 +1,4 @@
-"""What a client is answered."""
+"""What a client is answered, in names that the tests use."""
 import datetime
 import re
 import time
@@ -35,3 +35,24 @@ def offset_of(local_time):
     """By how many seconds a local time that was just shown is ahead of UTC."""
     ahead = datetime.datetime.fromisoformat(local_time + "+00:00").timestamp() - time.time()
     return 10 * round(ahead / 10)  # the answer may be a few seconds old
+
+
+# Answers, as Camera.effects shows them.
+OK, DEVICE_BUSY, DEVICE_ERROR, INVALID_OPERATION, INVALID_XML_FORMAT = [
+    f"status {code}" for code in (1, 2, 3, 4, 5)]
+
+
+def answer(uri, *statuses):
+    """The bytes of an answer that consists of these status documents."""
+    return "".join(status(int(name.removeprefix("status ")), uri) for name in statuses)
+
+
+NO_RESOURCE = "/PSIA/no/resource"
+# What a user who is logged in receives for this URL. Nothing else happens.
+LOGGED_IN = answer(NO_RESOURCE, INVALID_OPERATION)
+
+
+def logged_in(camera, user="admin:admin", **options):
+    received = camera.call("GET", NO_RESOURCE, user=user, **options)
+    assert received in (LOGGED_IN, UNAUTHORIZED)
+    return received == LOGGED_IN

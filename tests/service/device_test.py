@@ -4,8 +4,8 @@ import subprocess
 
 import pytest
 
-from camera import DEFAULTS, DIRECTORY, FACTORY_DATA, UNAUTHORIZED, elements, offset_of
-from helpers import OK
+from answers import OK, UNAUTHORIZED, elements, offset_of
+from camera import DEFAULTS, DIRECTORY, FACTORY_DATA
 
 INFO = "/PSIA/System/deviceInfo"
 STATUS = "/PSIA/System/status"

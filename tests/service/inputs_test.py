@@ -1,7 +1,8 @@
 """The audio channel and the video input: one of each, and the daemons' replies are the answers."""
 import pytest
 
-from helpers import BUSY, DEVICE_BUSY, DEVICE_ERROR, DONE, OK
+from answers import DEVICE_BUSY, DEVICE_ERROR, OK
+from simulator.messages import BUSY, DONE
 
 AUDIO = "/PSIA/System/Audio/channels/1"
 VIDEO = "/PSIA/System/Video/inputs/channels/1"

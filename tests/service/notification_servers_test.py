@@ -1,7 +1,7 @@
 """The mail and FTP servers that notifications go to. Only a deletion looks at the id in the URL."""
 import pytest
 
-from helpers import DEVICE_ERROR, OK
+from answers import DEVICE_ERROR, OK
 
 METHODS = "/PSIA/Custom/Event/notification"
 FTP = METHODS + "/ftp"

@@ -1,8 +1,7 @@
 """The NTP server: there is one, an address or a name, whatever id or list a request names."""
 import pytest
 
-from camera import elements
-from helpers import DEVICE_ERROR, OK
+from answers import DEVICE_ERROR, OK, elements
 
 SERVERS = "/PSIA/System/time/ntpServers"
 LONGEST = 31 * "n"  # the longest server that is stored

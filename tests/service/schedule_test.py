@@ -2,7 +2,7 @@
 request day 1 is Monday and 7 Sunday; stored days are bits, Sunday's the lowest one."""
 import pytest
 
-from helpers import OK
+from answers import OK
 
 SCHEDULE = "/PSIA/Custom/Event/schedule"
 SUNDAY, MONDAY, TUESDAY, SATURDAY = 1 << 0, 1 << 1, 1 << 2, 1 << 6

@@ -1,7 +1,7 @@
 """Who is watching the streams."""
 import pytest
 
-from helpers import DEVICE_ERROR
+from answers import DEVICE_ERROR
 
 CHANNELS = "/PSIA/Streaming/channels/"
 STATUS = "/PSIA/Streaming/status"

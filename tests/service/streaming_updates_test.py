@@ -1,8 +1,9 @@
 """Changes of the streaming channels: what is stored, and what the daemons are told at which moment."""
 import pytest
 
+from answers import DEVICE_ERROR, OK
 from camera import REQUESTS
-from helpers import BUSY, DEVICE_ERROR, FAILED, OK
+from simulator.messages import BUSY, FAILED
 
 CHANNELS = "/PSIA/Streaming/channels"
 

@@ -5,8 +5,9 @@ import re
 
 import pytest
 
-from camera import DIRECTORY, elements, offset_of
-from helpers import BUSY, DEVICE_BUSY, DEVICE_ERROR, OK
+from answers import DEVICE_BUSY, DEVICE_ERROR, OK, elements, offset_of
+from camera import DIRECTORY
+from simulator.messages import BUSY
 
 TIME = "/PSIA/System/time"
 LOCAL_TIME = TIME + "/localTime"

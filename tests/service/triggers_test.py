@@ -1,7 +1,7 @@
 """The trigger and what it is linked to: a relay, an FTP server, a mail server; -1 is no link."""
 import pytest
 
-from helpers import INVALID_OPERATION, OK
+from answers import INVALID_OPERATION, OK
 
 EVENT = "/PSIA/Custom/Event"
 TRIGGERS = EVENT + "/triggers"

@@ -1,8 +1,7 @@
 """The user accounts: admin and anonymous are permanent, and those that are added get level 2."""
 import pytest
 
-from camera import elements
-from helpers import DEVICE_ERROR, OK, answer
+from answers import DEVICE_ERROR, OK, answer, elements
 
 USERS = "/PSIA/Security/AAA/users"
 LONGEST = 31 * "n"  # the longest name that a change looks for, and the longest password that is stored
