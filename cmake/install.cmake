@@ -34,7 +34,7 @@ if(PSIA_DOCUMENTS)
   # In the places that their links expect.
   file(GLOB documents CONFIGURE_DEPENDS docs/*.md docs/*.png docs/*.svg)
   install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
-  install(FILES ${documents} docs/openapi.json docs/Dockerfile DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT documents)
+  install(FILES ${documents} docs/psia.xsd docs/Dockerfile DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT documents)
   install(DIRECTORY docs/reference docs/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT documents
     PATTERN __pycache__ EXCLUDE)
 endif()

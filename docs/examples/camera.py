@@ -47,7 +47,7 @@ class Camera:
         self.authorization = "Basic " + base64.b64encode(f"{user}:{password}".encode()).decode()
 
     def request(self, method, path, body=None, content_type="application/xml", timeout=TIMEOUT):
-        """The bytes of the answer. Raises CameraError when there is none, and for HTTP statuses from 400 on."""
+        """The bytes of the answer. Raises CameraError without one and for HTTP statuses from 400 on."""
         data = body.encode() if isinstance(body, str) else body
         request = urllib.request.Request(self.base + path, data, method=method)
         request.add_header("Authorization", self.authorization)
@@ -63,9 +63,11 @@ class Camera:
 
     def read(self, path, timeout=TIMEOUT):
         """The document of a resource; its names have no namespace."""
-        text = self.request("GET", path, timeout=timeout).decode()
-        # A name with & or < makes the whole document unreadable: the camera does not escape what it shows.
-        document = ElementTree.fromstring(re.sub(r' xmlns="[^"]*"', "", text))
+        text = self.request("GET", path, timeout=timeout).decode(errors="replace")
+        try:
+            document = ElementTree.fromstring(re.sub(r' xmlns="[^"]*"', "", text))
+        except ElementTree.ParseError as error:
+            raise CameraError(f"GET {path}: no XML, because a stored text holds & or <") from error
         if document.tag == "ResponseStatus":
             check_status(f"GET {path}", text)
         return document
@@ -75,7 +77,7 @@ class Camera:
 
 
 def check_status(what, answer):
-    """HTTP says 200 to nearly everything: what happened is in the document. Of two the first one counts."""
+    """The HTTP status is 200 for nearly everything. The document tells what happened."""
     found = re.search(r"<statusCode>(\d+)", answer)
     if found is None:
         raise CameraError(f"{what}: no status in the answer")
@@ -100,18 +102,20 @@ def account_name(name):
     return name
 
 
+def accounts(camera):
+    return [user.findtext("userName") for user in camera.read("/Security/AAA/users")]
+
+
 def show(camera):
     info, status = camera.read("/System/deviceInfo"), camera.read("/System/status")
     address = camera.read("/System/Network/interfaces/eth0/ipAddress")
-    print(
-        f"{info.findtext('deviceName')}, {info.findtext('model')}, firmware {info.findtext('firmwareVersion')}"
-    )
+    print(*(info.findtext(name) for name in ("deviceName", "model", "firmwareVersion")), sep=", ")
     print(
         f"{address.findtext('ipAddress')} ({address.findtext('addressingType')}), "
         f"name server {address.findtext('PrimaryDNS/ipAddress').strip()}"
     )
     print(f"{status.findtext('currentDeviceTime')}, up {status.findtext('deviceUpTime')} s")
-    print("accounts:", *(user.findtext("userName") for user in camera.read("/Security/AAA/users")))
+    print("accounts:", *accounts(camera))
 
 
 def rename(camera, name):
@@ -126,10 +130,10 @@ def set_address(camera, address=None, mask=None, gateway=None, name_server=None)
         fields = "<addressingType>dynamic</addressingType>"
     else:
         fields = (
-            f"<addressingType>static</addressingType><ipAddress>{address}</ipAddress>"
-            f"<subnetMask>{mask}</subnetMask>"
-            f"<DefaultGateway><ipAddress>{gateway}</ipAddress></DefaultGateway>"
-            f"<PrimaryDNS><ipAddress>{name_server}</ipAddress></PrimaryDNS>"
+            f"<addressingType>static</addressingType><ipAddress>{text(address, 31)}</ipAddress>"
+            f"<subnetMask>{text(mask, 31)}</subnetMask>"
+            f"<DefaultGateway><ipAddress>{text(gateway, 31)}</ipAddress></DefaultGateway>"
+            f"<PrimaryDNS><ipAddress>{text(name_server, 31)}</ipAddress></PrimaryDNS>"
         )
     camera.change("PUT", "/System/Network/interfaces/eth0/ipAddress", f"<IPAddress>{fields}</IPAddress>")
 
@@ -160,7 +164,9 @@ def add_account(camera, name, password):
 
 
 def set_password(camera, name, password):
-    """Through the list, which works for every name. An unknown one is answered with status 1 too."""
+    """Through the list, which works for every name. For an unknown one the camera answers 1, too."""
+    if name not in accounts(camera) or name == "anonymous":
+        raise CameraError(f"{name}: there is no such account, or its password cannot be changed")
     camera.change(
         "PUT",
         "/Security/AAA/users",
@@ -171,8 +177,7 @@ def set_password(camera, name, password):
 
 def remove_account(camera, name):
     camera.change("DELETE", "/Security/AAA/users/" + account_name(name))
-    left = [user.findtext("userName") for user in camera.read("/Security/AAA/users")]
-    if name in left:
+    if name in accounts(camera):
         raise CameraError(f"{name} is still there")
 
 
@@ -198,7 +203,7 @@ def set_stream(camera, width, height, bit_rate, frame_rate):
 
 
 def set_alarm(camera, mail_server, day, begin, end):
-    """The ids are those of the camera's database; no request tells them. Wrong ones are answered with 1 too."""
+    """No request tells the ids; they are in the camera's database. For wrong ones the camera answers 1."""
     camera.change(
         "PUT",
         "/Custom/Event/triggers",
@@ -233,19 +238,18 @@ def import_settings(camera, file):
 
 
 def reboot(camera, limit=180):
-    """The request is answered at once. The camera is back when it answers again and its uptime has fallen."""
+    """The camera answers before it goes down. It has restarted when its uptime is less than it would be."""
     before = int(camera.read("/System/status").findtext("deviceUpTime"))
+    start = time.monotonic()
     camera.change("PUT", "/System/reboot")
-    deadline, was_away = time.monotonic() + limit, False
-    while time.monotonic() < deadline:
-        time.sleep(1)
+    while (elapsed := time.monotonic() - start) < limit:
         try:
             now = int(camera.read("/System/status", timeout=10).findtext("deviceUpTime"))
-        except (CameraError, ElementTree.ParseError):
-            was_away = True
-            continue
-        if was_away or now < before:
-            return
+            if now < before + elapsed - 1:  # both uptimes are rounded down
+                return
+        except CameraError:
+            pass  # it is down
+        time.sleep(1)
     raise CameraError(f"the camera is not back after {limit} s")
 
 

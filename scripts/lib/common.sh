@@ -13,10 +13,10 @@ export PATH="$PATH:/usr/sbin:/sbin"
 run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml2-dev uuid-dev
   libgtest-dev python3 lighttpd iproute2 net-tools tzdata curl libfaketime sqlite3)
 # and what the unit and service tests need besides:
-suite_packages=(mount python3-pytest python3-jsonschema)
+suite_packages=(mount python3-pytest python3-lxml)
 # and what the other tests and checks need besides:
 test_packages=(clang-format clang-tidy shellcheck chromium chromium-driver nginx-light lighttpd-mod-openssl openssl
-  spawn-fcgi busybox-static systemd dpkg-dev file)
+  spawn-fcgi busybox-static systemd dpkg-dev file xsdcxx libxerces-c-dev)
 # and what scripts/test --debian makes another release's root with:
 root_tools=(mmdebstrap debian-archive-keyring uidmap)
 # and what scripts/fuzz needs besides:

@@ -6,6 +6,10 @@ import pytest
 from camera import Camera, FaultPlan
 
 
+def pytest_addoption(parser):
+    parser.addoption("--update", action="store_true", help="write what was seen into the pages of docs/")
+
+
 def pytest_configure(config):
     for marker in ["memory: of an optimised program on this machine, without sanitizers",
                    "faults: with the fault library, which cannot be loaded into a program of another machine",
