@@ -1,5 +1,4 @@
 """The factory reset, and the settings as a file that clients download and upload."""
-import pathlib
 import shutil
 import subprocess
 
@@ -7,9 +6,9 @@ import pytest
 
 from camera import REPLIES, REQUESTS, reply
 from helpers import BUSY, DEVICE_BUSY, DEVICE_ERROR, DONE, INVALID_XML_FORMAT, OK, answer
+from simulator.device import EXCHANGE
 
 CONFIGURATION = "/PSIA/System/configurationData"
-EXCHANGE = pathlib.Path("/usr/local/httpd/htdocs/Web/updownload")
 UPLOADED = EXCHANGE / "psia_config.dat"
 PIECE = 1024  # bytes that the service copies at once
 MOST = 64 << 20  # bytes that an upload may have
