@@ -26,6 +26,8 @@
 #include <string>
 #include <string_view>
 
+#include "frame/paths.h"
+
 namespace {
 
 using std::string_view;
@@ -264,7 +266,7 @@ void read_device_info() {
   { const Rows name("select DDNSHostname from Network"); }
   { const Rows identifier("select uuid from System"); }
   { const Rows model("select ModelName from System"); }
-  const int device = open("/dev/mtdblock7", O_RDWR);
+  const int device = open(psia::kFactoryData, O_RDWR);
   std::array<char, 32> serial;
   lseek(device, 256, SEEK_SET);
   (void)!read(device, serial.data(), serial.size());
@@ -444,7 +446,7 @@ void serve(const Recordings& recordings) {
 }  // namespace
 
 int main() {
-  if (sqlite3_open("/usr/local/orvid/morvid.db", &database) != SQLITE_OK) return 1;
+  if (sqlite3_open(psia::kConfigurationDatabase, &database) != SQLITE_OK) return 1;
   sqlite3_busy_timeout(database, 1000);
   requests = msgget(1111, 0666);
   replies = msgget(2222, 0666);

@@ -243,7 +243,7 @@ void drive(const Server& server, const Options& options, long first, long count)
 }
 
 std::string socket_path(std::size_t server) {
-  return "/usr/local/orvid/" + std::to_string(server) + ".socket";
+  return "/usr/local/" + std::to_string(server) + ".socket";
 }
 
 void start(Server& server) {

@@ -70,7 +70,7 @@ set(CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS "tzdata, tzdata-legacy | base-files (<<
 set(CPACK_DEBIAN_SERVICE_PACKAGE_RECOMMENDS "nginx | lighttpd")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_SUGGESTS "psia-doc, spawn-fcgi")
 set(CPACK_DEBIAN_SERVICE_PACKAGE_CONTROL_EXTRA
-  ${CMAKE_SOURCE_DIR}/deploy/debian/postinst;${CMAKE_SOURCE_DIR}/deploy/debian/prerm;${CMAKE_SOURCE_DIR}/deploy/debian/postrm)
+  ${PSIA_SETUPS}/debian/postinst;${PSIA_SETUPS}/debian/prerm;${PSIA_SETUPS}/debian/postrm)
 
 package(documents psia-doc "management service of a network camera, documents"
   "Installation, porting, security, troubleshooting, and the reference of all URLs

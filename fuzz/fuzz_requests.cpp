@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "frame/access_control.h"
+#include "frame/paths.h"
 #include "frame/service.h"
 #include "frame/stop.h"
 #include "frame/xml.h"

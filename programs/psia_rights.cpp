@@ -16,11 +16,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <utility>
+
+#include "frame/paths.h"
 
 namespace {
 
@@ -33,7 +36,6 @@ constexpr const char* kUsage =
     "  --kill USER  first end every process of USER, whose the service is\n"
     "  --socket     let GROUP create the socket in /run/psia, for a web server that starts the service itself\n";
 
-constexpr const char* kSettings = "/usr/local/orvid/morvid.db";
 constexpr std::string_view kUpload =
     "psia_config.dat";  // made anew by each upload, in the exchange directory
 constexpr const char* kLinkProtection = "/proc/sys/fs/protected_hardlinks";
@@ -94,14 +96,17 @@ int open_entry(int directory, const char* name, int flags) {
   return openat(directory, name, flags | O_CLOEXEC | (only_root_writes(own) ? 0 : O_NOFOLLOW));
 }
 
-/// Opens the directory of an absolute path, whose parts have less than 64 characters; on failure errno says
-/// why.
+/// Opens the directory of an absolute path; on failure errno says why.
 Descriptor open_directory(std::string_view path) {
   Descriptor directory(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   while (directory.is_open() && !path.empty()) {
     path.remove_prefix(1);
     const std::string_view part(path.data(), std::min(path.find('/'), path.size()));
-    std::array<char, 64> name{};
+    std::array<char, NAME_MAX + 1> name{};
+    if (part.size() >= name.size()) {
+      errno = ENAMETOOLONG;
+      return Descriptor(-1);
+    }
     std::copy(part.begin(), part.end(), name.begin());
     directory = Descriptor(open_entry(directory.number(), name.data(), O_RDONLY | O_DIRECTORY));
     path.remove_prefix(part.size());
@@ -209,7 +214,7 @@ void give_settings(Rights& rights, const char* path, const char* database, const
 /// Exports of the daemons, to be read; uploads of clients, to be written, also when another user's service
 /// left one.
 void give_exchange_directory(Rights& rights) {
-  constexpr const char* path = "/usr/local/httpd/htdocs/Web/updownload";
+  const char* path = psia::kExchangeDirectory;
   const Descriptor directory = open_directory(path);
   struct stat before {};
   if (!directory.is_open() || fstat(directory.number(), &before) != 0) {
@@ -231,11 +236,15 @@ void give_exchange_directory(Rights& rights) {
 
 /// The serial number. The service only reads, but opens for both.
 void give_factory_data(Rights& rights) {
-  const Descriptor directory = open_directory("/dev");
+  const std::string_view path = psia::kFactoryData;
+  const std::string_view folder(path.data(), path.rfind('/'));
+  const char* name = path.data() + folder.size() + 1;
+  const Descriptor directory = open_directory(folder);
   struct stat before {};
-  if (!directory.is_open() || fstat(directory.number(), &before) != 0)
-    return rights.refuse("/dev", "no directory");
-  give_file(rights, open_given_file(rights, directory, before, "mtdblock7", Kind::kDevice), "mtdblock7");
+  if (!directory.is_open() || fstat(directory.number(), &before) != 0) {
+    return rights.refuse_unless_missing(path.data());
+  }
+  give_file(rights, open_given_file(rights, directory, before, name, Kind::kDevice), name);
 }
 
 /// Makes the socket's directory. Only a web server that starts the service creates the socket itself.
@@ -286,7 +295,7 @@ bool end_processes_of(uid_t user) {
 /// Why the service cannot start yet, or null when the settings database is there. The file may be a link
 /// here. A descriptor of its place alone opens no device that somebody put there.
 const char* missing_database() {
-  const Descriptor place(open(kSettings, O_PATH | O_CLOEXEC));
+  const Descriptor place(open(psia::kConfigurationDatabase, O_PATH | O_CLOEXEC));
   struct stat found {};
   if (!place.is_open() || fstat(place.number(), &found) != 0) {
     return errno == ENOENT ? "it does not exist" : "it cannot be opened";
@@ -303,8 +312,8 @@ void wait_for_database() {
   const char* told = nullptr;
   while (const char* reason = missing_database()) {
     if (reason != told) {
-      std::fprintf(stderr, "psia-rights: waiting for %s, which the camera's daemons make: %s\n", kSettings,
-                   reason);
+      std::fprintf(stderr, "psia-rights: waiting for %s, which the camera's daemons make: %s\n",
+                   psia::kConfigurationDatabase, reason);
     }
     told = reason;
     usleep(200'000);
@@ -352,8 +361,8 @@ int main(int argc, char** argv) {
     if (!end_processes_of(user->pw_uid)) return fail("cannot end the processes of", options.user);
   }
   rights.links_protected = protect_links();
-  give_settings(rights, "/usr/local/orvid", "morvid.db", "morvid.db-journal");
-  give_settings(rights, "/usr/local/orvid/conf", "default.db", "default.db-journal");
+  give_settings(rights, psia::kSettingsDirectory, "morvid.db", "morvid.db-journal");
+  give_settings(rights, psia::kDefaultsDirectory, "default.db", "default.db-journal");
   give_exchange_directory(rights);
   give_factory_data(rights);
   give_socket_directory(rights, options.makes_socket);

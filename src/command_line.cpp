@@ -15,7 +15,8 @@ constexpr const char* kVersion = "psia.fcgi " PSIA_VERSION "\n";
 constexpr const char* kHelp =
     "This is the PSIA management service of a network camera, a FastCGI program. A web server or a supervisor\n"
     "starts it with a listening Unix socket as descriptor 0 and passes it every URL under /PSIA. It takes no\n"
-    "options and reads no configuration file: its settings are in /usr/local/orvid/morvid.db.\n"
+    "options and reads no configuration file: its settings are in " PSIA_SETTINGS_DIR
+    "/morvid.db.\n"
     "\n"
     "With anything else as descriptor 0 and REQUEST_METHOD in the environment it serves that one CGI request.\n"
     "Do not do so beside a running service: each start empties the message queues that both would use.\n"

@@ -13,6 +13,7 @@
 #include "frame/database.h"
 #include "frame/environment.h"
 #include "frame/gateway.h"
+#include "frame/paths.h"
 #include "frame/service.h"
 #include "frame/stop.h"
 #include "frame/xml.h"

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "frame/numbers.h"
+#include "frame/paths.h"
 #include "frame/sleep.h"
 #include "frame/stop.h"
 

@@ -13,9 +13,6 @@ struct sqlite3;
 
 namespace psia {
 
-inline constexpr const char* kConfigurationDatabase = "/usr/local/orvid/morvid.db";
-inline constexpr const char* kDefaultsDatabase = "/usr/local/orvid/conf/default.db";
-
 /// The result of a query; owns it. Rows and columns are counted from 0.
 class Rows {
  public:

@@ -14,6 +14,7 @@
 #include <limits>
 
 #include "frame/file.h"
+#include "frame/paths.h"
 #include "frame/response.h"
 #include "frame/service.h"
 #include "frame/xml.h"
@@ -24,7 +25,6 @@ namespace psia {
 
 namespace {
 
-constexpr const char* kFactoryData = "/dev/mtdblock7";
 constexpr off_t kSerialOffset = 256;
 
 /// The placeholder: an identifier that begins with it marks a device that has none yet.

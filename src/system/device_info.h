@@ -13,7 +13,7 @@ struct Service;
 /// Zero-terminated, at most 31 characters.
 using SerialNumber = std::array<char, 32>;
 
-/// Reads the serial number from the factory data: the 32 bytes at offset 256 of /dev/mtdblock7. Nothing when
+/// Reads the serial number from the factory data: the 32 bytes at offset 256 of kFactoryData. Nothing when
 /// that fails; the cause is written to the request's error stream.
 [[nodiscard]] std::optional<SerialNumber> read_factory_serial();
 

@@ -11,6 +11,7 @@
 
 #include "frame/body.h"
 #include "frame/file.h"
+#include "frame/paths.h"
 #include "frame/response.h"
 #include "frame/service.h"
 
@@ -80,8 +81,8 @@ void read_configuration(Service& service, const Request& request) {
   if (service.queues.send_and_wait(message) != 0) return answer_status(request, Status::kDeviceError);
   const std::string_view name = message.text_at(kPayloadOffset);
   std::array<char, 1024> path{};
-  std::snprintf(path.data(), path.size(), "/usr/local/httpd/htdocs/Web/updownload/%.*s",
-                static_cast<int>(name.size()), name.data());
+  std::snprintf(path.data(), path.size(), "%s/%.*s", kExchangeDirectory, static_cast<int>(name.size()),
+                name.data());
   const File file = open_file(path.data(), "rb");
   const int size = file ? file_size(file) : 0;
   if (size < 1) return answer_status(request, Status::kDeviceError);
@@ -89,7 +90,7 @@ void read_configuration(Service& service, const Request& request) {
 }
 
 void write_configuration(Service& /*service*/, const Request& request) {
-  const int result = save_body(request, "/usr/local/httpd/htdocs/Web/updownload/psia_config.dat");
+  const int result = save_body(request, kUploadedConfiguration);
   answer_done(request, result == 0);
 }
 

@@ -1,6 +1,7 @@
 #!/bin/bash
 # Builds the service from the sources $1 in the folder $2 as another's build system does: without presets, without
-# GoogleTest, with a compiler under another name, flags of its own, and warnings that this project does not know.
+# GoogleTest, with a compiler under another name, flags and paths of its own, and warnings that this project does not
+# know.
 set -euo pipefail
 # shellcheck source=tests/deploy/checks.sh
 . "$(dirname "$0")/checks.sh"
@@ -11,7 +12,8 @@ cd "$2"
 ln -s "$(command -v g++)" board-c++
 CXXFLAGS="-D_FORTIFY_SOURCE=1 -Wpadded" cmake -S "$1" -B build -G Ninja -DCMAKE_CXX_COMPILER="$PWD/board-c++" \
   -DCMAKE_BUILD_TYPE=MinSizeRel -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DPSIA_UNITS=OFF -DPSIA_DOCUMENTS=OFF \
-  -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >configure.log
+  -DPSIA_SETTINGS_DIR=/data/settings -DPSIA_DOCUMENT_ROOT=/data/www -DPSIA_EXCHANGE_DIR=/data/www/exchange \
+  -DPSIA_FACTORY_DATA=/dev/mtd9 -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >configure.log
 cmake --build build >build.log || { tail build.log; exit 1; }
 wanted "warnings that were asked for are shown" grep -m 1 Wpadded build.log
 same "the builder's flags stay" "" "$(grep -oE '_FORTIFY_SOURCE=2|-flto' build/compile_commands.json)"
@@ -21,7 +23,7 @@ wanted "without flags of the builder's, fortified functions" grep -m 1 _FORTIFY_
 same "without flags of the builder's, warnings that are no errors" "" "$(grep -oe -Werror unflagged/compile_commands.json)"
 cmake --build unflagged --target packages >packages.log 2>&1 || true
 wanted "without dpkg-shlibdeps, packing names what to install" grep 'apt-get install file dpkg-dev' packages.log
-same "without dpkg-shlibdeps, nothing is built or packed" "" "$(find unflagged -name '*.deb' -o -name 'psia*' -type f)"
+same "without dpkg-shlibdeps, nothing is built or packed" "" "$(find unflagged -name '*.deb' -o -name psia.fcgi)"
 
 DESTDIR=$PWD/root cmake --install build --prefix /opt/camera >install.log
 same "without units and documents, these files are installed" "./libexec/psia/psia-rights
@@ -31,6 +33,14 @@ same "without units and documents, these files are installed" "./libexec/psia/ps
 ./share/psia/psia.init" "$(cd root/opt/camera && find . -type f | sort)"
 wanted "the start script names the place of the program" \
   grep '^PROGRAM=/opt/camera/libexec/psia/psia.fcgi$' root/opt/camera/share/psia/psia.init
+same "no program and no set-up keeps a path of another camera" "" \
+  "$(grep -rE '/usr/local|mtdblock7|updownload' root build/deploy)"
+wanted "the start script waits for the settings" \
+  grep '^DATABASE=/data/settings/morvid.db$' root/opt/camera/share/psia/psia.init
+wanted "the unit lets the service write to its folders" \
+  grep '^ReadWritePaths=-/data/settings -/data/www/exchange$' build/deploy/psia.service
+wanted "the web server refuses the exchange directory" \
+  grep -F '^/exchange(/|$)' root/opt/camera/share/psia/nginx.conf
 for program in psia.fcgi psia-rights; do
   same "$program needs no C++ library" "" "$(readelf -d "build/$program" | grep -o 'libstdc++\|libgcc')"
 done

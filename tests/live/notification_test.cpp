@@ -9,6 +9,7 @@
 
 #include "event/linked_notifications.h"
 #include "for_other_programs/single_notification.h"
+#include "frame/paths.h"
 #include "frame/service.h"
 #include "index/index_documents.h"
 #include "system/time_zone_table.h"
@@ -26,9 +27,9 @@ class NotificationTest : public testing::Test {
   /// What the handler writes.
   std::string run(void (*handler)(Service&, const Request&), const std::string& tail,
                   const std::string& body = "") {
-    std::ofstream("/usr/local/orvid/body") << body;
+    std::ofstream("/usr/local/body") << body;
     close(STDIN_FILENO);
-    EXPECT_EQ(open("/usr/local/orvid/body", O_RDONLY), STDIN_FILENO);
+    EXPECT_EQ(open("/usr/local/body", O_RDONLY), STDIN_FILENO);
     Service service{environment_, database_, *queues_, *zones_, index_documents_};
     testing::internal::CaptureStdout();
     handler(service, {"/u", "", std::to_string(body.size()).c_str(), 0, tail.c_str()});

@@ -1,5 +1,6 @@
 """The clock and the two time zones: the stored one, and the one that PUT time sets for this process."""
 import datetime
+import os
 import pathlib
 import re
 
@@ -15,7 +16,7 @@ TIME_ZONE = TIME + "/timeZone"
 HOUR = 60 * 60  # seconds
 HALF_PAST_FIVE = 5 * HOUR + HOUR // 2
 ZONES = pathlib.Path("/usr/share/zoneinfo")
-BESIDE_THE_SETTINGS = "../../local/orvid/"  # from the zones; there a test may write
+BESIDE_THE_SETTINGS = os.path.relpath(DIRECTORY, ZONES) + "/"  # from the zones; there a test may write
 
 
 def bare_text(camera, uri):

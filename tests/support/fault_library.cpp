@@ -19,7 +19,7 @@ namespace {
 
 // What a test and this library tell each other, in a file that both map; see FaultPlan in camera.py.
 
-constexpr const char* kFaultPlanFile = "/usr/local/orvid/faults";
+constexpr const char* kFaultPlanFile = PSIA_SETTINGS_DIR "/faults";
 
 /// Allocations, SQLite's writes, flushes and locks; kStop: a SIGTERM just before an accept or a send that
 /// blocks.
