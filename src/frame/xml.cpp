@@ -143,10 +143,20 @@ bool may_continue(Parser& parser, bool good) {
   return false;
 }
 
-/// Memory that ran short while the parser worked does not make every version call the document malformed.
+/// Called for each error. The first fatal one stops the parser: without this it would report every further
+/// one, and a large document can hold a million. Memory shortage is such an error, too; some versions of
+/// libxml2 leave `wellFormed` set after it.
 template <typename Error>
 void note_error(void* context, Error* error) {
-  if (error->level == XML_ERR_FATAL) parser_of(context).failed = true;
+  if (error->level != XML_ERR_FATAL) return;
+  Parser& parser = parser_of(context);
+  parser.failed = true;
+  // What libxml2 does when memory runs short. xmlStopParser also frees the input, in which the function that
+  // reported the error still reads.
+  parser.context->disableSAX = 2;  // 1 would do before libxml2 2.13
+#if LIBXML_VERSION < 21300
+  parser.context->instate = XML_PARSER_EOF;
+#endif
 }
 
 /// Called before the declarations between "[" and "]", if there are any.
@@ -268,7 +278,7 @@ void load(Parser& parser, const char* document) {
   parser.context = xmlCreateMemoryParserCtxt(begin, static_cast<int>(bytes.size()));
   if (parser.context == nullptr) return;
   *parser.context->sax = callbacks();
-  // The parser goes on after an error, so that the callbacks can stop it; see may_continue.
+  // XML_PARSE_RECOVER: the callbacks go on being called after an error, so that they can stop the parser.
   (void)xmlCtxtUseOptions(parser.context, XML_PARSE_RECOVER | (encoding.is_utf8 ? XML_PARSE_IGNORE_ENC : 0));
   parser.context->_private = &parser;
 }
