@@ -32,6 +32,9 @@ inline constexpr const char* kXmlDeclaration = "<?xml version=\"1.0\" encoding=\
 inline constexpr const char* kXmlDeclarationBare = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
 inline constexpr const char* kXmlDeclarationLine = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n";
 
+/// The namespace of all documents, as the last attribute of a root element.
+inline constexpr const char* kNamespace = " xmlns=\"urn:psialliance-org\"";
+
 /// Sends a text to the client unchanged. False when the client is gone, or was left because it did not take
 /// its answer. Only who has much more to send needs to know: further writes do nothing.
 bool write_text(std::string_view text);
