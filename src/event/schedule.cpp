@@ -27,16 +27,16 @@ struct Day {
   FixedText<32> hours;  // one character per hour, "0" for not armed
 };
 
-/// What has been read of a body.
+/// The part of a body that has been read so far.
 struct RequestedSchedule {
   std::int32_t week = 0;  // bit n: the day of index n
-  std::int32_t day = -1;  // index of the last dayOfWeek; what comes before the first is ignored
+  std::int32_t day = -1;  // index of the last dayOfWeek; everything before the first one is ignored
   std::array<Day, kDays> days;
 };
 
-/// Kept for compatibility: the mask holds only the last day named, so of several days in one request the last
-/// one is armed. A number that is no day does not change the day, but it does replace the mask: by its bit,
-/// or by 0 when there is no such bit, so that nothing is armed.
+/// Kept for compatibility: each dayOfWeek replaces the mask, so only the last day of a request is armed. A
+/// number outside 0 to 7 leaves the day unchanged but still replaces the mask. The new mask is the bit of
+/// that number, or 0 (no day is armed) when a mask has no such bit.
 void take_day(std::int32_t number, RequestedSchedule& schedule) {
   const std::int32_t index = number == 7 ? 0 : number;
   schedule.week =

@@ -23,8 +23,8 @@ long long announced_length(const Request& request, long long limit) {
   return length < 0 || length > limit ? -1 : length;
 }
 
-/// Takes what has come of the body, at most `size` bytes, and waits only for the first one. 0 when no more
-/// will come.
+/// Takes at most `size` bytes of the body. Waits for the first one, then takes what has already arrived. 0 at
+/// the end of the body.
 std::size_t take(char* to, std::size_t size) {
   const PeerAwaited awaited(Wait::kBody);
   FCGX_Stream* const stream = FCGI_stdin->fcgx_stream;

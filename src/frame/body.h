@@ -1,5 +1,5 @@
-// The body of a request: into memory for parsing, or straight into a file. The body is truncated when the
-// peer is silent for too long; stop.h has the limits.
+// Reads the body of a request, either into memory for parsing or straight into a file. A body is truncated
+// when the peer is silent for too long; stop.h has the limits.
 #pragma once
 
 #include <cstddef>
@@ -37,10 +37,14 @@ class Body {
   std::size_t size_ = 0;
 };
 
-/// Stores the body in the file `path`, replacing it. Returns 0, also when fewer bytes come than announced:
-/// the file then ends with the last complete piece of 1024 bytes. -1: the length is missing, negative or
-/// above kMaxBodyInFile (the file is untouched), or the file cannot be opened. -2: a write failed. -3:
-/// closing the file failed.
+/// Stores the body in the file `path`, replacing it. Returns:
+///  0: stored. When fewer bytes come than announced, the file ends with the last complete piece of 1024
+///  bytes.
+/// -1: the length is missing, negative or above kMaxBodyInFile and the file is unchanged, or the file cannot
+/// be
+///     opened.
+/// -2: a write failed.
+/// -3: closing the file failed.
 [[nodiscard]] int save_body(const Request& request, const char* path);
 
 }  // namespace psia

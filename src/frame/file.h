@@ -1,5 +1,4 @@
-// Files, closed on every path. They are the C library's: libfcgi's stdio serves only the streams of a
-// request, and on a file its functions call these.
+// Files of the C library, closed on every path. libfcgi's own file functions would only call these.
 #pragma once
 
 #include <cstdio>
@@ -18,8 +17,8 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
   return File(std::fopen(path, mode));
 }
 
-/// The size in bytes, negative when there is none (a directory) or it exceeds 2 GiB. Reading goes on from the
-/// start.
+/// The size in bytes. Negative for a directory and for a file of 2 GiB or more. The next read starts at the
+/// beginning of the file.
 [[nodiscard]] inline int file_size(const File& file) {
   if (std::fseek(file.get(), 0, SEEK_END) != 0) return -1;
   const long size = std::ftell(file.get());

@@ -1,6 +1,6 @@
-// Where requests come from and answers go: libfcgi's streams, and the request's variables as the process's
-// environment. Descriptor 0 decides: a listening socket brings one request after the other over FastCGI;
-// anything else makes this a plain CGI program, whose one request is in its environment from the start.
+// Accepts requests and ends them. During a request libfcgi's streams lead to its peer, and its variables are
+// the environment of the process. With a listening socket as file descriptor 0 the service is a FastCGI
+// server, with anything else a plain CGI program, whose only request is in its environment from the start.
 #pragma once
 
 #include <fcgiapp.h>

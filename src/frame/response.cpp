@@ -14,8 +14,8 @@ namespace psia {
 
 namespace {
 
-/// Bytes of an answer that the client must take within the limit of stop.h. libfcgi's own buffer is as large,
-/// so that a piece is at most two writes.
+/// The client must take each piece of this many bytes within the limit of stop.h. libfcgi's buffer has the
+/// same size, so a piece causes at most two writes.
 constexpr std::size_t kPieceSize = 8192;
 
 constexpr std::array kStatusStrings = {
@@ -43,7 +43,7 @@ void send(const char* content_type, std::string_view body) {
   write_text(body);
 }
 
-/// The text as it goes out.
+/// The text as it is sent.
 std::string_view finished(TextBuffer& document) {
   document.fold();
   return {document.data(), document.length()};

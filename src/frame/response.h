@@ -1,5 +1,5 @@
-// Sends answers: documents with their header lines, and the ResponseStatus document that answers every change
-// and every refused or failed request.
+// Sends answers: documents with their header lines, and the ResponseStatus document, which answers every
+// change and every request that is refused or fails.
 #pragma once
 
 #include <string_view>
@@ -32,31 +32,34 @@ inline constexpr const char* kXmlDeclaration = "<?xml version=\"1.0\" encoding=\
 inline constexpr const char* kXmlDeclarationBare = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
 inline constexpr const char* kXmlDeclarationLine = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n";
 
-/// Sends a text to the client unchanged. False when the client is gone, or was left because it did not take
-/// its answer. Only who has much more to send needs to know: further writes do nothing.
+/// The namespace of all documents, as the last attribute of a root element.
+inline constexpr const char* kNamespace = " xmlns=\"urn:psialliance-org\"";
+
+/// Sends a text to the client unchanged. False when the write failed: the client is gone, or it did not take
+/// its answer in time. Most callers ignore this, because further writes then do nothing.
 bool write_text(std::string_view text);
 
 /// Answers with a ResponseStatus document. Writes nothing when memory is short.
 void answer_status(const Request& request, Status status);
 
-/// Answers with the status that goes with a control message's result: 0 ok, 1 busy, 2 error.
+/// Answers with the status of a control message's result: 0 ok, 1 busy, 2 error.
 void answer_result(const Request& request, int result);
 
 /// Answers ok when `done`, otherwise a device error.
 void answer_done(const Request& request, bool done);
 
-/// Sends `message` to the daemons, waits for the reply and answers with the status that goes with its result.
+/// Sends `message` to the daemons, waits for the reply and answers with the status of its result.
 void send_and_answer(ControlQueues& queues, const Request& request, ControlMessage& message);
 
 /// Sends a document that is the same for every request and holds no percent sign.
 void answer_fixed_xml(std::string_view document);
 
-/// Sends a finished document to the client, or a device error when memory ran short while it was built.
+/// Sends a complete document to the client, or a device error when memory ran short while it was built.
 void send_document(const Request& request, const char* content_type, TextBuffer& document);
 
-/// The same on the process's standard output, with the Event resources' own Content-Type line. Kept for
-/// compatibility: over FastCGI the client receives nothing of an Event document. A plain CGI program's
-/// standard output is the client.
+/// Writes the document to the process's standard output, with the Event resources' own Content-Type line.
+/// Kept for compatibility: over FastCGI the client receives nothing of it. The standard output of a plain CGI
+/// program leads to the client.
 void print_document(const Request& request, TextBuffer& document);
 void print_fixed_xml(std::string_view document);
 

@@ -8,7 +8,7 @@ namespace psia {
 
 namespace {
 constexpr std::size_t kStep = 1024;
-constexpr std::size_t kMaxDigits = 11;  // of a 32-bit number, with its sign; at least Piece's largest width
+constexpr std::size_t kMaxDigits = 11;  // a 32-bit number with its sign, and Piece's largest width
 }  // namespace
 
 std::size_t fold_percent_signs(char* text, std::size_t length) {
@@ -47,7 +47,7 @@ bool TextBuffer::grow_to_fit(std::size_t more) {
   length_ = static_cast<std::size_t>(end - data_);
   if (const auto size = static_cast<std::size_t>(end - begin); size < piece.width_) {
     const std::size_t missing = piece.width_ - size;
-    char* const digits = number < 0 && piece.padding_ == '0' ? begin + 1 : begin;  // zeros go behind the sign
+    char* const digits = number < 0 && piece.padding_ == '0' ? begin + 1 : begin;  // zeros follow the sign
     std::memmove(digits + missing, digits, static_cast<std::size_t>(end - digits));
     std::memset(digits, piece.padding_, missing);
     length_ += missing;

@@ -1,5 +1,5 @@
-// The growable text in which a document is built, so that its length is known before its header is sent. Also
-// the one place that decides what a percent sign in a value looks like to the client.
+// The growable text in which a document is built: the header, which is sent first, needs its length. This is
+// also the only place that decides how clients see a percent sign in a value.
 #pragma once
 
 #include <cstddef>
@@ -8,11 +8,11 @@
 
 namespace psia {
 
-/// One piece of what is appended to a document: a zero-terminated text, or a number in decimal digits. Does
-/// not own its text.
+/// One argument of TextBuffer::append: a zero-terminated text, or a number, which is written in decimal
+/// digits. Does not own its text.
 class Piece {
  public:
-  // Made from the arguments of an append as they stand, so that a call reads like the text it gives.
+  // Implicit, so that the arguments of append can be texts and numbers.
   // NOLINTBEGIN(google-explicit-constructor)
   Piece(const char* text) : text_(text), value_(static_cast<std::uint32_t>(std::strlen(text))) {}
   Piece(std::int32_t number) : Piece(number, 0, ' ') {}
@@ -50,7 +50,7 @@ class TextBuffer {
   TextBuffer(TextBuffer&&) = delete;
   TextBuffer& operator=(TextBuffer&&) = delete;
 
-  /// Appends the pieces as one text, whole however long it is; each "%%" in it becomes "%".
+  /// Appends the pieces as one text of any length, in which each "%%" becomes "%".
   template <typename... Pieces>
   void append(Pieces... pieces) {
     const Piece all[] = {pieces...};

@@ -21,8 +21,8 @@ struct XmlNode {
   XmlNode* first_child;
   XmlNode* last_child;
   XmlNode* next;
-  XmlNode* link;           // the parent while the element is open, then the element that was closed before
-  std::size_t text_begin;  // while the element is open: where its text begins in Parser::text
+  XmlNode* link;           // the parent while the element is open, then the element that was closed before it
+  std::size_t text_begin;  // position in Parser::text, while the element is open
 };
 
 struct XmlTree {
@@ -46,9 +46,9 @@ bool is_blank(char byte) {
   return byte == ' ' || byte == '\t' || byte == '\r' || byte == '\n';
 }
 
-/// What a document's first bytes say about its encoding.
+/// The encoding of a document, by its first bytes.
 struct Encoding {
-  std::size_t most_bytes;  // the largest document; 0 for one that is refused
+  std::size_t most_bytes;  // the limit of such a document; 0 when it is refused
   bool is_utf8;
 };
 constexpr Encoding kUtf8{kMaxBodyInMemory, true};
@@ -56,8 +56,9 @@ constexpr Encoding kLatin{kMaxLatinDocument, false};
 constexpr Encoding kUnusual{kMaxUnusualDocument, false};
 constexpr Encoding kRefused{0, false};
 
-/// libxml2's versions differ in what they tell about an encoding, in whether a declaration counts after a
-/// byte order mark, and in how strictly they read it. Whatever is misread here is not well-formed.
+/// The versions of libxml2 differ in what they report about an encoding, in whether they obey a declaration
+/// after a byte order mark, and in how strictly they read it. A declaration that is misread here is not
+/// well-formed.
 Encoding encoding_of(std::string_view text) {
   if (text.empty()) return kRefused;
   if (text.front() == 0x4C) return kUnusual;  // '<' in EBCDIC
@@ -90,7 +91,7 @@ xmlParserInputPtr fetch_nothing(const char* /*url*/, const char* /*id*/, xmlPars
   return nullptr;
 }
 
-/// Frees the nodes that hang together by their links.
+/// Frees a node and all nodes that follow by their links.
 void free_nodes(XmlNode* node) {
   while (node != nullptr) {
     XmlNode* const next = node->link;
@@ -100,8 +101,9 @@ void free_nodes(XmlNode* node) {
   }
 }
 
-/// libxml2's parser with the state of the callbacks: the elements, and the texts of the open ones. The text
-/// of an inner element follows that of its parent, so each text is in one piece when its element is closed.
+/// libxml2's parser and the state of the SAX callbacks: the elements, and the texts of the open elements. The
+/// text of an inner element is appended to that of its parent and removed when the inner element is closed,
+/// so each text is contiguous.
 struct Parser {
   Parser() = default;
   ~Parser() {
@@ -118,13 +120,13 @@ struct Parser {
   Parser& operator=(Parser&&) = delete;
 
   xmlParserCtxt* context = nullptr;  // null without a document
-  std::size_t document_size = 0;     // bytes; 0 once the tree was taken
+  std::size_t document_size = 0;     // bytes; 0 after the tree was taken
   int elements = 0;
   int attributes = 0;
-  bool refers_outside = false;  // to a file of declarations, which is not read
-  bool failed = false;          // no document comes of it
+  bool refers_outside = false;  // names a file of declarations, which is not read
+  bool failed = false;          // there will be no document
   XmlNode* open = nullptr;      // the innermost open element
-  XmlNode* closed = nullptr;    // the element closed last, which is the root in the end
+  XmlNode* closed = nullptr;    // the element closed last; at the end the root
   char* text = nullptr;
   std::size_t length = 0;
   std::size_t capacity = 0;
@@ -134,8 +136,7 @@ Parser& parser_of(void* context) {
   return *static_cast<Parser*>(static_cast<xmlParserCtxt*>(context)->_private);
 }
 
-/// Stops the parser unless `good` and the document is still well-formed. Parsing the rest of one that is not
-/// would be wasted work, which libxml2 does not bound.
+/// Stops the parser unless `good` and the document is still well-formed.
 bool may_continue(Parser& parser, bool good) {
   if (good && !parser.failed && parser.context->wellFormed != 0) return true;
   parser.failed = true;
@@ -143,13 +144,23 @@ bool may_continue(Parser& parser, bool good) {
   return false;
 }
 
-/// Memory that ran short while the parser worked does not make every version call the document malformed.
+/// Called for each error. The first fatal one stops the parser, which would otherwise format and report every
+/// further one: a large document can hold a million. Memory shortage is a fatal error after which some
+/// versions of libxml2 leave `wellFormed` set.
 template <typename Error>
 void note_error(void* context, Error* error) {
-  if (error->level == XML_ERR_FATAL) parser_of(context).failed = true;
+  if (error->level != XML_ERR_FATAL) return;
+  Parser& parser = parser_of(context);
+  parser.failed = true;
+  // libxml2 stops itself like this when memory is short. xmlStopParser cannot be used here: it frees the
+  // input, which the function that reported the error still reads.
+  parser.context->disableSAX = 2;  // before libxml2 2.13 any value but 0 has this meaning
+#if LIBXML_VERSION < 21300
+  parser.context->instate = XML_PARSER_EOF;
+#endif
 }
 
-/// Called before the declarations between "[" and "]", if there are any.
+/// Called at a DOCTYPE, before its declarations between "[" and "]".
 void start_declarations(void* context, const xmlChar* /*name*/, const xmlChar* /*id*/, const xmlChar* url) {
   Parser& parser = parser_of(context);
   parser.refers_outside = url != nullptr;
@@ -167,7 +178,8 @@ void refuse_unparsed_entity(void* context, const xmlChar* /*name*/, const xmlCha
   (void)may_continue(parser_of(context), false);
 }
 
-/// Only declarations outside the document could declare a parameter entity: one inside is refused.
+/// A document that declares a parameter entity is refused, so only a declaration in another file can be
+/// meant.
 xmlEntity* find_no_entity(void* context, const xmlChar* /*name*/) {
   Parser& parser = parser_of(context);
   (void)may_continue(parser, parser.refers_outside);
@@ -195,7 +207,8 @@ void open_element(void* context, const xmlChar* name, const xmlChar* prefix, con
   if (!may_continue(parser, ++parser.elements <= kMaxElements && parser.attributes <= kMaxAttributes)) return;
   auto* const node = static_cast<XmlNode*>(std::calloc(1, sizeof(XmlNode)));
   if (!may_continue(parser, node != nullptr)) return;
-  // An undeclared prefix belongs to the name, and no name that is asked for has one.
+  // An undeclared prefix is part of the name. No handler reads such a name, and ":" matches none that it
+  // reads.
   node->name = prefix != nullptr && uri == nullptr ? as_xml(":") : name;
   node->text_begin = parser.length;
   if (XmlNode* const parent = parser.open) {
@@ -223,7 +236,7 @@ void close_element(void* context, const xmlChar* /*name*/, const xmlChar* /*pref
 
 void append_text(void* context, const xmlChar* text, int length) {
   Parser& parser = parser_of(context);
-  // An empty CDATA section has no text, and memcpy must not be given the null that `text` may still be.
+  // For an empty CDATA section parser.text may still be null, which memcpy does not accept.
   if (!may_continue(parser, true) || length <= 0) return;
   const std::size_t needed = parser.length + static_cast<std::size_t>(length);
   if (needed > parser.capacity) {
@@ -237,7 +250,7 @@ void append_text(void* context, const xmlChar* text, int length) {
   parser.length = needed;
 }
 
-/// Everything that is not set here is left out: comments, for instance, are passed over.
+/// The parser skips everything that has no callback here, such as comments.
 xmlSAXHandler callbacks() {
   xmlSAXHandler sax{};
   sax.initialized = XML_SAX2_MAGIC;
@@ -255,7 +268,7 @@ xmlSAXHandler callbacks() {
   return sax;
 }
 
-/// Gives the parser a copy of the zero-terminated text, unless that is out of bounds or memory is short.
+/// Gives the parser a copy of the zero-terminated text, unless the text exceeds a limit or memory is short.
 void load(Parser& parser, const char* document) {
   parser.document_size = std::strlen(document);
   const char* const begin = std::strncmp(document, "\xEF\xBB\xBF", 3) == 0 ? document + 3 : document;
@@ -268,12 +281,12 @@ void load(Parser& parser, const char* document) {
   parser.context = xmlCreateMemoryParserCtxt(begin, static_cast<int>(bytes.size()));
   if (parser.context == nullptr) return;
   *parser.context->sax = callbacks();
-  // The parser goes on after an error, so that the callbacks can stop it; see may_continue.
+  // XML_PARSE_RECOVER: the callbacks go on being called after an error, so that they can stop the parser.
   (void)xmlCtxtUseOptions(parser.context, XML_PARSE_RECOVER | (encoding.is_utf8 ? XML_PARSE_IGNORE_ENC : 0));
   parser.context->_private = &parser;
 }
 
-/// Parses, and gives the document's tree to the caller; null for no document.
+/// Parses and gives the document's tree to the caller; null for no document.
 XmlTree* take_tree(Parser& parser) {
   if (parser.context == nullptr) return nullptr;
   if (xmlParseDocument(parser.context) != 0 || parser.failed || parser.open != nullptr) return nullptr;

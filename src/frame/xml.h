@@ -1,9 +1,10 @@
-// Taking values out of the XML documents that clients send. Names are compared without regard to case,
-// elements that nobody asks for are ignored, and a handler that stores each match in turn lets the last
-// occurrence win.
+// Reads values from the XML documents that clients send. Names are compared without regard to case. Handlers
+// ignore unknown elements. When an element occurs more than once, the last one holds, because a handler
+// stores each in turn.
 //
 // libxml2 parses, and its SAX callbacks build the tree below. libxml2's own tree takes about four times the
-// memory, and reading a text from it allocates, so every read could fail. Here only the parsing can.
+// memory, and reading a text from it allocates memory, so every read could fail. With this tree only parsing
+// can fail.
 #pragma once
 
 #include <cstddef>
@@ -14,17 +15,17 @@
 
 namespace psia {
 
-// What a document may hold, so that reading it costs a known time and memory. A list of 1,000 users has 5,000
-// to 8,000 elements and 2,000 attributes.
+// The limits of a document, which bound the time and memory of reading it. A list of 1,000 users has 5,000 to
+// 8,000 elements and 2,000 attributes.
 inline constexpr int kMaxElements = 10000;
-/// Attributes, processing instructions and references to entities that are declared elsewhere.
+/// Counts attributes, processing instructions and references to entities that are declared elsewhere.
 inline constexpr int kMaxAttributes = 6000;
-/// Bytes of a document with declarations of its own or in an encoding that is not named below. The parser's
-/// work on these can grow with the square of their size before anything can be counted.
+/// Bytes of a document that has its own declarations or an encoding that is not named below. The parser's
+/// work on these can grow with the square of their size before a callback can count anything.
 inline constexpr std::size_t kMaxUnusualDocument = 32UL << 10;
 /// Bytes of a document in one of the ISO 8859 encodings. The parser's copy in UTF-8 is up to twice as long.
 inline constexpr std::size_t kMaxLatinDocument = 512UL << 10;
-// A document in UTF-8 or US-ASCII is as long as a body may be: kMaxBodyInMemory.
+// A document in UTF-8 or US-ASCII may be as long as a body: kMaxBodyInMemory.
 
 /// Prepares libxml2 for the process: it prints nothing and fetches nothing. Call once, before any parsing.
 void prepare_xml();
@@ -52,8 +53,8 @@ class XmlElement {
   /// Compares the element's name without regard to case.
   [[nodiscard]] bool is(const char* name) const;
 
-  /// The text inside the element, without its markup and without the text of its children. Empty where there
-  /// is none.
+  /// The text inside the element, without markup and without the text of its children. Empty when there is
+  /// none.
   [[nodiscard]] const char* text() const;
   /// Compares the text without regard to case.
   [[nodiscard]] bool text_is(const char* word) const;
@@ -76,7 +77,7 @@ class XmlElement {
 class XmlDocument {
  public:
   XmlDocument() = default;
-  /// Takes over what was parsed; null for no document.
+  /// Takes ownership of the tree; null for no document.
   explicit XmlDocument(XmlTree* tree) : tree_(tree) {}
   ~XmlDocument();
   XmlDocument(const XmlDocument&) = delete;
@@ -84,13 +85,13 @@ class XmlDocument {
   XmlDocument(XmlDocument&& other) noexcept;
   XmlDocument& operator=(XmlDocument&& other) = delete;
 
-  /// Parses a zero-terminated text. Gives no document when it is not well-formed, when memory is short, when
-  /// it goes beyond the bounds above, or when it declares an entity: no client needs any, and they can be
-  /// made to grow without bound.
+  /// Parses a zero-terminated text. Gives no document when the text is not well-formed, exceeds a limit above
+  /// or declares an entity, and when memory is short. No client needs entities, and nested ones can grow
+  /// without bound.
   [[nodiscard]] static XmlDocument parse(const char* text);
 
   explicit operator bool() const { return tree_ != nullptr; }
-  /// Only for a document that was parsed.
+  /// Call only when there is a document.
   [[nodiscard]] XmlElement root() const;
 
  private:

@@ -273,9 +273,9 @@ void append_audio(TextBuffer& document, Form form, const Channel& channel) {
   document.append("</Audio>");
 }
 
-/// Appends a StreamingChannel element without its start tag.
-void append_channel(TextBuffer& document, Form form, const Channel& channel) {
+void append_channel(TextBuffer& document, const char* attributes, Form form, const Channel& channel) {
   Elements elements(document, form);
+  document.append("<StreamingChannel version=\"1.0\"", attributes, ">");
   elements.element("id", " opt=\"1,2\"", channel.stream + 1);
   elements.element("channelName", " min=\"1\" max=\"128\"",
                    channel.stream == kMaster ? "Master stream" : "Slave stream");
@@ -291,8 +291,7 @@ void answer_channel(const Request& request, Form form, const Channel& channel) {
   if (channel.encoder.enable == kNoEncoder) return answer_status(request, Status::kDeviceError);
   answer_xml(request, [form, &channel](TextBuffer& document) {
     document.append(kXmlDeclaration);
-    document.append("<StreamingChannel version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-    append_channel(document, form, channel);
+    append_channel(document, kNamespace, form, channel);
   });
 }
 
@@ -333,10 +332,8 @@ void read_streaming_channels(Service& service, const Request& request) {
   answer_xml(request, [&channels](TextBuffer& document) {
     document.append(kXmlDeclaration);
     document.append("<StreamingChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-    for (const Channel& channel : channels) {
-      document.append("<StreamingChannel version=\"1.0\">");
-      append_channel(document, Form::kValues, channel);
-    }
+    for (const Channel& channel : channels)
+      append_channel(document, "", Form::kValues, channel);
     document.append("</StreamingChannelList>");
   });
 }

@@ -25,8 +25,8 @@ Picture read_picture(Service& service) {
   return {source.number(0, 1), source.number(0, 2), source.number(0, 3), source.number(0, 4)};
 }
 
-/// What a VideoInputChannel element holds, and its end.
-void append_channel(TextBuffer& document, const Picture& picture) {
+void append_channel(TextBuffer& document, const char* attributes, const Picture& picture) {
+  document.append("<VideoInputChannel version=\"1.0\"", attributes, ">");
   document.append("<id>1</id>");
   document.append("<inputPort>1</inputPort>");
   document.append("<powerLineFrequencyMode>", picture.power_line_frequency == 1 ? "50hz" : "60hz",
@@ -72,8 +72,7 @@ void read_video_inputs(Service& service, const Request& request) {
     document.append(kXmlDeclaration);
     document.append("<VideoInput version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     document.append("<VideoInputChannelList version=\"1.0\">");
-    document.append("<VideoInputChannel version=\"1.0\">");
-    append_channel(document, picture);
+    append_channel(document, "", picture);
     document.append("</VideoInputChannelList>");
     document.append("</VideoInput>");
   });
@@ -83,8 +82,7 @@ void read_video_input_channels(Service& service, const Request& request) {
   answer_xml(request, [picture = read_picture(service)](TextBuffer& document) {
     document.append(kXmlDeclaration);
     document.append("<VideoInputChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-    document.append("<VideoInputChannel version=\"1.0\">");
-    append_channel(document, picture);
+    append_channel(document, "", picture);
     document.append("</VideoInputChannelList>");
   });
 }
@@ -92,8 +90,7 @@ void read_video_input_channels(Service& service, const Request& request) {
 void read_video_input_channel(Service& service, const Request& request) {
   answer_xml(request, [picture = read_picture(service)](TextBuffer& document) {
     document.append(kXmlDeclaration);
-    document.append("<VideoInputChannel version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-    append_channel(document, picture);
+    append_channel(document, kNamespace, picture);
   });
 }
 

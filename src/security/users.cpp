@@ -79,9 +79,10 @@ Added insert_users(Database& database, XmlElement root) {
   return Added::kAll;
 }
 
-/// The content of a User element and its end tag; the login name is also the id.
-void append_user(TextBuffer& document, const char* name) {
-  document.append("<id>", name, "</id><userName>", name, "</userName></User>");
+/// Appends a User element. The login name is also the id.
+void append_user(TextBuffer& document, const char* attributes, const char* name) {
+  document.append("<User version=\"1.0\"", attributes, "><id>", name, "</id><userName>", name,
+                  "</userName></User>");
 }
 
 /// The rows for the user that a URI names; only the first one is meant.
@@ -101,10 +102,8 @@ void read_users(Service& service, const Request& request) {
   answer_xml(request, [&users](TextBuffer& document) {
     document.append(kXmlDeclaration);
     document.append("<UserList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-    for (int row = 0; row < users.count(); ++row) {
-      document.append("<User version=\"1.0\">");
-      append_user(document, users.text(row, 0));
-    }
+    for (int row = 0; row < users.count(); ++row)
+      append_user(document, "", users.text(row, 0));
     document.append("</UserList>");
   });
 }
@@ -149,8 +148,7 @@ void read_user(Service& service, const Request& request) {
   if (!user.found()) return answer_status(request, Status::kDeviceError);
   answer_xml(request, [&user](TextBuffer& document) {
     document.append(kXmlDeclaration);
-    document.append("<User version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-    append_user(document, user.text(0, 0));
+    append_user(document, kNamespace, user.text(0, 0));
   });
 }
 

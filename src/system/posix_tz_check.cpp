@@ -12,8 +12,8 @@ namespace {
 constexpr std::size_t kShortestName = 3;
 constexpr std::size_t kLongestComponent = 31;
 
-/// The components of a rule in the order of the text. A character that does not belong to the component
-/// that is being read gives the code -(state + 1).
+/// The components of a rule in the order of the text. A bad character in a component gives the code
+/// -(state + 1).
 enum State : std::size_t {
   kStandardName,
   kStandardOffset,
@@ -74,7 +74,8 @@ bool continues(State state, std::string_view component, char c, char next) {
   return false;
 }
 
-/// The component that `c` ends `component` for; nothing when `c` may not stand here.
+/// The state that follows `state` when `c` ends its component. None when the component is not complete or `c`
+/// cannot follow it.
 std::optional<State> state_after(State state, std::string_view component, char c) {
   switch (state) {
     case kStandardName:

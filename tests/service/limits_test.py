@@ -71,6 +71,17 @@ def test_each_bound_of_a_document(camera, before, most, piece):
         assert camera.call("PUT", INFO, body) == status(code, INFO)
 
 
+@pytest.mark.parametrize("beginning, error", [("", "\1"), ("<!--", "\1"), ("<a b='", "&x;")])
+def test_a_document_is_read_no_further_than_its_first_error(camera, beginning, error):
+    def processor_time(document):
+        before = int(camera.state("schedstat").split()[0])
+        camera.call("PUT", INFO, document)
+        return int(camera.state("schedstat").split()[0]) - before
+    good = processor_time(NAME.ljust(1048576))
+    errors = 1048000 // len(error) * error
+    assert processor_time(f"<DeviceInfo>{beginning}{errors}") < 5 * good
+
+
 # Bodies.
 
 @pytest.mark.parametrize("length, effects", [
