@@ -17,7 +17,7 @@
 
 namespace {
 
-// What a test and this library tell each other, in a file that both map; see FaultPlan in camera.py.
+// What a test and this library tell each other, in a file that both map; see FaultPlan in faults.py.
 
 constexpr const char* kFaultPlanFile = PSIA_SETTINGS_DIR "/faults";
 
@@ -126,6 +126,12 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec
   while (original(&clock_nanosleep, "clock_nanosleep")(clock, flags, &time, &time) == EINTR) {
   }
   return 0;
+}
+
+unsigned int sleep(unsigned int seconds) {
+  const long nanoseconds = static_cast<long>(seconds) * 1000000000L / speed();
+  const timespec time{nanoseconds / 1000000000L, nanoseconds % 1000000000L};
+  return original(&clock_nanosleep, "clock_nanosleep")(CLOCK_MONOTONIC, 0, &time, nullptr) == 0 ? 0 : seconds;
 }
 
 int setitimer(__itimer_which_t which, const itimerval* wanted, itimerval* old) noexcept {
