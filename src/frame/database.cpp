@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdarg>
+#include <cstdint>
 #include <utility>
 
 #include "frame/sleep.h"
@@ -24,8 +25,13 @@ int wait_for_lock(void* waited_in_vain, int calls) {
   return 1;
 }
 
-/// Some file systems keep times in whole seconds, so two writes within a second may leave the same time.
-constexpr std::time_t kSettledSeconds = 2;
+/// True when a write at `now` gives a file another time than `changed`. The kernel's clock for files ticks at
+/// least every 10 ms. Some file systems keep only whole seconds of it.
+bool has_settled(const timespec& changed, const timespec& now) {
+  const std::int64_t seconds = now.tv_sec - changed.tv_sec;
+  const std::int64_t milliseconds = seconds * 1000 + (now.tv_nsec - changed.tv_nsec) / 1000000;
+  return changed.tv_nsec == 0 ? seconds > 2 : milliseconds > 50;
+}
 
 }  // namespace
 
@@ -49,7 +55,7 @@ Database::FileState Database::file_state() const {
   return {.device = status.st_dev,
           .inode = status.st_ino,
           .changed = status.st_ctim,
-          .settled = status.st_ctim.tv_sec + kSettledSeconds <= now.tv_sec};
+          .settled = has_settled(status.st_ctim, now)};
 }
 
 bool Database::follow_file() {

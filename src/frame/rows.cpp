@@ -90,7 +90,7 @@ bool Rows::append_cell(const char* text, std::size_t length) {
 bool Rows::grow_to(std::size_t bytes) {
   std::size_t words = words_ == 0 ? kFirstWords : words_;
   while (words * sizeof *block_ < bytes)
-    words *= 2;
+    words += words / 2;
   if (words > kMaxWords) return false;
   auto* const block = static_cast<std::uint32_t*>(std::malloc(words * sizeof *block_));
   if (block == nullptr) return false;
