@@ -5,64 +5,20 @@
 
 #include <sys/types.h>
 
-#include <cstddef>
-#include <cstdint>
 #include <ctime>
 
-struct sqlite3;
+#include "frame/connection.h"
+#include "frame/rows.h"
 
 namespace psia {
 
-/// The result of a query; owns it. Rows and columns are counted from 0.
-class Rows {
- public:
-  Rows() = default;
-  ~Rows();
-  Rows(const Rows&) = delete;
-  Rows& operator=(const Rows&) = delete;
-  Rows(Rows&& other) noexcept;
-  Rows& operator=(Rows&& other) = delete;
-
-  /// True when the statement ran, even when it gave no row.
-  [[nodiscard]] bool succeeded() const { return outcome_ == Outcome::kSucceeded; }
-  /// False when the statement did not run or its failure is transient: the database is locked or closed,
-  /// memory is short, an input or output failed. Then nothing may be concluded from finding no row.
-  [[nodiscard]] bool certain() const { return outcome_ != Outcome::kTransientFailure; }
-  /// True when the statement failed because of what the file holds: it is no database, it is damaged, or it
-  /// lacks the table or a column.
-  [[nodiscard]] bool unreadable() const { return outcome_ == Outcome::kUnreadable; }
-  /// True when the statement ran and gave at least one row.
-  [[nodiscard]] bool found() const { return count_ > 0; }
-  [[nodiscard]] int count() const { return count_; }
-
-  /// The value as text; empty for NULL and for a row or column that is not there. Lives as long as the rows.
-  [[nodiscard]] const char* text(int row, int column) const;
-  /// The value as a number (see to_int32); 0 for NULL and for a row or column that is not there.
-  [[nodiscard]] std::int32_t number(int row, int column) const;
-  [[nodiscard]] bool is_null(int row, int column) const;
-
- private:
-  friend class Database;
-  enum class Outcome { kSucceeded, kTransientFailure, kUnreadable, kOtherFailure };
-  [[nodiscard]] static Outcome outcome_of(int result);  // of an SQLite result code
-  [[nodiscard]] const char* cell(int row, int column) const;
-
-  char** table_ = nullptr;  // as sqlite3_get_table gives it: a row of column names, then the rows
-  int count_ = 0;
-  int columns_ = 0;
-  Outcome outcome_ = Outcome::kTransientFailure;
-};
 
 /// The service's connections. A lock held by a daemon is waited for up to 1.05 s per statement, then the
-/// statement fails.
-///
-/// Statements are fixed texts in which a text value stands as '%s' and a number as %d. A text value that
-/// holds a single quote makes its statement fail without being run: values are never escaped, so a quote
-/// could otherwise end the literal and change what the statement does.
+/// statement fails. How statements are written is said at Connection.
 class Database {
  public:
   Database() = default;
-  ~Database();
+  ~Database() = default;
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
   Database(Database&&) = delete;
@@ -111,10 +67,10 @@ class Database {
   void take_result(int result);
 
   const char* path_ = nullptr;
-  FileState file_;                 // of the open file, when it was last looked at
-  sqlite3* connection_ = nullptr;  // null while closed
-  sqlite3* defaults_ = nullptr;    // null until an identifier was stored
-  bool waited_in_vain_ = false;    // for a lock, since rows were last read
+  FileState file_;  // of the open file, when it was last looked at
+  Connection connection_;
+  Connection defaults_;          // closed until an identifier was stored
+  bool waited_in_vain_ = false;  // for a lock, since rows were last read
   TransactionState transaction_ = TransactionState::kNone;
 };
 

@@ -89,11 +89,13 @@ def test_nothing_is_stored_after_sqlite_gave_the_transaction_up(faulty_camera):
 # Files.
 
 def test_a_file_that_is_moved_to_its_place_counts_at_once(camera):
+    descriptors = camera.open_descriptors()
     shutil.copy(DATABASE, COPY)
     camera.execute("update User set Password='new'", COPY)
     COPY.rename(DATABASE)
     assert camera.call("GET", "/PSIA/x") == UNAUTHORIZED
     assert camera.effects("DELETE", USERS + "/guest", user="admin:new") == DELETED
+    assert camera.open_descriptors() == descriptors
 
 
 def test_a_lock_on_a_file_that_was_moved_there_is_waited_for(faulty_camera):
@@ -172,6 +174,13 @@ def test_a_file_that_is_gone_is_not_created(camera):
     assert not DATABASE.exists()
     DATABASE.write_bytes(content)
     assert camera.effects("DELETE", USERS + "/guest") == DELETED
+
+
+def test_columns_that_a_daemon_adds_or_moves_count_at_once(camera):
+    assert camera.shown("/PSIA/Streaming/status", "ipAddress") != []
+    for columns in ("0, 'Master-0', '10.0.0.1', 5, 6", "0, 'Master-0'", "0, 'Master-0', '10.0.0.2', 5"):
+        camera.execute(f"drop table ClientList; create table ClientList as select {columns}")
+        assert camera.shown("/PSIA/Streaming/status", "ipAddress") == re.findall(r"10\.0\.0\.\d", columns) or [""]
 
 
 def test_without_the_column_of_the_identifier_one_is_generated(camera):

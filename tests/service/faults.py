@@ -15,7 +15,7 @@ SYSTEM_CALLS = {"x86_64": {"read": [0], "write": [1], "poll": [7, 271], "msgsnd"
 class FaultPlan(ctypes.Structure):
     """What the fault library in the service is told, and tells."""
     _fields_ = [(name, ctypes.c_int) for name in ("kind", "skip", "fail", "speed", "slept")]
-    MEMORY, WRITE, SYNC, LOCK, STOP = range(1, 6)
+    MEMORY, WRITE, SYNC, LOCK, STOP, READ = range(1, 7)
 
     @staticmethod
     def create():

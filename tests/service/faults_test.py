@@ -1,5 +1,6 @@
 """One operation of a request fails: an allocation, a lock, a write or a flush. Then the process is killed."""
 import itertools
+import os
 import pathlib
 import re
 import signal
@@ -7,7 +8,7 @@ import time
 
 import pytest
 
-from camera import FaultPlan
+from camera import DATABASE, FaultPlan
 
 USERS = "/PSIA/Security/AAA/users"
 FACTORY_ROWS = (pathlib.Path(__file__).parents[2] / "simulator/factory.sql").read_text()
@@ -23,6 +24,7 @@ def restore_rows(camera):
     pytest.param(FaultPlan.LOCK, 7, id="lock"),  # at the seventh attempt a statement gives up
     pytest.param(FaultPlan.WRITE, 1, id="write"),
     pytest.param(FaultPlan.SYNC, 1, id="flush"),
+    pytest.param(FaultPlan.READ, 1, id="read"),
 ])
 @pytest.mark.parametrize("method, uri, body", [
     ("GET", "/PSIA/System/deviceInfo", ""),
@@ -45,6 +47,7 @@ def test_nothing_happens_but_what_was_asked_for(faulty_camera, method, uri, body
     for number in itertools.count():
         if done:
             restore_rows(camera)
+        os.utime(DATABASE)  # so that its pages are read again
         camera.plan.let_fail(kind, skip=number, fail=fail)
         effects = camera.effects(method, uri, body)
         camera.plan.kind = 0
@@ -57,3 +60,22 @@ def test_nothing_happens_but_what_was_asked_for(faulty_camera, method, uri, body
         assert kind == FaultPlan.MEMORY or len(effects) > len(done), f"no answer, operation {number}"
     assert effects == good
     assert camera.rows("pragma integrity_check") == [("ok",)]
+
+
+@pytest.mark.parametrize("kind", [
+    pytest.param(FaultPlan.MEMORY, id="memory", marks=pytest.mark.memory),
+    pytest.param(FaultPlan.READ, id="read"),
+])
+def test_a_list_is_never_shown_in_part(faulty_camera, kind):
+    camera = faulty_camera
+    camera.execute("".join(f"insert into User values ('user-{number}', 'secret', 2);" for number in range(500)))
+    for number in itertools.count():
+        whole = camera.call("GET", USERS)  # which compiles the statements that the last fault ended
+        os.utime(DATABASE)  # so that its pages are read again
+        camera.plan.let_fail(kind, skip=number)
+        answer = camera.call("GET", USERS)
+        camera.plan.kind = 0
+        assert answer == whole or "<User " not in answer, f"operation {number}"
+        if camera.plan.fail == 1:
+            break
+    assert number > 5 and whole.count("<User ") > 500

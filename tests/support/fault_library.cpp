@@ -21,9 +21,9 @@ namespace {
 
 constexpr const char* kFaultPlanFile = PSIA_SETTINGS_DIR "/faults";
 
-/// Allocations, SQLite's writes, flushes and locks; kStop: a SIGTERM just before an accept or a send that
-/// blocks.
-enum FaultKind : int { kNoFault, kMemory, kWrite, kSync, kLock, kStop };
+/// Allocations, SQLite's writes, flushes, locks and reads; kStop: a SIGTERM just before an accept or a send
+/// that blocks.
+enum FaultKind : int { kNoFault, kMemory, kWrite, kSync, kLock, kStop, kRead };
 
 struct FaultPlan {
   std::atomic<int> kind;
@@ -92,6 +92,10 @@ void* realloc(void* block, std::size_t size) {
 
 ssize_t pwrite64(int file, const void* bytes, std::size_t size, off64_t offset) {
   return fails(kWrite) ? (errno = ENOSPC, -1) : original(&pwrite64, "pwrite64")(file, bytes, size, offset);
+}
+
+ssize_t pread64(int file, void* bytes, std::size_t size, off64_t offset) {
+  return fails(kRead) ? (errno = EIO, -1) : original(&pread64, "pread64")(file, bytes, size, offset);
 }
 
 int fdatasync(int file) {
