@@ -12,7 +12,6 @@ VIDEO = "/PSIA/System/Video/inputs/channels/1"
     pytest.param("<enabled>True</enabled>", 1, id="true in any case"),
     pytest.param("<enabled>true</enabled><enabled> true</enabled>", 0,
                  id="the last counts, and a space matters"),
-    pytest.param("<id>1</id>", 0, id="nothing said"),
 ])
 def test_audio_is_switched_on_by_true_alone(camera, body, stored):
     camera.execute("update Audio set Enable=7")
@@ -58,10 +57,3 @@ def test_a_body_with_an_id_sets_all_levels_of_that_input(camera):
         </VideoInputChannel>""", [BUSY]) == [
             "VideoSource[1].Brightness = 0", "VideoSource[1].Contrast = 0", "VideoSource[1].Hue = 4",
             "message 1 picture: source = 1", DEVICE_BUSY]
-
-
-@pytest.mark.usefixtures("second_input")
-def test_a_body_without_an_id_changes_no_input(camera):
-    assert camera.effects("PUT", VIDEO, """
-        <VideoInputChannel><brightnessLevel>21</brightnessLevel></VideoInputChannel>""") == [
-            "message 1 picture: source = -1", OK]

@@ -92,12 +92,8 @@ def test_failures_of_the_kernel_are_printed(camera, ip):
 
 
 @pytest.mark.parametrize("uri, body, code", [
-    (ADDRESS, "<NetworkInterface/>", 5),
     (INTERFACE, "<IPAddress/>", 5),
-    (ADDRESS, "<IPAddress><ipVersion>v6</ipVersion><addressingType/></IPAddress>", 3),
     (ADDRESS, "<IPAddress><addressingType>static</addressingType><ipAddress>'</ipAddress></IPAddress>", 3),
-    (INTERFACE, "<NetworkInterface><id>eth1</id><IPAddress><addressingType/></IPAddress></NetworkInterface>",
-     3),
 ])
 def test_a_change_that_is_refused_does_nothing(camera, uri, body, code):
     assert camera.effects("PUT", uri, body) == [f"status {code}"]

@@ -12,7 +12,7 @@ int main() {
   for (const psia::Route& route : psia::kRoutes) {
     std::printf("%.*s %s", static_cast<int>(route.prefix.size()), route.prefix.data(), matches[route.match]);
     for (const psia::MethodRule& rule : route.methods) {
-      if (rule.handler != nullptr) std::printf(" %s=%d", rule.method, rule.level);
+      if (rule.handler != nullptr) std::printf(" %s=%d", rule.method, static_cast<int>(rule.level));
     }
     std::puts("");
   }
