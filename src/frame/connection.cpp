@@ -53,8 +53,8 @@ int Connection::run(Rows* rows, const char* format, ...) {
 int Connection::run_with(Rows* rows, const char* format, std::va_list arguments) {
   if (!is_open()) return kNotRun;
   const Statement& statement = select(format);
-  if (statement.values > kMaxValues) return kNotRun;
-  Value values[kMaxValues];
+  if (statement.values > kMostValues) return kNotRun;
+  Value values[kMostValues];
   for (unsigned i = 0; i < statement.values; ++i) {
     Value& value = values[i];
     value = {};
@@ -86,7 +86,7 @@ Connection::Statement& Connection::select(const char* format) {
   if (place < kept_) {
     statement = statements_[place];
   } else {
-    if (kept_ == kMaxStatements) {
+    if (kept_ == kKeptStatements) {
       sqlite3_finalize(statements_[--place].compiled);
     } else {
       ++kept_;

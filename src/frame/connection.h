@@ -51,8 +51,8 @@ class Connection {
 
  private:
   // The service has some fifty statements, of which a client uses a few all the time. Each takes 2 to 6 kB.
-  static constexpr std::size_t kMaxStatements = 32;
-  static constexpr std::size_t kMaxValues = 16;  // of a statement
+  static constexpr std::size_t kKeptStatements = 32;
+  static constexpr std::size_t kMostValues = 16;  // of a statement
 
   struct Statement {
     const char* format;  // a literal, which its address identifies
@@ -75,8 +75,8 @@ class Connection {
   void forget_all();
   void forget_first();
 
-  sqlite3* database_ = nullptr;                         // null while closed
-  std::array<Statement, kMaxStatements> statements_{};  // the last used one first
+  sqlite3* database_ = nullptr;                          // null while closed
+  std::array<Statement, kKeptStatements> statements_{};  // the last used one first
   std::size_t kept_ = 0;
 };
 

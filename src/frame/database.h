@@ -12,7 +12,6 @@
 
 namespace psia {
 
-
 /// The service's connections. A lock held by a daemon is waited for up to 1.05 s per statement, then the
 /// statement fails. How statements are written is said at Connection.
 class Database {
