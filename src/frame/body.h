@@ -37,14 +37,10 @@ class Body {
   std::size_t size_ = 0;
 };
 
-/// Stores the body in the file `path`, replacing it. Returns:
-///  0: stored. When fewer bytes come than announced, the file ends with the last complete piece of 1024
-///  bytes.
-/// -1: the length is missing, negative or above kMaxBodyInFile and the file is unchanged, or the file cannot
-/// be
-///     opened.
-/// -2: a write failed.
-/// -3: closing the file failed.
+/// Stores the body in the file `path`, replacing it. Returns 0 when it was stored. When fewer bytes come than
+/// announced, it also returns 0, and the file ends with the last complete piece of 1024 bytes. Returns -1
+/// when the length is missing, negative or above kMaxBodyInFile, which leaves the file unchanged, or when the
+/// file cannot be opened; -2 when a write failed; -3 when closing the file failed.
 [[nodiscard]] int save_body(const Request& request, const char* path);
 
 }  // namespace psia
