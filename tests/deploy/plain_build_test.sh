@@ -34,7 +34,7 @@ same "without units and documents, these files are installed" "./libexec/psia/ps
 wanted "the start script names the place of the program" \
   grep '^PROGRAM=/opt/camera/libexec/psia/psia.fcgi$' root/opt/camera/share/psia/psia.init
 same "no program and no set-up keeps a path of another camera" "" \
-  "$(grep -rE '/usr/local|mtdblock7|updownload' root build/deploy)"
+  "$(grep -rlE '/usr/local|mtdblock7|updownload' root build/deploy)"
 wanted "the start script waits for the settings" \
   grep '^DATABASE=/data/settings/morvid.db$' root/opt/camera/share/psia/psia.init
 wanted "the unit lets the service write to its folders" \

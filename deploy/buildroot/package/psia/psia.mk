@@ -27,10 +27,10 @@ define PSIA_USERS
 	psia -1 psia -1 * - - - PSIA management service
 endef
 
-# The units are installed by CMake. Its copy of the script has this build's
-# paths.
+# CMake installs the units, and a copy of the script that names the paths of
+# this build.
 define PSIA_INSTALL_INIT_SYSV
-	$(INSTALL) -D -m 0755 $(PSIA_BUILDDIR)/deploy/psia.init \
+	$(INSTALL) -D -m 0755 $(TARGET_DIR)/usr/share/psia/psia.init \
 		$(TARGET_DIR)/etc/init.d/S45psia
 endef
 

@@ -23,7 +23,7 @@ EXTRA_OECMAKE = "-DCMAKE_BUILD_TYPE=MinSizeRel -DPSIA_TESTS=OFF -DPSIA_DOCUMENTS
 
 do_install:append() {
     if ${@bb.utils.contains('DISTRO_FEATURES', 'sysvinit', 'true', 'false', d)}; then
-        install -D -m 0755 ${B}/deploy/psia.init ${D}${sysconfdir}/init.d/psia
+        install -D -m 0755 ${D}${datadir}/psia/psia.init ${D}${sysconfdir}/init.d/psia
     fi
     if ${@bb.utils.contains('PACKAGECONFIG', 'camera-daemons', 'true', 'false', d)}; then
         install -D -m 0755 ${B}/camera-daemons ${D}${sbindir}/camera-daemons
