@@ -6,6 +6,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 # Ctrl-C ends the script at once, also when the program that it waits for ends as if it had failed.
 trap 'exit 130' INT
 export NO_COLOR=1
+# Python keeps the compiled modules of the simulated camera there instead of beside them.
+export PYTHONPYCACHEPREFIX="$PWD/build/pycache"
 # For lighttpd and ip, whose directories are often missing in an ordinary user's PATH.
 export PATH="$PATH:/usr/sbin:/sbin"
 

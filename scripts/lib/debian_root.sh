@@ -83,5 +83,6 @@ in_root() {
     mount --rbind /dev "$root/dev"
     cat /etc/resolv.conf >"$root/etc/resolv.conf"
     exec chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" LC_ALL=C.UTF-8 \
+      PYTHONPYCACHEPREFIX=/psia/build/pycache \
       bash -c "trap \"exit 130\" INT; set -e; cd /psia; $2"' bash "$place" "$2"
 }

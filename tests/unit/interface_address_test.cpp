@@ -33,10 +33,10 @@ TEST(IpCheck, RefusesAGatewayOfAnotherNetworkAsABadAddress) {
 // The host part must be neither all zeros nor all ones, wherever the mask ends.
 TEST(IpCheck, RefusesNetworkAndBroadcastAddressesOfEveryMaskLength) {
   const auto quad = [](std::uint32_t number) { return std::string(inet_ntoa({htonl(number)})); };
-  constexpr std::uint32_t kAnyAddress = 0x0A55AAC3;  // with ones and zeros in each octet
+  constexpr std::uint32_t any_address = 0x0A55AAC3;  // with ones and zeros in each octet
   for (int length = 8; length <= 31; ++length) {
     const std::uint32_t mask = ~0U << (32 - length);
-    const std::uint32_t network = kAnyAddress & mask;
+    const std::uint32_t network = any_address & mask;
     const std::uint32_t last = ~mask;
     const auto is_edge = [last](std::uint32_t host) { return host == 0 || host == last; };
     // Also hosts whose lowest octet alone is all ones or all zeros, which are good.
