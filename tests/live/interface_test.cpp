@@ -30,7 +30,7 @@ std::string ip(const std::string& commands) {
 class InterfaceTest : public testing::Test {
  protected:
   void SetUp() override {
-    ip("link set eth0 down\nlink set eth0 address 02:00:00:00:00:10 addrgenmode none\naddr flush dev eth0\n"
+    ip("link set eth0 down\nlink set eth0 address 02:0a:0b:0c:0d:10 addrgenmode none\naddr flush dev eth0\n"
        "link set eth0peer addrgenmode none\naddr flush dev eth0peer\n"
        "link set eth0 up\naddr add 192.168.1.10/24 brd + dev eth0\nroute replace default via 192.168.1.1 dev eth0");
   }
@@ -79,7 +79,7 @@ TEST_F(InterfaceTest, ChoosesAGlobalIpv6AddressThenOneSetByHandThenTheDerivedOne
     EXPECT_EQ(interface_ipv6_text("eth0-and-more"), texts.ipv6);
     return std::string(texts.ipv6.data());
   };
-  const std::string derived = "fe80::ff:fe00:10";  // from the hardware address
+  const std::string derived = "fe80::a:bff:fe0c:d10";  // from the hardware address
   const std::string by_hand = "fe80::1";
   EXPECT_EQ(chosen_of({derived}), derived);
   EXPECT_EQ(chosen_of({by_hand, derived}), by_hand);

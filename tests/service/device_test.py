@@ -4,13 +4,12 @@ import subprocess
 
 import pytest
 
-from answers import OK, UNAUTHORIZED, elements, offset_of
+from answers import UNAUTHORIZED, elements, offset_of
 from camera import DEFAULTS, DIRECTORY, FACTORY_DATA
 
 INFO = "/PSIA/System/deviceInfo"
 STATUS = "/PSIA/System/status"
 LONGEST_IDENTIFIER = 39
-LONGEST_NAME = 31
 SERIAL_NUMBER_AT = 256  # byte of the factory data; 31 characters and a zero byte
 HALF_PAST_FIVE = (5 * 60 + 30) * 60  # seconds
 
@@ -80,16 +79,6 @@ def test_a_new_identifier_is_stored_in_both_databases_and_closes_the_first(camer
     assert shown["firmwareVersion"] == "0.0.0.0"
     assert shown["firmwareReleasedDate"] == "000000"
     assert camera.call("GET", INFO) == UNAUTHORIZED
-
-
-@pytest.mark.parametrize("names, stored", [
-    pytest.param("<deviceName>first</deviceName><DEVICENAME>&lt;last</DEVICENAME>", "<last",
-                 id="the last counts"),
-    pytest.param(f"<deviceName>{LONGEST_NAME * 'n'}x</deviceName>", LONGEST_NAME * "n", id="truncated"),
-])
-def test_the_device_name_is_stored(camera, names, stored):
-    body = f"<deviceinfo>{names}</deviceinfo>"
-    assert camera.effects("PUT", INFO, body) == [f"Network.DDNSHostname = {stored}", OK]
 
 
 @pytest.mark.parametrize("content, seconds", [

@@ -11,6 +11,11 @@ SYSTEM_CALLS = {"x86_64": {"read": [0], "write": [1], "poll": [7, 271], "msgsnd"
                 "aarch64": {"read": [63], "write": [64], "poll": [73], "msgsnd": [189],
                             "clock_nanosleep": [115], "accept": [202, 242]}}[os.uname().machine]
 
+# A statement tries seven times to get a lock, and sleeps so many milliseconds in between.
+ATTEMPTS_AT_A_LOCK = 7
+WAIT_FOR_A_LOCK = 50 + 100 + 150 + 200 + 250 + 300
+LOCKS_OF_A_LOGIN = 2
+
 
 class FaultPlan(ctypes.Structure):
     """What the fault library in the service is told, and tells."""

@@ -1,17 +1,40 @@
-"""One operation of a request fails: an allocation, a lock, a write or a flush. Then the process is killed."""
+"""One operation of a request fails: an allocation, a lock, a read, a write or a flush. Each in its turn."""
 import itertools
 import os
-import pathlib
 import re
-import signal
-import time
 
 import pytest
 
+from answers import OK
 from camera import DATABASE, FaultPlan
+from faults import ATTEMPTS_AT_A_LOCK
+from simulator.settings import FACTORY_ROWS
 
 USERS = "/PSIA/Security/AAA/users"
-FACTORY_ROWS = (pathlib.Path(__file__).parents[2] / "simulator/factory.sql").read_text()
+# Kinds of operations, and how many of them fail one after the other.
+MEMORY = pytest.param(FaultPlan.MEMORY, 1, id="memory", marks=pytest.mark.memory)
+LOCK = pytest.param(FaultPlan.LOCK, ATTEMPTS_AT_A_LOCK, id="lock")
+WRITE = pytest.param(FaultPlan.WRITE, 1, id="write")
+FLUSH = pytest.param(FaultPlan.SYNC, 1, id="flush")
+READ = pytest.param(FaultPlan.READ, 1, id="read")
+
+
+def each_failing(camera, kind, failures):
+    """Makes the first operation of the kind fail, then the second and so on, until a request has no more of
+    them. Gives their numbers; a request is to be sent for each."""
+    for number in itertools.count():
+        os.utime(DATABASE)  # so that its pages are read again
+        camera.plan.let_fail(kind, skip=number, fail=failures)
+        yield number
+        camera.plan.kind = 0
+        if camera.plan.fail == failures:
+            assert number > 0, "There was no operation of this kind."
+            return
+
+
+def without_answer(effects):
+    """The changes, messages and printed lines among the effects."""
+    return [line for line in effects if not re.match("status|Status|Content-Length|reported", line)]
 
 
 def restore_rows(camera):
@@ -19,63 +42,66 @@ def restore_rows(camera):
     camera.execute(f"begin; {''.join(f'delete from {table};' for table in tables)} {FACTORY_ROWS} commit")
 
 
-@pytest.mark.parametrize("kind, fail", [
-    pytest.param(FaultPlan.MEMORY, 1, id="memory", marks=pytest.mark.memory),
-    pytest.param(FaultPlan.LOCK, 7, id="lock"),  # at the seventh attempt a statement gives up
-    pytest.param(FaultPlan.WRITE, 1, id="write"),
-    pytest.param(FaultPlan.SYNC, 1, id="flush"),
-    pytest.param(FaultPlan.READ, 1, id="read"),
-])
-@pytest.mark.parametrize("method, uri, body", [
-    ("GET", "/PSIA/System/deviceInfo", ""),
-    ("PUT", USERS, "<UserList><User><userName>guest</userName><password>sent</password></User></UserList>"),
-    ("PUT", "/PSIA/System/Network/interfaces/eth0/ipAddress", """
+@pytest.mark.parametrize("kind, failures", [MEMORY, LOCK, READ])
+def test_a_read_that_fails_at_any_operation_changes_nothing(faulty_camera, kind, failures):
+    faulty_camera.plan.speed = 100
+    for number in each_failing(faulty_camera, kind, failures):
+        # It also looks for the identifier of the device, which must not be taken for missing.
+        effects = faulty_camera.effects("GET", "/PSIA/System/deviceInfo")
+        assert without_answer(effects) == [], f"operation {number}"
+        assert effects or kind == FaultPlan.MEMORY, f"no answer, operation {number}"
+
+
+@pytest.mark.parametrize("kind, failures", [MEMORY, LOCK, WRITE, FLUSH, READ])
+@pytest.mark.parametrize("uri, body, tells_failures", [
+    pytest.param(USERS, """
+        <UserList>
+          <User><userName>guest</userName><password>sent</password></User>
+        </UserList>""", True, id="users"),
+    pytest.param("/PSIA/System/Network/interfaces/eth0/ipAddress", """
         <IPAddress>
           <ipVersion>v4</ipVersion>
           <addressingType>static</addressingType>
           <ipAddress>10.0.0.7</ipAddress>
-        </IPAddress>"""),
-    ("PUT", "/PSIA/Streaming/channels/1", """
-        <StreamingChannel><Video><constantBitRate>77</constantBitRate></Video></StreamingChannel>"""),
-    ("PUT", "/PSIA/Custom/Event/notification/mailing/Mail-1", """
-        <MailingNotification><id>Mail-1</id><hostName>sent.example</hostName></MailingNotification>"""),
+        </IPAddress>""", True, id="address"),
+    pytest.param("/PSIA/Streaming/channels/1", """
+        <StreamingChannel>
+          <Video><constantBitRate>77</constantBitRate></Video>
+        </StreamingChannel>""", True, id="channel"),
+    pytest.param("/PSIA/Custom/Event/notification/mailing/Mail-1", """
+        <MailingNotification>
+          <id>Mail-1</id>
+          <hostName>sent.example</hostName>
+        </MailingNotification>""", False, id="mail server"),
 ])
-def test_nothing_happens_but_what_was_asked_for(faulty_camera, method, uri, body, kind, fail):
-    camera = faulty_camera
-    camera.plan.speed = 100
-    good = done = camera.effects(method, uri, body)
-    for number in itertools.count():
+def test_a_change_that_fails_at_any_operation_leaves_a_beginning_of_its_effects(
+        faulty_camera, uri, body, tells_failures, kind, failures):
+    faulty_camera.plan.speed = 100
+    whole = faulty_camera.effects("PUT", uri, body)
+    assert whole[-1] == OK
+    restore_rows(faulty_camera)
+    for number in each_failing(faulty_camera, kind, failures):
+        effects = faulty_camera.effects("PUT", uri, body)
+        done = without_answer(effects)
+        assert done == whole[:len(done)], f"operation {number}"
+        assert effects != done or kind == FaultPlan.MEMORY, f"no answer, operation {number}"
+        if effects[-1:] == [OK] and tells_failures:
+            assert effects == whole, f"OK for a part, operation {number}"
         if done:
-            restore_rows(camera)
-        os.utime(DATABASE)  # so that its pages are read again
-        camera.plan.let_fail(kind, skip=number, fail=fail)
-        effects = camera.effects(method, uri, body)
-        camera.plan.kind = 0
-        if camera.plan.fail == fail:
-            break  # the request has no more operations of this kind
-        done = [line for line in effects if not re.match("status|Status|Content-Length|reported", line)]
-        assert done == good[:len(done)], f"operation {number}"
-        if effects[-1:] == ["status 1"] and "Event" not in uri:  # whose changes are always answered with 1
-            assert done == good[:-1], f"operation {number}"
-        assert kind == FaultPlan.MEMORY or len(effects) > len(done), f"no answer, operation {number}"
-    assert effects == good
-    assert camera.rows("pragma integrity_check") == [("ok",)]
+            restore_rows(faulty_camera)
+    assert effects == whole  # of the last request, of which nothing failed
+    assert faulty_camera.rows("pragma integrity_check") == [("ok",)]
 
 
-@pytest.mark.parametrize("kind", [
-    pytest.param(FaultPlan.MEMORY, id="memory", marks=pytest.mark.memory),
-    pytest.param(FaultPlan.READ, id="read"),
-])
-def test_a_list_is_never_shown_in_part(faulty_camera, kind):
-    camera = faulty_camera
-    camera.execute("".join(f"insert into User values ('user-{number}', 'secret', 2);" for number in range(500)))
-    for number in itertools.count():
-        whole = camera.call("GET", USERS)  # which compiles the statements that the last fault ended
-        os.utime(DATABASE)  # so that its pages are read again
-        camera.plan.let_fail(kind, skip=number)
-        answer = camera.call("GET", USERS)
-        camera.plan.kind = 0
-        assert answer == whole or "<User " not in answer, f"operation {number}"
-        if camera.plan.fail == 1:
-            break
-    assert number > 5 and whole.count("<User ") > 500
+@pytest.mark.parametrize("kind, failures", [MEMORY, READ])
+def test_a_list_is_never_shown_in_part(faulty_camera, kind, failures):
+    faulty_camera.execute("".join(
+        f"insert into User values ('user-{number}', 'secret', 2);" for number in range(500)))
+    whole = faulty_camera.call("GET", USERS)
+    assert whole.count("<User ") > 500
+    for number in each_failing(faulty_camera, kind, failures):
+        shown = faulty_camera.call("GET", USERS)
+        assert shown == whole or "<User " not in shown, f"operation {number}"
+        faulty_camera.plan.kind = 0
+        faulty_camera.call("GET", USERS)  # which compiles the statements that the fault ended
+    assert number > 5  # pages or allocations

@@ -39,15 +39,8 @@ def test_the_video_input_shows_row_0(camera, change, frequency, brightness):
     assert camera.shown(VIDEO, "brightnessLevel") == [brightness]
 
 
-@pytest.fixture
-def second_input(camera):
-    camera.execute("""
-        insert into VideoSource (VideoSourceID, Brightness, Contrast, Hue, PowerLineFrequency, CaptureMode)
-        values (1, 11, 12, 13, 1, 0)""")
-
-
-@pytest.mark.usefixtures("second_input")
 def test_a_body_with_an_id_sets_all_levels_of_that_input(camera):
+    camera.execute("insert into VideoSource (VideoSourceID, Brightness, Hue) values (1, 11, 12)")
     number_of_128_characters = 126 * " " + "41"  # 127 of them count
     assert camera.effects("PUT", VIDEO, f"""
         <VideoInputChannel>

@@ -4,7 +4,7 @@ import subprocess
 
 import pytest
 
-from answers import DEVICE_BUSY, DEVICE_ERROR, INVALID_XML_FORMAT, OK, answer
+from answers import DEVICE_BUSY, DEVICE_ERROR, OK, answer
 from camera import REPLIES, REQUESTS, reply
 from simulator.device import EXCHANGE
 from simulator.messages import BUSY, DONE
@@ -21,15 +21,12 @@ LONGEST_QUERY = 255
 
 
 @pytest.mark.parametrize("query, effects", [
-    pytest.param("Mode=basic", SENT, id="in any case"),
     pytest.param("Mode=xULL=F", SENT, id="a second value is written over the first: FULL"),
     pytest.param("MODE=FULL=B", [DEVICE_ERROR], id="a second value is written over the first: BULL"),
     pytest.param("MODE=FULL".ljust(LONGEST_QUERY, "=") + "X", SENT,
                  id="what exceeds 255 characters is ignored"),
     pytest.param("MODE=FULL".ljust(LONGEST_QUERY - 1, "=") + "X", [DEVICE_ERROR],
                  id="255 characters count: XULL"),
-    pytest.param("MODES=FULL", [DEVICE_ERROR], id="another name"),
-    pytest.param("", [INVALID_XML_FORMAT], id="empty"),
 ])
 def test_a_factory_reset_needs_its_mode(camera, query, effects):
     assert camera.effects("PUT", "/PSIA/System/factoryReset?" + query, replies=[BUSY]) == effects

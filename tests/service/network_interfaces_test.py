@@ -3,32 +3,66 @@ import subprocess
 
 import pytest
 
+from answers import DEVICE_BUSY, DEVICE_ERROR, OK
 from camera import RESOLVER
+from simulator.messages import BUSY, DONE, FAILED
 
 INTERFACE = "/PSIA/System/Network/interfaces/eth0"
 ADDRESS = INTERFACE + "/ipAddress"
+LONGEST = 31 * "7"  # the longest text of an address that is stored
+
+
+def run_ip(*commands):
+    """Runs commands of ip(8)."""
+    subprocess.run(["ip", "-batch", "-"], input="\n".join(commands), text=True, check=True)
+
+
+def restore_factory_addresses():
+    run_ip("address flush dev eth0", "address add 192.168.1.10/24 broadcast + dev eth0",
+           "route add default via 192.168.1.1 dev eth0")
 
 
 @pytest.fixture
-def ip():
-    """Runs commands of ip(8), and at the end those that put the factory state of eth0 back."""
-    def run(*commands):
-        subprocess.run(["ip", "-batch", "-"], input="\n".join(commands), text=True, check=True)
-    yield run
-    run("address flush dev eth0", "address add 192.168.1.10/24 broadcast + dev eth0",
-        "route add default via 192.168.1.1 dev eth0")
+def no_addresses():
+    run_ip("address flush dev eth0")
+    yield
+    restore_factory_addresses()
 
 
-@pytest.mark.parametrize("commands, resolver, mask, addresses", [
-    (["address add 10.1.2.3/9 dev eth0", "route add default via 10.20.30.40 dev eth0"],
-     "search example\nnameserver 10.0.0.2", "255.128.0.0", ["10.1.2.3", "10.20.30.40", "10.0.0.2", ""]),
-    ([], "", "0.0.0.0", ["0.0.0.0", "0.0.0.0", "", ""]),
+@pytest.fixture
+def no_eth0():
+    run_ip("link set eth0 down", "link set eth0 name eth9")
+    yield
+    run_ip("link set eth9 name eth0", "link set eth0 up")
+    restore_factory_addresses()
+
+
+@pytest.mark.usefixtures("no_addresses")
+def test_the_live_state_is_shown(camera):
+    run_ip("address add 10.1.2.3/9 dev eth0", "route add default via 10.20.30.40 dev eth0")
+    RESOLVER.write_text("search example\nnameserver 10.0.0.2")
+    address, gateway, first_server, second_server = camera.shown(INTERFACE, "ipAddress")
+    assert (address, gateway) == ("10.1.2.3", "10.20.30.40")
+    assert (first_server, second_server) == ("10.0.0.2", "")
+    assert camera.shown(INTERFACE, "subnetMask") == ["255.128.0.0"]
+
+
+@pytest.mark.usefixtures("no_addresses")
+def test_without_addresses_zeros_are_shown(camera):
+    RESOLVER.write_text("")
+    address, gateway, first_server, second_server = camera.shown(INTERFACE, "ipAddress")
+    assert (address, gateway) == ("0.0.0.0", "0.0.0.0")
+    assert (first_server, second_server) == ("", "")
+    assert camera.shown(INTERFACE, "subnetMask") == ["0.0.0.0"]
+
+
+@pytest.mark.usefixtures("no_eth0")
+@pytest.mark.parametrize("uri, line", [
+    (INTERFACE, "Unable to read subnet mask!"),
+    ("/PSIA/System/deviceInfo", "Unable to read MAC address!"),
 ])
-def test_the_live_state_is_shown(camera, ip, commands, resolver, mask, addresses):
-    ip("address flush dev eth0", *commands)
-    RESOLVER.write_text(resolver)
-    assert camera.shown(INTERFACE, "subnetMask") == [mask]
-    assert camera.shown(INTERFACE, "ipAddress") == addresses  # interface, gateway, name servers
+def test_failures_of_the_kernel_are_printed(camera, uri, line):
+    assert camera.effects("GET", uri)[0] == f"printed {line}\n"
 
 
 def test_without_a_row_the_type_shown_is_dynamic(camera):
@@ -36,25 +70,26 @@ def test_without_a_row_the_type_shown_is_dynamic(camera):
     assert camera.shown(ADDRESS, "addressingType") == ["dynamic"]
 
 
-def test_later_elements_count_and_texts_are_cut_at_31_characters(camera):
-    kept, given = "7" * 31, "7" * 32
+def test_later_elements_replace_earlier_ones_and_texts_are_truncated(camera):
+    too_long = LONGEST + "x"
     assert camera.effects("PUT", INTERFACE, f"""
         <NetworkInterface>
           <id>ETH0</id>
           <IPAddress>
             <ipVersion>V4</ipVersion>
             <addressingType>STATIC</addressingType>
-            <ipAddress>{given}</ipAddress>
-            <subnetMask>{given}</subnetMask>
-            <DefaultGateway><ipAddress>b</ipAddress><ipAddress>{given}</ipAddress></DefaultGateway>
+            <ipAddress>{too_long}</ipAddress>
+            <subnetMask>{too_long}</subnetMask>
+            <DefaultGateway><ipAddress>replaced</ipAddress><ipAddress>{too_long}</ipAddress></DefaultGateway>
             <DefaultGateway></DefaultGateway>
-            <PrimaryDNS><ipAddress>c</ipAddress></PrimaryDNS>
+            <PrimaryDNS><ipAddress>cleared</ipAddress></PrimaryDNS>
             <PrimaryDNS></PrimaryDNS>
-            <SecondaryDNS><ipAddress>{given}</ipAddress></SecondaryDNS>
+            <SecondaryDNS><ipAddress>{too_long}</ipAddress></SecondaryDNS>
           </IPAddress>
-        </NetworkInterface>
-        """) == [f"Network.IPAddress = {kept}", f"Network.SubnetMask = {kept}", f"Network.Gateway = {kept}",
-                 "message 31 addressing", f"message 33 name servers: servers = -{kept}", "status 1"]
+        </NetworkInterface>""") == [
+            f"Network.IPAddress = {LONGEST}", f"Network.SubnetMask = {LONGEST}",
+            f"Network.Gateway = {LONGEST}",
+            "message 31 addressing", f"message 33 name servers: servers = -{LONGEST}", OK]
 
 
 def test_a_static_address_ends_the_dynamic_one(camera):
@@ -66,34 +101,36 @@ def test_a_static_address_ends_the_dynamic_one(camera):
         </IPAddress>""")[0] == "Network.ConnectionType = 0"
 
 
-@pytest.mark.parametrize("kind, replies, effects", [
-    ("static", [0, 1], ["message 31 addressing", "message 33 name servers: servers = %s'%%n-", "status 2"]),
-    ("static", [1], ["message 31 addressing", "status 2"]),
-    ("static1", [2], ["Network.ConnectionType = 1", "message 31 addressing", "status 3"]),  # that is dynamic
-])
-def test_the_reply_to_the_last_message_is_the_answer(camera, kind, replies, effects):
+def put_name_server(camera, addressing_type, replies):
+    """The effects of an address that is stored already, and a name server, which is sent but not stored."""
     camera.execute("update Network set IPAddress='a', SubnetMask='', Gateway=''")
-    assert camera.effects("PUT", ADDRESS, f"""
+    return camera.effects("PUT", ADDRESS, f"""
         <IPAddress>
-          <addressingType>{kind}</addressingType>
+          <addressingType>{addressing_type}</addressingType>
           <ipAddress>a</ipAddress>
           <PrimaryDNS><ipAddress>%s'%%n</ipAddress></PrimaryDNS>
-          <SecondaryDNS><ipAddress>b</ipAddress></SecondaryDNS>
+          <SecondaryDNS><ipAddress>cleared</ipAddress></SecondaryDNS>
           <SecondaryDNS></SecondaryDNS>
-        </IPAddress>""", replies) == effects
+        </IPAddress>""", replies)
 
 
-def test_failures_of_the_kernel_are_printed(camera, ip):
-    ip("link set eth0 down", "link set eth0 name eth9")
-    interface, device = (camera.effects("GET", uri)[0] for uri in (INTERFACE, "/PSIA/System/deviceInfo"))
-    ip("link set eth9 name eth0", "link set eth0 up")
-    assert interface == "printed Unable to read subnet mask!\n"
-    assert device == "printed Unable to read MAC address!\n"
+def test_the_reply_to_the_last_message_is_the_answer(camera):
+    assert put_name_server(camera, "static", [DONE, BUSY]) == [
+        "message 31 addressing", "message 33 name servers: servers = %s'%%n-", DEVICE_BUSY]
 
 
-@pytest.mark.parametrize("uri, body, code", [
-    (INTERFACE, "<IPAddress/>", 5),
-    (ADDRESS, "<IPAddress><addressingType>static</addressingType><ipAddress>'</ipAddress></IPAddress>", 3),
-])
-def test_a_change_that_is_refused_does_nothing(camera, uri, body, code):
-    assert camera.effects("PUT", uri, body) == [f"status {code}"]
+def test_name_servers_are_not_sent_when_the_addressing_was_not_done(camera):
+    assert put_name_server(camera, "static", [BUSY]) == ["message 31 addressing", DEVICE_BUSY]
+
+
+def test_any_type_but_static_is_dynamic_and_sends_no_name_servers(camera):
+    assert put_name_server(camera, "static1", [FAILED]) == [
+        "Network.ConnectionType = 1", "message 31 addressing", DEVICE_ERROR]
+
+
+def test_the_daemons_are_not_told_of_an_address_that_cannot_be_stored(camera):
+    assert camera.effects("PUT", ADDRESS, """
+        <IPAddress>
+          <addressingType>static</addressingType>
+          <ipAddress>'</ipAddress>
+        </IPAddress>""") == [DEVICE_ERROR]

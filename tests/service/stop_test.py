@@ -6,6 +6,7 @@ import pytest
 
 from answers import DEVICE_BUSY, DEVICE_ERROR, LOGGED_IN, NO_RESOURCE, OK, answer, elements
 from camera import REPLIES, REQUESTS, FaultPlan, reply
+from faults import LOCKS_OF_A_LOGIN, WAIT_FOR_A_LOCK
 from peers import let_pass, peer, seconds, up_to_uri
 from simulator.messages import DONE, FAILED
 
@@ -13,7 +14,6 @@ INFO = "/PSIA/System/deviceInfo"
 REBOOT = "/PSIA/System/reboot"
 CHANNEL = "/PSIA/Streaming/channels/1"
 TIMEOUT_AFTER_STOP = 1.5  # seconds without a byte
-WAIT_FOR_A_LOCK = 50 + 100 + 150 + 200 + 250 + 300  # milliseconds
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGUSR1])
@@ -106,8 +106,7 @@ def test_a_list_ends_between_two_messages(camera):
 
 def test_one_wait_for_a_lock_is_the_last(faulty_camera):
     faulty_camera.plan.speed = 4
-    login = 2  # locks
-    faulty_camera.plan.let_fail(FaultPlan.LOCK, skip=login, fail=1000)
+    faulty_camera.plan.let_fail(FaultPlan.LOCK, skip=LOCKS_OF_A_LOGIN, fail=1000)
     with peer(faulty_camera, "GET", INFO) as client:  # which queries the database four times
         faulty_camera.wait_until_blocked_in("clock_nanosleep")
         faulty_camera.process.send_signal(signal.SIGTERM)

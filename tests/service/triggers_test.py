@@ -63,7 +63,6 @@ def test_without_a_sensor_a_read_is_refused(camera, sensors, uri):
 
 @pytest.mark.usefixtures("other_links")
 @pytest.mark.parametrize("name, method, relay, ftp, mail", [
-    pytest.param("Mail-21", "smtp", -1, -1, 21, id="a mail server"),
     pytest.param("n" * 128, "ftp", -1, 11, -1, id="127 characters of a name count"),
     pytest.param("FTP-1", "IO", -1, -1, -1, id="an FTP server is no relay"),
 ])
