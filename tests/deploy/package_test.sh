@@ -32,9 +32,12 @@ command=$(sed -n 's|^ *\(tar .*\) psia-\*\.tar\.gz .*|\1|p' "$documents/installa
 for tar in tar "busybox tar"; do
   rm -rf tgz/usr
   # shellcheck disable=SC2086  # a command and its options
-  wanted "the documented command unpacks the tarball with $tar" ${command/#tar -C \//$tar -C tgz/} psia-own.tar.gz
-  same "unpacked with $tar, everything belongs to the user who unpacks" "" "$(find tgz -mindepth 1 ! -user "$(id -un)")"
-  wanted "the tarball's program is the .deb's" cmp tgz/usr/libexec/psia/psia.fcgi deb/usr/libexec/psia/psia.fcgi
+  wanted "the documented command unpacks the tarball with $tar" \
+    ${command/#tar -C \//$tar -C tgz/} psia-own.tar.gz
+  same "unpacked with $tar, everything belongs to the user who unpacks" "" \
+    "$(find tgz -mindepth 1 ! -user "$(id -un)")"
+  wanted "the tarball's program is the .deb's" \
+    cmp tgz/usr/libexec/psia/psia.fcgi deb/usr/libexec/psia/psia.fcgi
 done
 
 depends=$(dpkg-deb --field "psia_1.0_$architecture.deb" Depends)
@@ -50,7 +53,6 @@ holds "psia-camera-daemons_1.0_$architecture.deb" /usr/sbin/camera-daemons
 
 program=deb/usr/libexec/psia/psia.fcgi
 wanted "the packed program tells its version" grep -x 'psia.fcgi [0-9.]*' <<<"$($program --version)"
-# Without input of its own, script(1) would stop as soon as it changes the mode of the terminal: timeout(1) has taken it
-# out of the terminal's foreground.
+# timeout(1) takes script(1) out of the terminal's foreground, where it would be stopped if the terminal were its input.
 said=$(timeout 10 script --quiet --command "$program" /dev/null </dev/null) || true
 wanted "on a terminal the program says how it is started instead of waiting" grep FastCGI <<<"$said"
