@@ -176,7 +176,7 @@ def test_a_file_that_is_copied_over_it_is_used_when_it_is_whole(camera, rearrang
     assert camera.effects("DELETE", GUEST) == DELETED
 
 
-def test_a_database_that_replaces_a_file_that_was_none_is_used(unstarted_camera):
+def test_a_database_that_replaces_a_damaged_file_is_used(unstarted_camera):
     content = DATABASE.read_bytes()
     DATABASE.write_bytes(b"X" + content[1:])  # the first byte of SQLite's mark
     unstarted_camera.start_service()

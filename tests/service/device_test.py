@@ -84,7 +84,7 @@ def test_a_new_identifier_is_stored_in_both_databases_and_closes_the_first(camer
 @pytest.mark.parametrize("content, seconds", [
     pytest.param("2147483648.5 1\n", "2147483647", id="more than an int holds"),
     pytest.param("12345.67\n2345.12\n", "0", id="the first line must hold two numbers"),
-    pytest.param("77 5".rjust(35) + "\n", "77", id="35 characters are read"),
+    pytest.param("77 5".rjust(35) + "\n", "77", id="35 characters are read, here spaces and the numbers"),
 ])
 def test_the_status_shows_the_uptime(camera, uptime_file, content, seconds):
     uptime_file.write_text(content)

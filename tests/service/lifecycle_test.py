@@ -62,8 +62,8 @@ def test_a_stop_that_the_parent_blocked_ends_it(unstarted_camera, blocked_signal
 
 
 @pytest.fixture
-def queues_with_the_number_0():
-    """Queues that are made while the service waits for them, in an IPC namespace where there were none."""
+def create_queues():
+    """Creates both queues, the first ones in a new IPC namespace. So the first one has the number 0."""
     current = os.open("/proc/self/ns/ipc", os.O_RDONLY)
     new_ipc_namespace = 0x08000000
     assert libc.unshare(new_ipc_namespace) == 0
@@ -76,13 +76,13 @@ def queues_with_the_number_0():
     os.close(current)
 
 
-def test_requests_wait_until_both_queues_are_there(faulty_camera, queues_with_the_number_0):
+def test_requests_wait_until_both_queues_are_there(faulty_camera, create_queues):
     faulty_camera.stop_service()
     faulty_camera.plan.speed = 20
     faulty_camera.start_service()
     with peer(faulty_camera, "GET", NO_RESOURCE) as early:
         faulty_camera.wait_until_blocked_in("clock_nanosleep")
-        queues_with_the_number_0()
+        create_queues()
         assert early.receive()[0] == LOGGED_IN
     assert faulty_camera.effects("PUT", AUDIO, "<AudioChannel/>") == SWITCHED_OFF
 

@@ -34,7 +34,7 @@ def test_a_range_begins_at_its_hours_and_ends_at_its_minutes(camera, begin_time,
         </TimeBlock></TimeBlockList></EventSchedule>""") == stored(MONDAY, start, end)
 
 
-def test_the_last_day_is_armed_over_the_longest_range_of_all_days(camera):
+def test_the_last_day_gets_the_earliest_begin_and_the_latest_end_of_all_days(camera):
     assert camera.effects("PUT", SCHEDULE, """
         <EventSchedule>
           <TimeBlockList><TimeBlock>

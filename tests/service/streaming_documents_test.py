@@ -166,4 +166,4 @@ def test_an_encoder_or_a_row_that_is_not_there_is_a_device_error(camera, stateme
 def test_without_a_row_an_encoder_has_usual_values(camera):
     camera.execute("delete from VideoEncoder")
     assert camera.shown(MASTER, "fixedQuality") == ["50"]
-    assert camera.shown(MASTER, "keyFrameInterval") == ["1000"]
+    assert camera.shown(MASTER, "keyFrameInterval") == ["1000"]  # 15 frames, 15 a second

@@ -26,7 +26,8 @@ def test_two_percent_signs_are_shown_as_stored_for_one_stream_and_halved_twice_f
 
 
 def test_one_stream_without_viewers_is_a_device_error(camera):
-    camera.execute("update ClientList set StreamName='slave-0'")  # stored names are case-sensitive
+    # All viewers watch a stream that there is not, since stored names are case-sensitive.
+    camera.execute("update ClientList set StreamName='slave-0'")
     assert camera.effects("GET", CHANNELS + "Slave-0/status") == [DEVICE_ERROR]
     assert camera.effects("GET", CHANNELS + "1/status") == [DEVICE_ERROR]
 

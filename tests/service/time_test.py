@@ -156,7 +156,7 @@ def test_a_zone_that_is_set_holds_for_times_but_is_not_stored(camera):
 
 def test_a_zone_that_is_no_rule_changes_nothing(camera):
     assert put_zone(camera, "AAA-5:30") == OK
-    assert put_zone(camera, "AAA24") == DEVICE_ERROR
+    assert put_zone(camera, "AAA24") == DEVICE_ERROR  # an offset has less than 24 hours
     assert shown_zone(camera) == ("AAA-5:30", HALF_PAST_FIVE)
 
 

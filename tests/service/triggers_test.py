@@ -53,8 +53,8 @@ def test_the_trigger_is_named_by_the_alias_of_the_sensor_or_by_the_url(camera, s
 
 
 @pytest.mark.parametrize("sensors, uri", [
-    pytest.param(0, TRIGGERS, id="triggers without a sensor"),
-    pytest.param(-1, EVENT, id="events with less than none"),  # though the triggers are shown then
+    pytest.param(0, TRIGGERS, id="the list of triggers, which is shown with a number of -1"),
+    pytest.param(-1, EVENT, id="all events, which need 1 or more"),
 ])
 def test_without_a_sensor_a_read_is_refused(camera, sensors, uri):
     camera.execute(f"update Spec set Sensor={sensors}")
