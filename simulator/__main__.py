@@ -1,4 +1,4 @@
-"""The commands of the simulated camera: python3 -m simulator COMMAND, or python3 PATH-OF-THIS-FOLDER COMMAND."""
+"""The commands of the simulated camera: python3 -m simulator COMMAND, or python3 FOLDER COMMAND."""
 import importlib
 import os
 import sys
