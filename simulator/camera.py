@@ -11,13 +11,14 @@ import pathlib
 import re
 import signal
 import socket
+import subprocess
 import time
+from argparse import Namespace
 from collections.abc import Callable
 
 from simulator import Fault, clock, daemons, device, messages, settings
 from simulator.front import WebServer
 from simulator.journal import Journal
-from simulator.options import Options
 from simulator.processes import Service
 from simulator.relay import Exchange, Relay
 from simulator.uploads import Uploads
@@ -51,7 +52,7 @@ class Camera:
     """For a process that has entered the device. Each line on the terminal starts with the prefix. `ready` is
     called once, when the service has been started."""
 
-    def __init__(self, options: Options, prefix: str, ready: Callable[[], None]) -> None:
+    def __init__(self, options: Namespace, prefix: str, ready: Callable[[], None]) -> None:
         self.options = options
         self.ready: Callable[[], None] | None = ready
         self.journal = Journal(prefix)
@@ -59,7 +60,7 @@ class Camera:
         self.uploads = Uploads()
         self.daemons = daemons.Daemons(self.act_on, options.answer, tell=self.tell)
         listener = listen_at(SERVICE_SOCKET)
-        self.service = Service(options.service, listener, self.journal.printed, self.journal.message)
+        self.service = Service(str(options.service), listener, self.journal.printed, self.journal.message)
         self.relay: Relay | None = None  # without one only the daemons work, and no service runs
         self.service_zone = ""  # set by a client; lost when the service ends
         self.zone = ""
@@ -77,7 +78,7 @@ class Camera:
         self.service.step()
         self.daemons.step()
         self.look_at_uploads()
-        self.journal.end_request(self.watch.changes())
+        self.journal.end_request(exchange, self.watch.changes())
 
     # The daemons.
 
@@ -187,7 +188,7 @@ class Camera:
     def end(self) -> None:
         self.ending = True
 
-    async def run(self, web_server: WebServer | None, shell: int) -> int:
+    async def run(self, web_server: WebServer | None, shell: subprocess.Popen[bytes] | None) -> int:
         """Runs until SIGINT, SIGTERM or SIGHUP, until a client stops it, or until the web server or the shell
         (a process, or 0) has ended. Gives the exit status."""
         loop = asyncio.get_running_loop()
@@ -201,7 +202,7 @@ class Camera:
                 if web_server and web_server.has_ended():
                     self.journal.event("the web server has ended")
                     return 1
-                if shell and os.waitpid(shell, os.WNOHANG)[0]:
+                if shell and shell.poll() is not None:
                     return 0
                 if self.ending and give_up_at is None:
                     give_up_at = time.monotonic() + FAREWELL

@@ -8,13 +8,13 @@ import signal
 import socket
 import sys
 import time
+from argparse import Namespace
 from collections.abc import Callable
 
 from simulator import Fault, device, front, options, settings, shell
 from simulator.camera import SERVICE_SOCKET, Camera, listen_at
 from simulator.control import Control
 from simulator.front import WebServer
-from simulator.options import Options
 from simulator.processes import die_with
 from simulator.relay import Relay
 from simulator.runs import ReadyFile, announce, running
@@ -80,7 +80,7 @@ def pin_own_zone() -> None:
     time.tzset()
 
 
-def open_ports(given: Options) -> list[socket.socket]:
+def open_ports(given: Namespace) -> list[socket.socket]:
     """A listening socket for each camera."""
     firsts = range(FIRST_PORT, LAST_PORT + 1) if given.port is None else [given.port]
     for first in firsts:
@@ -104,7 +104,7 @@ def open_ports(given: Options) -> list[socket.socket]:
     raise Fault(f"Port {port} is taken.{advice}")
 
 
-def tell_ready(given: Options, ports: list[int], ready_file: ReadyFile) -> None:
+def tell_ready(given: Namespace, ports: list[int], ready_file: ReadyFile) -> None:
     """Shows the welcome and writes the ready file, once all cameras answer."""
     if not ports:
         return
@@ -132,7 +132,9 @@ def lock(directory: pathlib.Path) -> None:
         raise Fault(f"Cannot use {directory}: {error.strerror}") from error
 
 
-def run_camera(given: Options, prefix: str, listener: socket.socket | None, ready: Callable[[], None]) -> int:
+def run_camera(
+    given: Namespace, prefix: str, listener: socket.socket | None, ready: Callable[[], None]
+) -> int:
     """Runs one camera in this process. Without a listener there is no web server."""
     # Before anything is made that a signal's end would leave.
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
@@ -157,7 +159,7 @@ def run_camera(given: Options, prefix: str, listener: socket.socket | None, read
             camera.relay = Relay(web_socket, SERVICE_SOCKET, control, camera)
         else:
             camera.boot()
-        return asyncio.run(camera.run(web_server, 0 if web_socket else shell.start(given.service)))
+        return asyncio.run(camera.run(web_server, None if web_socket else shell.start(given.service)))
     finally:
         if web_server:
             web_server.stop()
@@ -168,9 +170,10 @@ def run_camera(given: Options, prefix: str, listener: socket.socket | None, read
 
 
 def run_cameras(
-    given: Options, listeners: list[socket.socket], ports: list[int], ready_file: ReadyFile
+    given: Namespace, listeners: list[socket.socket], ports: list[int], ready_file: ReadyFile
 ) -> int:
-    """Several cameras, each in a process of its own. All end when one does, or when this process is told to."""
+    """Several cameras, each in a process of its own. All end when one does, or when this process is told
+    to."""
     parent = os.getpid()
     signals = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGCHLD, ANSWERS}
     signal.pthread_sigmask(signal.SIG_BLOCK, signals)

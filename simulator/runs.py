@@ -1,4 +1,5 @@
-"""What tells of a run while it lasts: a socket by which --shell finds it, and the file that --ready-file names."""
+"""What tells of a run while it lasts: a socket by which --shell finds it, and the file that --ready-file
+names."""
 import hashlib
 import os
 import pathlib
