@@ -72,6 +72,7 @@ class Browser:
 
     def send(self, title, method, body=None, until=" ms"):
         """Chooses a resource of the list, sends, and waits for the words about the answer."""
+        eventually(lambda: self.run("return resources.length"), "the list of resources")
         self.run("""const [title, method, body] = arguments, set = (id, value) => {
             const field = document.getElementById(id); field.value = value; field.dispatchEvent(new Event('change')); };
           const url = (found) => found.url === title;
