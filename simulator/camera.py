@@ -1,9 +1,12 @@
 """The simulated camera at work: the daemons behind the queues, boots and outages, the relay in front of the
 service, and the journal of it all.
 
-States: up booted, and the service runs due booted and restart_at: a reboot or factory reset was answered; the
-outage begins at restart_at down restart_at without booted: the service is stopped, and the camera answers
-each request with 503 boot() leads back to up. ending, in any state, stops the service and then ends run()."""
+States:
+  up    booted, and the service runs
+  due   booted and restart_at: a reboot or factory reset was answered; the outage begins at restart_at
+  down  restart_at without booted: the service is stopped, and the camera answers each request with 503
+boot() leads back to up. In any state, ending stops the service and then ends run().
+"""
 import asyncio
 import contextlib
 import os
@@ -68,18 +71,6 @@ class Camera:
         self.booted_at = 0.0
         self.restart_at: float | None = None
 
-    # What the relay tells.
-
-    def begin_request(self, exchange: Exchange) -> None:
-        self.journal.begin_request(exchange)
-
-    def end_request(self, exchange: Exchange) -> None:
-        """Everything that the request caused has happened by now; the rest is to record it."""
-        self.service.step()
-        self.daemons.step()
-        self.look_at_uploads()
-        self.journal.end_request(exchange, self.watch.changes())
-
     # The daemons.
 
     def tell(self, words: str, how: str) -> None:
@@ -98,11 +89,7 @@ class Camera:
     def notice_zone_of_request(self) -> None:
         """The message holds a local time without its zone, which is that of the last PUT of the time."""
         request = self.relay.current if self.relay else None
-        if (
-            request
-            and request.method.upper() == "PUT"
-            and re.match("/PSIA/System/time(?!/)", request.url, re.I)
-        ):
+        if request and re.match("PUT /PSIA/System/time(?!/)", f"{request.method} {request.url}", re.I):
             zone = re.search(b"<timeZone>([^<]*)<", request.body_start)
             self.service_zone = (zone[1].decode(errors="replace") if zone else "") or "UTC0"
 
@@ -190,7 +177,7 @@ class Camera:
 
     async def run(self, web_server: WebServer | None, shell: subprocess.Popen[bytes] | None) -> int:
         """Runs until SIGINT, SIGTERM or SIGHUP, until a client stops it, or until the web server or the shell
-        (a process, or 0) has ended. Gives the exit status."""
+        has ended. Gives the exit status."""
         loop = asyncio.get_running_loop()
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             loop.add_signal_handler(number, self.end)
@@ -216,6 +203,13 @@ class Camera:
         finally:
             if accepting:
                 accepting.cancel()
+
+    def end_request(self, exchange: Exchange) -> None:
+        """Everything that the request caused has happened by now; the rest is to record it."""
+        self.service.step()
+        self.daemons.step()
+        self.look_at_uploads()
+        self.journal.end_request(exchange, self.watch.changes())
 
     def step(self) -> None:
         self.service.step()

@@ -155,8 +155,8 @@ def run_camera(
             listener.close()
         camera = Camera(given, prefix, ready)
         if web_socket:
-            control = Control(camera)
-            camera.relay = Relay(web_socket, SERVICE_SOCKET, control, camera)
+            notes = camera.journal.begin_request, camera.end_request
+            camera.relay = Relay(web_socket, SERVICE_SOCKET, Control(camera), *notes)
         else:
             camera.boot()
         return asyncio.run(camera.run(web_server, None if web_socket else shell.start(given.service)))
