@@ -1,26 +1,29 @@
-"""The commands of the simulated camera: python3 -m simulator COMMAND, or python3 PATH-OF-THIS-FOLDER
-COMMAND."""
+"""The commands of the simulated camera: python3 -m simulator COMMAND, or python3 FOLDER COMMAND."""
+import importlib
 import os
 import sys
 
 if not __package__:  # started by the folder's path
     sys.path[0] = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
-from simulator import Fault, board, inside, people
+from simulator import Fault
 
-COMMANDS = {"inside": inside.main, "daemons": board.main, "camera": people.main}
+# By their modules, of which only the one that is needed is loaded.
+COMMANDS = {"camera": "people", "inside": "inside", "daemons": "board"}
 
 
 def main() -> int:
     name, *arguments = sys.argv[1:] or [""]
     if name not in COMMANDS:
-        print(f"Usage: {' | '.join(COMMANDS)}", file=sys.stderr)
+        print(f"Usage: python3 -m simulator {'|'.join(COMMANDS)} [--help] ...", file=sys.stderr)
         return 2
+    command = importlib.import_module(f"simulator.{COMMANDS[name]}")
     try:
-        return COMMANDS[name](arguments)
+        status: int = command.main(arguments)
     except Fault as fault:
         print(fault, file=sys.stderr)
         return 1
+    return status
 
 
 if __name__ == "__main__":

@@ -1,9 +1,12 @@
 """The simulated camera at work: the daemons behind the queues, boots and outages, the relay in front of the
 service, and the journal of it all.
 
-States: up booted, and the service runs due booted and restart_at: a reboot or factory reset was answered; the
-outage begins at restart_at down restart_at without booted: the service is stopped, and the camera answers
-each request with 503 boot() leads back to up. ending, in any state, stops the service and then ends run()."""
+States:
+  up    booted, and the service runs
+  due   booted and restart_at: a reboot or factory reset was answered; the outage begins at restart_at
+  down  restart_at without booted: the service is stopped, and the camera answers each request with 503
+boot() leads back to up. In any state, ending stops the service and then ends run().
+"""
 import asyncio
 import contextlib
 import os
@@ -11,13 +14,14 @@ import pathlib
 import re
 import signal
 import socket
+import subprocess
 import time
+from argparse import Namespace
 from collections.abc import Callable
 
 from simulator import Fault, clock, daemons, device, messages, settings
 from simulator.front import WebServer
 from simulator.journal import Journal
-from simulator.options import Options
 from simulator.processes import Service
 from simulator.relay import Exchange, Relay
 from simulator.uploads import Uploads
@@ -51,7 +55,7 @@ class Camera:
     """For a process that has entered the device. Each line on the terminal starts with the prefix. `ready` is
     called once, when the service has been started."""
 
-    def __init__(self, options: Options, prefix: str, ready: Callable[[], None]) -> None:
+    def __init__(self, options: Namespace, prefix: str, ready: Callable[[], None]) -> None:
         self.options = options
         self.ready: Callable[[], None] | None = ready
         self.journal = Journal(prefix)
@@ -59,25 +63,13 @@ class Camera:
         self.uploads = Uploads()
         self.daemons = daemons.Daemons(self.act_on, options.answer, tell=self.tell)
         listener = listen_at(SERVICE_SOCKET)
-        self.service = Service(options.service, listener, self.journal.printed, self.journal.message)
+        self.service = Service(str(options.service), listener, self.journal.printed, self.journal.message)
         self.relay: Relay | None = None  # without one only the daemons work, and no service runs
         self.service_zone = ""  # set by a client; lost when the service ends
         self.zone = ""
         self.booted = self.ending = False
         self.booted_at = 0.0
         self.restart_at: float | None = None
-
-    # What the relay tells.
-
-    def begin_request(self, exchange: Exchange) -> None:
-        self.journal.begin_request(exchange)
-
-    def end_request(self, exchange: Exchange) -> None:
-        """Everything that the request caused has happened by now; the rest is to record it."""
-        self.service.step()
-        self.daemons.step()
-        self.look_at_uploads()
-        self.journal.end_request(self.watch.changes())
 
     # The daemons.
 
@@ -97,11 +89,7 @@ class Camera:
     def notice_zone_of_request(self) -> None:
         """The message holds a local time without its zone, which is that of the last PUT of the time."""
         request = self.relay.current if self.relay else None
-        if (
-            request
-            and request.method.upper() == "PUT"
-            and re.match("/PSIA/System/time(?!/)", request.url, re.I)
-        ):
+        if request and re.match("PUT /PSIA/System/time(?!/)", f"{request.method} {request.url}", re.I):
             zone = re.search(b"<timeZone>([^<]*)<", request.body_start)
             self.service_zone = (zone[1].decode(errors="replace") if zone else "") or "UTC0"
 
@@ -187,9 +175,9 @@ class Camera:
     def end(self) -> None:
         self.ending = True
 
-    async def run(self, web_server: WebServer | None, shell: int) -> int:
+    async def run(self, web_server: WebServer | None, shell: subprocess.Popen[bytes] | None) -> int:
         """Runs until SIGINT, SIGTERM or SIGHUP, until a client stops it, or until the web server or the shell
-        (a process, or 0) has ended. Gives the exit status."""
+        has ended. Gives the exit status."""
         loop = asyncio.get_running_loop()
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             loop.add_signal_handler(number, self.end)
@@ -201,7 +189,7 @@ class Camera:
                 if web_server and web_server.has_ended():
                     self.journal.event("the web server has ended")
                     return 1
-                if shell and os.waitpid(shell, os.WNOHANG)[0]:
+                if shell and shell.poll() is not None:
                     return 0
                 if self.ending and give_up_at is None:
                     give_up_at = time.monotonic() + FAREWELL
@@ -215,6 +203,13 @@ class Camera:
         finally:
             if accepting:
                 accepting.cancel()
+
+    def end_request(self, exchange: Exchange) -> None:
+        """Everything that the request caused has happened by now; the rest is to record it."""
+        self.service.step()
+        self.daemons.step()
+        self.look_at_uploads()
+        self.journal.end_request(exchange, self.watch.changes())
 
     def step(self) -> None:
         self.service.step()

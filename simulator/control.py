@@ -31,13 +31,10 @@ class Refusal(Exception):
 
 def cgi_answer(status: str, kind: str, text: str) -> bytes:
     body = text.encode(errors="replace")
-    header = [
-        f"Status: {status}",
-        f"Content-Type: {kind}",
-        f"Content-Length: {len(body)}",
-        "Cache-Control: no-store",
-    ]
-    return "\r\n".join([*header, "", ""]).encode() + body
+    header = (
+        f"Status: {status}\nContent-Type: {kind}\nContent-Length: {len(body)}\nCache-Control: no-store\n\n"
+    )
+    return header.replace("\n", "\r\n").encode() + body
 
 
 def level_of(exchange: Exchange) -> int:
@@ -87,11 +84,8 @@ class Control:
         except Refusal as refusal:
             text = harmless(str(refusal)) + "\n"
             return cgi_answer(refusal.status, "text/plain; charset=utf-8", text)
-        return cgi_answer(
-            "200 OK",
-            "application/json",
-            json.dumps(for_json(answer), ensure_ascii=False, separators=(",", ":")),
-        )
+        text = json.dumps(for_json(answer), ensure_ascii=False, separators=(",", ":"))
+        return cgi_answer("200 OK", "application/json", text)
 
     async def answer_or_refuse(self, exchange: Exchange) -> dict[str, Any]:
         if reason := why_foreign(exchange, self.camera.options.allow_host):
@@ -150,10 +144,8 @@ class Control:
                 raise Refusal("500 Internal Server Error", str(fault)) from fault
         elif request == "PUT /camera/answers":
             self.camera.daemons.rules = self.rules(exchange)
-            rules = decoded(exchange.body_start)
-            self.journal.event(
-                "the daemons answer as usual" + (f", but for {rules}" if rules.strip() else "")
-            )
+            but = f", but for {decoded(exchange.body_start)}" if self.camera.daemons.rules else ""
+            self.journal.event(f"the daemons answer as usual{but}")
         elif request == "PUT /camera/stop":
             self.journal.event("the camera ends, asked for over /camera/stop")
             self.camera.end()

@@ -1,5 +1,4 @@
 """The camera's daemons: what they do about each control message, and the rules by which they misbehave."""
-import errno
 import os
 import re
 import shutil
@@ -119,8 +118,10 @@ def act_on(message: Message, zone: str = "") -> Deed:
 def has_ended(process: int) -> bool:
     try:
         os.kill(process, 0)
-    except OSError as error:
-        return error.errno == errno.ESRCH
+    except (ProcessLookupError, OverflowError):
+        return True
+    except PermissionError:
+        pass  # of another user
     return False
 
 

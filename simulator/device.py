@@ -1,6 +1,7 @@
 """The device that the service finds: its files, its network interface eth0 and its message queues, in private
 namespaces, so that the unmodified service runs with its fixed paths and the machine itself does not
 change."""
+import contextlib
 import ctypes
 import fcntl
 import ipaddress
@@ -99,27 +100,19 @@ def enter(number: int = 1, keep: pathlib.Path | None = None) -> None:
     root, or unprivileged user namespaces, where the caller appears as root."""
     global own, entered
     own = identity(number)
-    enter_namespaces()
     try:
+        enter_namespaces()
         lay_out_directories(keep)
+        entered = True
+        # ip and route are in the administrator's directories, which an ordinary user's PATH often lacks.
+        os.environ["PATH"] = os.environ.get("PATH", "/usr/bin:/bin") + ":/usr/sbin:/sbin"
+        ip("link set lo up", "link add eth0 type veth peer name eth0peer", "link set eth0peer up")
+        if keep and settings.DATABASE.exists():
+            open_kept_settings()
+        else:
+            reset()
     except OSError as error:
-        raise Fault(f"Cannot lay out the camera's files: {error}\n{ADVICE}") from error
-    entered = True
-    # ip and route are in the administrator's directories, which an ordinary user's PATH often lacks.
-    os.environ["PATH"] = os.environ.get("PATH", "/usr/bin:/bin") + ":/usr/sbin:/sbin"
-    try:
-        ip(
-            "link set lo up",
-            "link add eth0 type veth peer name eth0peer",
-            "link set eth0peer up",
-            "link set eth0 up",
-        )
-    except Fault as fault:
-        raise Fault(f"{fault}\nIf the kernel lacks veth interfaces: modprobe veth.") from fault
-    if keep and settings.DATABASE.exists():
-        open_kept_settings()
-    else:
-        reset()
+        raise Fault(f"Cannot make the camera's files and queues: {error}\n{ADVICE}") from error
 
 
 def enter_namespaces() -> None:
@@ -134,16 +127,10 @@ def enter_namespaces() -> None:
     if not unshare(namespaces):
         if not unshare(NEW_USER | namespaces):
             raise Fault(f"Cannot create private namespaces: {os.strerror(ctypes.get_errno())}\n{ADVICE}")
-        try:
-            # An ordinary user may write a group map only after denying setgroups (user_namespaces(7)).
-            for name, text in ("setgroups", "deny"), ("uid_map", f"0 {user} 1"), ("gid_map", f"0 {group} 1"):
-                pathlib.Path("/proc/self", name).write_text(text)
-        except OSError as error:
-            raise Fault(f"Cannot become root in the private namespaces.\n{ADVICE}") from error
-    try:
-        mount("none", "/", flags=RECURSIVE | PRIVATE)
-    except OSError as error:
-        raise Fault(f"Cannot make the mounts private: {error.strerror}\n{ADVICE}") from error
+        # An ordinary user may write a group map only after denying setgroups (user_namespaces(7)).
+        for name, text in ("setgroups", "deny"), ("uid_map", f"0 {user} 1"), ("gid_map", f"0 {group} 1"):
+            pathlib.Path("/proc/self", name).write_text(text)
+    mount("none", "/", flags=RECURSIVE | PRIVATE)
 
 
 def cover(directory: str, keeps: Callable[[str], bool]) -> None:
@@ -152,21 +139,14 @@ def cover(directory: str, keeps: Callable[[str], bool]) -> None:
     covered = os.open(directory, os.O_PATH | os.O_DIRECTORY)  # still reaches the directory after the mount
     original = pathlib.Path(f"/proc/self/fd/{covered}")
     mount("tmpfs", directory, "tmpfs", data="mode=755")
-    for entry in original.iterdir():
+    for entry in filter(lambda entry: keeps(entry.name), original.iterdir()):
         place = pathlib.Path(directory, entry.name)
-        if not keeps(entry.name):
-            continue
         if entry.is_symlink():
             place.symlink_to(os.readlink(entry))
             continue
-        if entry.is_dir():
-            place.mkdir()
-        else:
-            place.touch()
-        try:
+        place.mkdir() if entry.is_dir() else place.touch()
+        with contextlib.suppress(FileNotFoundError):  # removed meanwhile
             mount(entry, place, flags=BIND | RECURSIVE)
-        except FileNotFoundError:
-            pass  # removed meanwhile
     os.close(covered)
 
 
@@ -238,14 +218,14 @@ def name_servers() -> list[str]:
 def ip(*commands: str) -> None:
     """Runs commands of ip(8) in one process."""
     check_entered()
+    lines = "\n".join(commands)
     try:
-        done = subprocess.run(
-            ["ip", "-batch", "-"], input="\n".join(commands), capture_output=True, text=True, check=False
-        )
+        done = subprocess.run(["ip", "-batch", "-"], input=lines, capture_output=True, text=True, check=False)
     except FileNotFoundError as error:
         raise Fault("The ip command is missing: install the package iproute2.") from error
     if done.returncode != 0:
-        raise Fault(f"The ip command failed: {done.stderr.strip()}")
+        hint = "\nIf the kernel lacks veth interfaces: modprobe veth." if "veth" in lines else ""
+        raise Fault(f"The ip command failed: {done.stderr.strip()}{hint}")
 
 
 def set_address(address: str, mask: str, gateway: str) -> None:
@@ -279,7 +259,7 @@ def apply_addressing() -> None:
     if dynamic == 1:
         set_address(own.leased_address, SUBNET_MASK, own.gateway)
     else:
-        set_address(*(text or "" for text in static))
+        set_address(*(str(text or "") for text in static))
 
 
 def live_address() -> str:

@@ -1,16 +1,15 @@
 """The web server in front of a camera, lighttpd: it serves the page and passes requests below /PSIA and
 /camera on."""
 import ipaddress
-import os
 import pathlib
 import re
 import signal
 import socket
-import sys
+import subprocess
 import time
 
 from simulator import Fault, device
-from simulator.processes import die_with
+from simulator.processes import start
 
 # In memory, so that nothing of it is left when the camera ends, however that happens. Bodies are collected
 # here before anybody's password was looked at, so it is bounded.
@@ -22,8 +21,6 @@ LOG = DIRECTORY / "lighttpd.log"
 # The limits that a camera has, from the configuration that it is shipped with.
 SHIPPED = pathlib.Path(__file__).parents[1] / "deploy/lighttpd.conf"
 
-# lighttpd takes a listening socket over by systemd's protocol, as this descriptor (sd_listen_fds(3)).
-PASSED = 3
 CONFIGURATION = """\
 server.modules = ("mod_fastcgi")
 server.systemd-socket-activation = "enable"
@@ -94,51 +91,25 @@ class WebServer:
                 socket=SOCKET,
             )
         )
-        parent = os.getpid()
-        self.process = os.fork()
-        if self.process == 0:
-            self.become_lighttpd(parent, listener, configuration)
-        self.wait_for_start()
-
-    @staticmethod
-    def become_lighttpd(parent: int, listener: socket.socket, configuration: pathlib.Path) -> None:
-        try:
-            die_with(parent)
-            os.setpgid(0, 0)  # no key on the terminal reaches it
-            os.dup2(listener.fileno(), PASSED)
-            os.set_inheritable(PASSED, True)
-            os.environ |= {"LISTEN_FDS": "1", "LISTEN_PID": str(os.getpid())}
-            os.execvp("lighttpd", ["lighttpd", "-D", "-f", str(configuration)])
-        except OSError as error:
-            print(f"Cannot start lighttpd: {error}", file=sys.stderr)
-        finally:
-            os._exit(127)
-
-    def wait_for_start(self) -> None:
+        # The listener as descriptor 3, by systemd's protocol for sockets (sd_listen_fds(3)).
+        take_over = 'LISTEN_FDS=1 LISTEN_PID=$$ exec lighttpd -D -f "$0" 3<&0 </dev/null'
+        self.process = start(["sh", "-c", take_over, str(configuration)], stdin=listener.fileno())
         deadline = time.monotonic() + 5
         while not LOG.exists() or "server started" not in LOG.read_text():
-            said = LOG.read_text() if LOG.exists() else ""
-            if self.has_ended():
-                raise Fault(f"The web server lighttpd has ended.\n{said}")
-            if time.monotonic() > deadline:
+            if self.has_ended() or time.monotonic() > deadline:
+                said = LOG.read_text() if LOG.exists() else ""
                 raise Fault(f"The web server lighttpd does not start.\n{said}")
             time.sleep(0.005)
 
     def has_ended(self) -> bool:
-        if self.process and os.waitpid(self.process, os.WNOHANG)[0]:
-            self.process = 0
-        return not self.process
+        return self.process.poll() is not None
 
     def stop(self) -> None:
         """Lets it finish the answers that it is sending; a client that does not take its answer has half a
         second."""
-        if self.has_ended():
-            return
-        os.kill(self.process, signal.SIGINT)
-        deadline = time.monotonic() + 0.5
-        while not self.has_ended() and time.monotonic() < deadline:
-            time.sleep(0.01)
-        if self.process:
-            os.kill(self.process, signal.SIGKILL)
-            os.waitpid(self.process, 0)
-            self.process = 0
+        self.process.send_signal(signal.SIGINT)
+        try:
+            self.process.wait(0.5)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()

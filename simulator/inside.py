@@ -3,6 +3,7 @@ of the documents, for example. It can import this package."""
 import argparse
 import os
 import pathlib
+import subprocess
 import sys
 import time
 
@@ -27,37 +28,36 @@ def main(arguments: list[str]) -> int:
         parser.error("the command is missing")
     device.enter()
     command = start(options.command)
-    if options.without_daemons:
-        return os.waitstatus_to_exitcode(os.waitpid(command, 0)[1]) % 256
 
     def hear(message: Message) -> None:
         with MESSAGES.open("a", errors="surrogateescape") as log:
             log.write(message.describe() + "\n")
 
     played = daemons.Daemons(daemons.act_on, hear=hear, rules=options.answer)
-    while True:
-        ended, status = os.waitpid(command, os.WNOHANG)
-        if ended:
-            return os.waitstatus_to_exitcode(status) % 256
+    if options.without_daemons:
+        command.wait()
+    while command.poll() is None:
         played.step()
         time.sleep(ROUND)
+    return max(command.returncode, -1) % 256
 
 
-def start(command: list[str]) -> int:
-    """Starts the command as process 1 of a namespace: the kernel kills the others when it ends. It dies with
-    this program."""
+def start(command: list[str]) -> subprocess.Popen[bytes]:
+    """Starts the command as process 1 of a namespace: the kernel kills the others when it ends."""
+    parent = os.getpid()
+
+    def prepare() -> None:
+        die_with(parent)
+        try:
+            device.mount("proc", "/proc", "proc")
+        except OSError as error:
+            print(f"{error} (in docker: --security-opt systempaths=unconfined)", file=sys.stderr, flush=True)
+            os._exit(1)
+
     if not device.unshare(device.NEW_PROCESSES):
         raise Fault("Cannot create a namespace of processes.")
-    parent = os.getpid()
-    process = os.fork()
-    if process != 0:
-        return process
+    path = os.pathsep.join([str(PROJECT), *os.environ.get("PYTHONPATH", "").split()])
     try:
-        die_with(parent)
-        device.mount("proc", "/proc", "proc")
-        os.environ["PYTHONPATH"] = os.pathsep.join([str(PROJECT), *os.environ.get("PYTHONPATH", "").split()])
-        os.execvp(command[0], command)
+        return subprocess.Popen(command, preexec_fn=prepare, env=os.environ | {"PYTHONPATH": path})
     except OSError as error:
-        hint = " (in docker: --security-opt systempaths=unconfined)" if error.filename == "/proc" else ""
-        print(f"Cannot start {command[0]}: {error}{hint}", file=sys.stderr)
-    os._exit(127)
+        raise Fault(f"Cannot start {command[0]}: {error.strerror}") from error

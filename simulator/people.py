@@ -1,26 +1,27 @@
 """The camera for people and test programs, or several: scripts/run starts it."""
 import asyncio
 import errno
+import fcntl
 import os
 import pathlib
-import select
 import signal
 import socket
 import sys
 import time
+from argparse import Namespace
 from collections.abc import Callable
 
 from simulator import Fault, device, front, options, settings, shell
 from simulator.camera import SERVICE_SOCKET, Camera, listen_at
 from simulator.control import Control
 from simulator.front import WebServer
-from simulator.options import Options
 from simulator.processes import die_with
 from simulator.relay import Relay
-from simulator.runs import ReadyFile, RunFile, lock, running
+from simulator.runs import ReadyFile, announce, running
 
 HELP = (pathlib.Path(__file__).parent / "help.txt").read_text()
 FIRST_PORT, LAST_PORT = 8080, 8180
+ANSWERS = signal.SIGRTMIN  # by which one of several cameras tells that it does; each counts
 WELCOME = """
 Accounts of the factory, name:password, from the most to the least privileged:
   admin:admin  operator:operator  viewer:viewer  guest:guest  and anonymous with an empty password
@@ -53,9 +54,9 @@ def main(arguments: list[str]) -> int:
         raise Fault(f"Cannot run {given.service}. Build the service first.")
     given.service = given.service.absolute()
     if given.shell:
-        for run in running(given.run_directory):
-            if given.port in (None, run.port):
-                shell.join(run.process, given.service)
+        for port, process in running(given.run_directory).items():
+            if given.port in (None, port):
+                shell.join(process, given.service)
         if given.port is not None:
             raise Fault(f"No camera of this folder runs on port {given.port}.")
         print("No camera runs: the shell is inside one with its daemons only.", flush=True)
@@ -79,7 +80,7 @@ def pin_own_zone() -> None:
     time.tzset()
 
 
-def open_ports(given: Options) -> list[socket.socket]:
+def open_ports(given: Namespace) -> list[socket.socket]:
     """A listening socket for each camera."""
     firsts = range(FIRST_PORT, LAST_PORT + 1) if given.port is None else [given.port]
     for first in firsts:
@@ -103,7 +104,7 @@ def open_ports(given: Options) -> list[socket.socket]:
     raise Fault(f"Port {port} is taken.{advice}")
 
 
-def tell_ready(given: Options, ports: list[int], ready_file: ReadyFile) -> None:
+def tell_ready(given: Namespace, ports: list[int], ready_file: ReadyFile) -> None:
     """Shows the welcome and writes the ready file, once all cameras answer."""
     if not ports:
         return
@@ -120,28 +121,31 @@ def tell_ready(given: Options, ports: list[int], ready_file: ReadyFile) -> None:
     ready_file.write("".join(f"{url}\n" for url in urls))
 
 
-def keep_lock(directory: pathlib.Path) -> None:
+def lock(directory: pathlib.Path) -> None:
     """Sees to it that no other camera keeps its settings there, as long as this process lives."""
     try:
         directory.mkdir(parents=True, exist_ok=True)
-        if lock(directory / "lock", os.O_RDWR | os.O_CREAT) is None:
-            raise Fault(f"Cannot use {directory}: another camera keeps its settings there.")
+        fcntl.flock(os.open(directory / "lock", os.O_RDWR | os.O_CREAT, 0o600), fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError as error:
+        raise Fault(f"Cannot use {directory}: another camera keeps its settings there.") from error
     except OSError as error:
         raise Fault(f"Cannot use {directory}: {error.strerror}") from error
 
 
-def run_camera(given: Options, prefix: str, listener: socket.socket | None, ready: Callable[[], None]) -> int:
+def run_camera(
+    given: Namespace, prefix: str, listener: socket.socket | None, ready: Callable[[], None]
+) -> int:
     """Runs one camera in this process. Without a listener there is no web server."""
     # Before anything is made that a signal's end would leave.
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, lambda *_: sys.exit(0))
-    run_file = RunFile(given.run_directory, listener.getsockname()[1]) if listener else None
+    announced = announce(given.run_directory, listener.getsockname()[1]) if listener else None
     web_server: WebServer | None = None
     # In the machine's file system, before the camera's covers it.
     web_socket = listen_at(given.socket) if given.socket and not given.shell else None
     try:
         if given.keep:
-            keep_lock(given.keep)
+            lock(given.keep)
         device.enter(given.number, given.keep)
         for statement in given.set:
             settings.execute(statement)
@@ -151,70 +155,54 @@ def run_camera(given: Options, prefix: str, listener: socket.socket | None, read
             listener.close()
         camera = Camera(given, prefix, ready)
         if web_socket:
-            control = Control(camera)
-            camera.relay = Relay(web_socket, SERVICE_SOCKET, control, camera)
+            notes = camera.journal.begin_request, camera.end_request
+            camera.relay = Relay(web_socket, SERVICE_SOCKET, Control(camera), *notes)
         else:
             camera.boot()
-        return asyncio.run(camera.run(web_server, 0 if web_socket else shell.start(given.service)))
+        return asyncio.run(camera.run(web_server, None if web_socket else shell.start(given.service)))
     finally:
         if web_server:
             web_server.stop()
-        if run_file:
-            run_file.remove()
+        if announced:
+            announced.close()
         if given.socket and web_socket:
             given.socket.unlink(missing_ok=True)
 
 
-def write_byte(pipe: int) -> None:
-    os.write(pipe, b"r")
-
-
 def run_cameras(
-    given: Options, listeners: list[socket.socket], ports: list[int], ready_file: ReadyFile
+    given: Namespace, listeners: list[socket.socket], ports: list[int], ready_file: ReadyFile
 ) -> int:
     """Several cameras, each in a process of its own. All end when one does, or when this process is told
     to."""
-    ready, answers = os.pipe()
-    woken, wake = os.pipe()
-    for end in (woken, wake):
-        os.set_blocking(end, False)
     parent = os.getpid()
+    signals = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGCHLD, ANSWERS}
+    signal.pthread_sigmask(signal.SIG_BLOCK, signals)
     processes = []
-    for number, (listener, port) in enumerate(zip(listeners, ports)):
+    for number, listener in enumerate(listeners):
         process = os.fork()
         if process == 0:
             status = 1
             try:
                 die_with(parent, signal.SIGTERM)
-                os.setpgid(0, 0)  # this process hears the keys of the terminal
-                own = options.read([])
-                own.__dict__.update(vars(given) | {"number": given.number + number})
-                own.keep = given.keep / str(own.number) if given.keep else None
-                status = run_camera(own, f"{port}  ", listener, lambda: write_byte(answers))
+                os.setpgid(0, 0)  # the parent hears the keys of the terminal
+                signal.pthread_sigmask(signal.SIG_UNBLOCK, signals)
+                given.number += number
+                given.keep = given.keep and given.keep / str(given.number)
+                status = run_camera(given, f"{ports[number]}  ", listener, lambda: os.kill(parent, ANSWERS))
             except Fault as fault:
                 print(fault, file=sys.stderr)
             finally:
                 sys.stdout.flush()
                 os._exit(status)
         processes.append(process)
-    signal.set_wakeup_fd(wake)
-    for name in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGCHLD):
-        signal.signal(name, lambda *_: None)
     try:
         answering = 0
-        while True:
-            readable, _, _ = select.select([ready, woken], [], [])
-            if woken in readable:
-                break
-            answering += len(os.read(ready, 100))
+        while signal.sigwait(signals) == ANSWERS:
+            answering += 1
             if answering == len(processes):
                 tell_ready(given, ports, ready_file)
-        return 0
     finally:
-        statuses = []
         for process in processes:
             os.kill(process, signal.SIGTERM)
-        for process in processes:
-            statuses.append(os.waitpid(process, 0)[1])
-        if any(statuses):
-            raise Fault("A camera has ended with a fault.")
+        statuses = [os.waitpid(process, 0)[1] for process in processes]
+    return 1 if any(statuses) else 0

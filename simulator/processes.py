@@ -1,11 +1,11 @@
-"""Processes of a camera: each ends with the process that started it, and the service is one of them."""
+"""Children of a camera: each ends with the process that started it, and the service is one of them."""
 import os
-import pathlib
 import signal
 import socket
 import subprocess
 import time
 from collections.abc import Callable
+from typing import IO, Any
 
 from simulator import Fault, clock
 from simulator.messages import libc
@@ -22,15 +22,22 @@ def die_with(parent: int, number: signal.Signals = signal.SIGKILL) -> None:
         os._exit(1)
 
 
-def read_waiting(stream: int) -> bytes:
+def start(command: list[str], **options: Any) -> subprocess.Popen[bytes]:
+    """Starts a child that ends with this process, however that happens, and that no key on the terminal
+    reaches."""
+    parent = os.getpid()
+    try:
+        return subprocess.Popen(command, preexec_fn=lambda: die_with(parent), process_group=0, **options)
+    except (OSError, subprocess.SubprocessError) as error:
+        raise Fault(f"Cannot run {command[0]}: {error}") from error
+
+
+def read_waiting(stream: IO[bytes] | None) -> str:
     """What can be read without waiting."""
     data = b""
-    try:
-        while piece := os.read(stream, 65536):
-            data += piece
-    except BlockingIOError:
-        pass
-    return data
+    while piece := stream and stream.read():  # None: nothing now
+        data += piece
+    return decoded(data)
 
 
 class Service:
@@ -38,7 +45,7 @@ class Service:
 
     def __init__(
         self,
-        binary: pathlib.Path,
+        binary: str,
         listener: socket.socket,
         printed: Callable[[str], None],
         told: Callable[[str], None],
@@ -52,30 +59,17 @@ class Service:
         self.ended_at = 0.0
 
     def start(self) -> None:
-        parent = os.getpid()
-        try:
-            self.process = subprocess.Popen(
-                [self.binary],
-                stdin=self.listener.fileno(),
-                stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE,
-                bufsize=0,
-                env=clock.environment(),
-                preexec_fn=lambda: die_with(parent),
-                process_group=0,  # no key on the terminal reaches it
-            )
-        except (OSError, subprocess.SubprocessError) as error:
-            raise Fault(f"Cannot run {self.binary}: {error}") from error
+        pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "bufsize": 0}
+        self.process = start([self.binary], stdin=self.listener.fileno(), env=clock.environment(), **pipes)
         for stream in (self.process.stdout, self.process.stderr):
-            assert stream
-            os.set_blocking(stream.fileno(), False)
+            os.set_blocking(stream.fileno() if stream else -1, False)
         self.told(f"service started, process {self.process.pid}")
 
     def runs(self) -> bool:
         return self.process is not None
 
     def stop(self) -> None:
-        """Tells it to end, which step() notices, or sees to."""
+        """Tells it to end; step() notices that it has, and kills it if it does not."""
         if self.process and not self.kill_at:
             self.process.terminate()
             self.kill_at = time.monotonic() + PATIENCE
@@ -95,19 +89,13 @@ class Service:
         if self.kill_at and time.monotonic() >= self.kill_at:
             self.process.kill()
         status = self.process.poll()
-        self.read_outputs(self.process)
-        if status is None:
-            return
-        for stream in (self.process.stdout, self.process.stderr):
-            assert stream
-            stream.close()
-        self.process = None
-        self.kill_at, self.ended_at = 0, time.monotonic()
-        self.told(f"service ended {f'by signal {-status}' if status < 0 else f'with exit status {status}'}")
-
-    def read_outputs(self, process: subprocess.Popen[bytes]) -> None:
-        assert process.stdout and process.stderr
-        if text := decoded(read_waiting(process.stdout.fileno())):
+        if text := read_waiting(self.process.stdout):
             self.printed(text)
-        for line in lines_of(decoded(read_waiting(process.stderr.fileno()))):
+        for line in lines_of(read_waiting(self.process.stderr)):
             self.told(f"service reported: {line}")
+        if status is not None:
+            self.process = None
+            self.kill_at, self.ended_at = 0, time.monotonic()
+            self.told(
+                f"service ended {f'by signal {-status}' if status < 0 else f'with exit status {status}'}"
+            )

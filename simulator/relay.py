@@ -6,6 +6,7 @@ import contextlib
 import re
 import socket
 import time
+from collections.abc import Callable
 from dataclasses import dataclass, field
 from typing import NamedTuple, Protocol
 
@@ -50,9 +51,8 @@ class Exchange:
         if header_end:
             status = re.match(rb"Status: *([0-9]+)", answer)
             self.http_status = int(status[1]) if status else 200
-            code = re.compile(rb"<ResponseStatus .*?<statusCode>([0-9]+)", re.DOTALL).search(
-                answer, header_end.end()
-            )
+            body = answer[header_end.end() :]
+            code = re.search(rb"<ResponseStatus .*?<statusCode>([0-9]+)", body, re.DOTALL)
             self.status_code = int(code[1]) if code else 0
 
 
@@ -64,12 +64,7 @@ class OwnAnswers(Protocol):
         """Its answer, in CGI form."""
 
 
-class Listener(Protocol):
-    def begin_request(self, exchange: Exchange) -> None:
-        """The request is about to reach the service."""
-
-    def end_request(self, exchange: Exchange) -> None:
-        """It has ended there."""
+Note = Callable[[Exchange], None]
 
 
 class Record(NamedTuple):
@@ -82,11 +77,9 @@ class Record(NamedTuple):
 async def receive(peer: socket.socket, size: int) -> bytes:
     """So many bytes; fewer at the end of the stream. What the peer sent before it broke the connection is
     received, which asyncio's own streams do not promise."""
-    data = b""
+    loop, data = asyncio.get_running_loop(), b""
     with contextlib.suppress(OSError):
-        while len(data) < size and (
-            piece := await asyncio.get_running_loop().sock_recv(peer, size - len(data))
-        ):
+        while len(data) < size and (piece := await loop.sock_recv(peer, size - len(data))):
             data += piece
     return data
 
@@ -98,11 +91,9 @@ async def receive_record(peer: socket.socket) -> Record | None:
         return None
     _, kind, request, length, padding = fastcgi.HEADER.unpack(header)
     content = await receive(peer, length + padding)
-    return (
-        Record(kind, request, content[:length], header + content)
-        if len(content) == length + padding
-        else None
-    )
+    if len(content) < length + padding:
+        return None
+    return Record(kind, request, content[:length], header + content)
 
 
 async def send(peer: socket.socket, data: bytes) -> None:
@@ -128,11 +119,14 @@ async def pass_request(exchange: Exchange, begun: bytes, web: socket.socket, ser
 
 
 class Relay:
-    def __init__(self, web: socket.socket, service_path: str, own: OwnAnswers, listener: Listener) -> None:
+    def __init__(
+        self, web: socket.socket, service_path: str, own: OwnAnswers, begin: Note, end: Note
+    ) -> None:
         self.web = web  # listens for the web server
         self.service_path = service_path
         self.own = own
-        self.listener = listener
+        self.begin = begin  # is told that a request is about to reach the service
+        self.end = end  # is told that it has ended there
         self.turn = asyncio.Lock()  # of the request that is at the service
         self.current: Exchange | None = None  # that request
         self.connections: set[asyncio.Task[None]] = set()  # each one request that is not answered yet
@@ -192,7 +186,7 @@ class Relay:
                 return False
             service.setblocking(False)
             self.current = exchange
-            self.listener.begin_request(exchange)
+            self.begin(exchange)
             request = asyncio.create_task(pass_request(exchange, begun, web, service))
             answer = b""
             while record := await receive_record(service):
@@ -204,5 +198,5 @@ class Relay:
         exchange.milliseconds = int((time.monotonic() - exchange.arrived) * 1000)
         exchange.note_answer(answer)
         self.current = None
-        self.listener.end_request(exchange)
+        self.end(exchange)
         return True

@@ -1,79 +1,43 @@
-"""What a run leaves in the file system while it lasts: a file that names its process and port, for --shell,
-and the file that --ready-file names. Nothing that a person named is removed unless a run wrote it."""
-import fcntl
+"""What tells of a run while it lasts: a socket by which --shell finds it, and the file that --ready-file
+names."""
+import hashlib
 import os
 import pathlib
 import re
-from collections.abc import Iterator
-from typing import NamedTuple
+import socket
+import struct
 
 from simulator import Fault
 
-RUN_CONTENT = re.compile(r"(?:(\d+) (\d+)\n)?")  # process and port; empty for an instant
 READY_CONTENT = re.compile(r"(http://\S+\n)*")
+CREDENTIALS = struct.Struct("iii")  # process, user, group
 
 
-def lock(path: pathlib.Path, flags: int = os.O_RDWR) -> int | None:
-    """A descriptor that holds a lock on the file until it is closed; None when another process has it."""
-    descriptor = os.open(path, flags | os.O_CLOEXEC, 0o600)
-    try:
-        fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
-    except BlockingIOError:
-        os.close(descriptor)
-        return None
-    return descriptor
+def name_of(directory: pathlib.Path) -> str:
+    """How the names of the sockets of a directory's runs begin."""
+    return f"psia-camera-{hashlib.sha1(os.fsencode(directory.absolute())).hexdigest()}-"
 
 
-class Run(NamedTuple):
-    process: int
-    port: int
+def announce(directory: pathlib.Path, port: int) -> socket.socket:
+    """A socket that is in no file system, so it ends with this process, however that happens."""
+    listener = socket.socket(socket.AF_UNIX)
+    listener.bind(f"\0{name_of(directory)}{port}")
+    listener.listen()
+    return listener
 
 
-def runs_in(directory: pathlib.Path) -> Iterator[tuple[pathlib.Path, Run]]:
-    """The files of runs, also of those that were killed."""
-    for path in directory.glob("camera-*"):
-        try:
-            found = RUN_CONTENT.fullmatch(path.read_text(errors="replace"))
-        except OSError:
-            continue
-        if found and not path.is_symlink():
-            yield path, Run(int(found[1] or 0), int(found[2] or 0))
-
-
-def running(directory: pathlib.Path) -> list[Run]:
-    runs = []
-    for path, run in runs_in(directory):
-        descriptor = lock(path)
-        if descriptor is None:
-            runs.append(run)
-        else:
-            os.close(descriptor)
-    return runs
-
-
-class RunFile:
-    """camera-PORT in a directory: says which process the camera on that port is, and is locked as long as it
-    lives."""
-
-    def __init__(self, directory: pathlib.Path, port: int) -> None:
-        self.path = directory / f"camera-{port}"
-        try:
-            directory.mkdir(parents=True, exist_ok=True)
-            turn = os.open(directory, os.O_RDONLY | os.O_DIRECTORY)
-            fcntl.flock(turn, fcntl.LOCK_EX)  # so that no other run takes the new file for an old one
-            for path, _ in runs_in(directory):
-                if descriptor := lock(path):
-                    path.unlink()  # of a run that was killed
-                    os.close(descriptor)
-            self.descriptor = lock(self.path, os.O_RDWR | os.O_CREAT | os.O_EXCL)
-            if self.descriptor is not None:
-                os.write(self.descriptor, f"{os.getpid()} {port}\n".encode())
-            os.close(turn)
-        except OSError as error:
-            raise Fault(f"Cannot make {self.path}, the file of this run: {error.strerror}") from error
-
-    def remove(self) -> None:
-        self.path.unlink(missing_ok=True)
+def running(directory: pathlib.Path) -> dict[int, int]:
+    """The processes of the directory's runs by their ports."""
+    processes = {}
+    names = re.findall(
+        rf" @({name_of(directory)}(\d+))$", pathlib.Path("/proc/net/unix").read_text(), re.MULTILINE
+    )
+    for name, port in names:
+        with socket.socket(socket.AF_UNIX) as peer:
+            peer.connect(f"\0{name}")
+            found = peer.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, CREDENTIALS.size)
+        processes[int(port)] = CREDENTIALS.unpack(found)[0]
+    return processes
 
 
 class ReadyFile:

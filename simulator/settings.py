@@ -184,7 +184,7 @@ class Watch:
                     for column, value in row.items()
                     if column != "Password"
                 }
-                for row in rows.values()
+                for _, row in sorted(rows.items())
             ]
             for table, rows in self.tables.items()
         }

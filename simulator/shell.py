@@ -2,6 +2,7 @@
 import os
 import pathlib
 import signal
+import subprocess
 
 from simulator import Fault, clock, settings
 from simulator.processes import die_with
@@ -18,23 +19,15 @@ SHELL = ["sh", "-c", "exec $(command -v bash && echo --norc --noprofile || echo 
 
 
 def greet(service: pathlib.Path) -> dict[str, str]:
-    """The environment of the shell."""
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    """Gives the environment of the shell."""
     print(GREETING.format(database=settings.DATABASE, service=service), flush=True)
     return clock.environment() | {"PS1": r"camera:\w\$ "}
 
 
-def start(service: pathlib.Path) -> int:
-    """Starts a shell in the camera that this process has entered. Gives its process."""
+def start(service: pathlib.Path) -> subprocess.Popen[bytes]:
+    """Starts a shell in the camera that this process has entered."""
     parent = os.getpid()
-    process = os.fork()
-    if process == 0:
-        try:
-            die_with(parent, signal.SIGHUP)
-            os.execvpe(SHELL[0], SHELL, greet(service))
-        finally:
-            os._exit(127)
-    return process
+    return subprocess.Popen(SHELL, env=greet(service), preexec_fn=lambda: die_with(parent, signal.SIGHUP))
 
 
 def join(process: int, service: pathlib.Path) -> None:
@@ -53,6 +46,7 @@ def join(process: int, service: pathlib.Path) -> None:
     variables = greet(service)
     own = [f"{name}={value}" for name, value in variables.items() if os.environ.get(name) != value]
     enter = ["nsenter", *options, f"--wdns={os.getcwd()}", "env", "-u", "TZ", *own, *SHELL]
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     try:
         os.execvp(enter[0], enter)
     except OSError as error:

@@ -57,9 +57,7 @@ class RunningCamera:
                 stderr=subprocess.STDOUT,
                 preexec_fn=lambda: die_with(parent, signal.SIGTERM),
             )
-        eventually(
-            lambda: self.ready_file.exists() or self.process.poll() is not None, "the start of the camera"
-        )
+        eventually(lambda: self.ready_file.exists() or self.process.poll() is not None, "the camera's start")
         assert self.ready_file.exists(), f"the camera does not start:\n{self.shown()}"
         self.urls = self.ready_file.read_text().split()
         self.url = self.urls[0]
@@ -85,28 +83,30 @@ class RunningCamera:
     def put(self, path: str, body: str | bytes = b"", method: str = "PUT") -> str:
         return self.ask(method, path, body)[1]
 
-    def answers(self, rules: str) -> None:
-        """Sets how the daemons answer from now on: "3=busy"."""
-        status, said = self.ask("PUT", "/camera/answers", rules)
-        assert status == 200, said
-
-    def reset(self) -> None:
-        """Factory settings, and all else as at the start."""
-        status, said = self.ask("PUT", "/camera/reset")
-        assert status == 200, said
-        self.since = json.loads(said)["last"]
-
-    def told(self, **query: str | int) -> dict[str, Any]:
-        """What /camera/log answers."""
-        status, said = self.ask("GET", "/camera/log?" + urllib.parse.urlencode(query))
+    def control(self, method: str, path: str, body: str = "") -> dict[str, Any]:
+        """What the camera answers below /camera/, when it does not refuse."""
+        status, said = self.ask(method, "/camera/" + path, body)
         assert status == 200, said
         told: dict[str, Any] = json.loads(said)
         return told
 
+    def answers(self, rules: str) -> None:
+        """Sets how the daemons answer from now on: "3=busy"."""
+        self.control("PUT", "answers", rules)
+
+    def reset(self) -> None:
+        """Factory settings, and all else as at the start."""
+        self.since = self.control("PUT", "reset")["last"]
+
+    def now(self) -> dict[str, Any]:
+        """The state of the camera."""
+        state: dict[str, Any] = self.control("GET", f"log?since={self.since}")["now"]
+        return state
+
     def log(self, contains: str = "", wait: int = 0) -> list[dict[str, Any]]:
-        """The journal's entries since the last reset in which the text occurs; waits so many seconds for
-        one."""
-        entries: list[dict[str, Any]] = self.told(since=self.since, contains=contains, wait=wait)["entries"]
+        """The journal's entries since the last reset that contain a text; waits so many seconds for one."""
+        query = urllib.parse.urlencode({"since": self.since, "contains": contains, "wait": wait})
+        entries: list[dict[str, Any]] = self.control("GET", "log?" + query)["entries"]
         return entries
 
     def shown(self) -> str:

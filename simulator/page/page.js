@@ -192,8 +192,9 @@ function draw_alarm(event) {
 // The lines of a journal entry about what a request did.
 function effects(entry) {
   const line = (kind, text) => element("div", {}, element("span", {className: "tag", textContent: kind}), text);
+  const tag = (text) => /^(command|refused)\b/.exec(text)?.[1].replace("command", "message") ?? "";
   return [...entry.changes.map((text) => line(entry.method ? "row" : "", text)),
-    ...entry.messages.map((text) => line("message", text))];
+    ...entry.messages.map((text) => line(tag(text), text.replace(/^refused: /, "")))];
 }
 
 function draw_journal() {

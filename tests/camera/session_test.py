@@ -57,7 +57,7 @@ def test_changes_uploads_and_resets_over_two_boots(start):
     camera.shows("Network.IPAddress: 192.168.1.10 -> 10.0.0.5", "command 31", "User[bob] added: Level 2",
                  "command 6: set the clock manually to 2031-05-01 10:00:00")
     assert "secret" not in camera.shown()
-    now = camera.told()["now"]
+    now = camera.now()
     assert now["address"] == "10.0.0.5 255.0.0.0" and now["clock"].startswith("2031-05-01T10:0")
     assert now["tables"]["Network"][0]["RTSPPort"] == "8554"
 
@@ -67,7 +67,7 @@ def test_changes_uploads_and_resets_over_two_boots(start):
     accepted(camera, "/System/factoryReset?MODE=FULL")
     wait_for_boot(camera, 2)
     assert "192.168.1.10<" in camera.get(ADDRESS) and "EST5EDT" in camera.get("/PSIA/System/time")
-    now = camera.told()["now"]  # a client's factory reset undoes --set, as it would any change; the daemons stay busy
+    now = camera.now()  # a client's factory reset undoes --set, as it would any change; the daemons stay busy
     assert now["tables"]["Network"][0]["RTSPPort"] == "554" and now["answers"] == ["3=busy"]
 
     accepted(camera, SETTINGS[5:], exported)
@@ -78,7 +78,7 @@ def test_changes_uploads_and_resets_over_two_boots(start):
     # Set at 10:00 by CET-1; Africa/Algiers, which CET-1 names, is one hour ahead of UTC too.
     assert "2031-05-01T10:0" in camera.get("/PSIA/System/time/localTime")
     camera.reset()  # as at the start
-    assert camera.told()["now"]["tables"]["Network"][0]["RTSPPort"] == "8554"
+    assert camera.now()["tables"]["Network"][0]["RTSPPort"] == "8554"
 
 
 @pytest.mark.parametrize("method, path, body, status, said", [

@@ -72,6 +72,7 @@ class Browser:
 
     def send(self, title, method, body=None, until=" ms"):
         """Chooses a resource of the list, sends, and waits for the words about the answer."""
+        eventually(lambda: self.run("return resources.length"), "the list of resources")
         self.run("""const [title, method, body] = arguments, set = (id, value) => {
             const field = document.getElementById(id); field.value = value; field.dispatchEvent(new Event('change')); };
           const url = (found) => found.url === title;
@@ -140,6 +141,8 @@ def test_the_page(browser, camera):
     browser.send("/PSIA/System/factoryReset?MODE=FULL", "PUT")
     browser.sees("no-picture", "The camera restarts")
     browser.sees("state", "restarting")
+    browser.send("/PSIA/System/status", "GET", until="503 Service Unavailable")
+    browser.sees("effects", "REFUSEDThe camera restarts.")  # a label and the words
     eventually(lambda: browser.text("no-picture") == "", "the picture after the restart")
 
     browser.ask("POST", "/refresh", {})
@@ -150,3 +153,25 @@ def test_the_page(browser, camera):
     browser.send("/PSIA/System/status", "GET", until="The camera does not answer.")
     assert not browser.text("answer"), "the answer before"
     assert browser.run("return document.getElementById('verdict').className") == "bad"
+
+
+# The words of the table of streams that are broken, and the names of resources that are cut.
+CUT = """const cut = [], range = document.createRange(), pen = document.createElement('canvas').getContext('2d');
+  for (const cell of document.querySelectorAll('#streams th, #streams td'))
+    for (const word of cell.textContent.matchAll(/\\S+/g)) {
+      range.setStart(cell.firstChild, word.index); range.setEnd(cell.firstChild, word.index + word[0].length);
+      if (range.getClientRects().length > 1) cut.push(word[0]);
+    }
+  const list = document.getElementById('resource'), style = getComputedStyle(list);
+  pen.font = style.font;
+  const room = list.clientWidth - parseFloat(style.paddingLeft) - parseFloat(style.paddingRight) - 20;  // the arrow
+  return [...cut, ...[...list.options].map((one) => one.text).filter((name) => pen.measureText(name).width > room)]"""
+
+
+def test_no_word_of_the_page_is_cut_at_any_width(browser, camera):
+    browser.ask("POST", "/url", {"url": camera.url})
+    browser.sign_in("admin", "admin")
+    browser.sees("streams", "1920×1080")
+    for width in (420, 700, 1010, 1280, 1600):
+        browser.ask("POST", "/window/rect", {"width": width, "height": 1500})
+        assert browser.run(CUT) == [], f"at a width of {width}"
