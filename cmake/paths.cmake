@@ -20,7 +20,7 @@ if(is_page)
   string(PREPEND PSIA_EXCHANGE_URL /)
 endif()
 
-# For the sources, which include frame/paths.h.
+# For the sources, which include core/paths.h.
 add_library(psia_paths INTERFACE)
 target_include_directories(psia_paths INTERFACE ${CMAKE_SOURCE_DIR}/src)
 foreach(path PSIA_SETTINGS_DIR PSIA_EXCHANGE_DIR PSIA_FACTORY_DATA)

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "core/access_control.h"
+#include "core/xml.h"
 #include "for_other_programs/interface_setup.h"
-#include "frame/access_control.h"
-#include "frame/xml.h"
 #include "fuzz/target.h"
 #include "network/interface_state.h"
 #include "system/posix_tz_check.h"

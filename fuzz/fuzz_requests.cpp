@@ -22,11 +22,11 @@
 #include <string>
 #include <vector>
 
-#include "frame/access_control.h"
-#include "frame/paths.h"
-#include "frame/service.h"
-#include "frame/stop.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/access_control.h"
+#include "core/paths.h"
+#include "core/stop.h"
+#include "core/xml.h"
 #include "fuzz/target.h"
 #include "index/index_documents.h"
 #include "routes.h"
@@ -220,9 +220,9 @@ class Camera {
     daemons_result = result;
     environment_->restore_tz();
     queues_->begin_request();
-    psia::Service service{*environment_, *database_, *queues_, *time_zones_, index_documents_};
+    psia::Context context{*environment_, *database_, *queues_, *time_zones_, index_documents_};
     request.level = psia::check_access(*database_, authorization);
-    if (request.level >= 0) psia::dispatch(service, request);
+    if (request.level >= 0) psia::dispatch(context, request);
     std::fflush(stdout);
     if (request.level < 0) return std::nullopt;
     return content_of("/proc/self/fd/1");

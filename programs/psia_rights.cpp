@@ -23,7 +23,7 @@
 #include <string_view>
 #include <utility>
 
-#include "frame/paths.h"
+#include "core/paths.h"
 
 namespace {
 

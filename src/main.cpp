@@ -8,15 +8,15 @@
 #include <optional>
 
 #include "command_line.h"
-#include "frame/access_control.h"
-#include "frame/control_queue.h"
-#include "frame/database.h"
-#include "frame/environment.h"
-#include "frame/gateway.h"
-#include "frame/paths.h"
-#include "frame/service.h"
-#include "frame/stop.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/access_control.h"
+#include "core/control_queue.h"
+#include "core/database.h"
+#include "core/environment.h"
+#include "core/fastcgi.h"
+#include "core/paths.h"
+#include "core/stop.h"
+#include "core/xml.h"
 #include "index/index_documents.h"
 #include "routes.h"
 #include "system/time_zone_table.h"
@@ -31,13 +31,13 @@ void open_standard_descriptors() {
   }
 }
 
-void handle_request(psia::Service& service) {
-  const int level = psia::check_access(service.database, std::getenv("HTTP_AUTHORIZATION"));
+void handle_request(psia::Context& context) {
+  const int level = psia::check_access(context.database, std::getenv("HTTP_AUTHORIZATION"));
   if (level < 0) return;
   const char* uri = std::getenv("REQUEST_URI");
   const char* method = std::getenv("REQUEST_METHOD");
   if (uri == nullptr || method == nullptr) return;
-  psia::dispatch(service, {.uri = uri,
+  psia::dispatch(context, {.uri = uri,
                            .method = method,
                            .content_length = std::getenv("CONTENT_LENGTH"),
                            .level = level,
@@ -66,13 +66,13 @@ int main(int argc, char** argv) {
   const psia::IndexDocuments index_documents;
   if (!index_documents.valid()) return EXIT_FAILURE;
 
-  psia::Service service{environment, database, *queues, *time_zones, index_documents};
-  psia::Gateway gateway;
-  while (gateway.accept()) {
+  psia::Context context{environment, database, *queues, *time_zones, index_documents};
+  psia::FastCgi fastcgi;
+  while (fastcgi.accept()) {
     environment.restore_tz();
     queues->begin_request();
-    handle_request(service);
-    gateway.finish();
+    handle_request(context);
+    fastcgi.finish();
   }
   return EXIT_SUCCESS;
 }

@@ -6,11 +6,11 @@
 #include <cstring>
 #include <string_view>
 
+#include "context.h"
+#include "core/response.h"
 #include "event/notification_servers.h"
 #include "event/schedule.h"
 #include "event/triggers.h"
-#include "frame/response.h"
-#include "frame/service.h"
 #include "index/index_documents.h"
 #include "media/audio_channels.h"
 #include "media/streaming_documents.h"
@@ -28,7 +28,7 @@ namespace psia {
 
 namespace {
 
-using Handler = void (*)(Service&, const Request&);
+using Handler = void (*)(Context&, const Request&);
 
 /// The condition on what follows the prefix of a URI. Prefixes are compared without regard to case.
 enum Match {
@@ -67,13 +67,13 @@ constexpr MethodRule del(Level level, Handler handler) {
   return {"DELETE", level, handler};
 }
 
-void read_channel_resource(Service& service, const Request& request);
+void read_channel_resource(Context& context, const Request& request);
 
 /// For routes whose whole answer is a fixed status.
-void answer_ok(Service& /*service*/, const Request& request) {
+void answer_ok(Context& /*context*/, const Request& request) {
   answer_status(request, Status::kOk);
 }
-void answer_invalid_operation(Service& /*service*/, const Request& request) {
+void answer_invalid_operation(Context& /*context*/, const Request& request) {
   answer_status(request, Status::kInvalidOperation);
 }
 
@@ -266,11 +266,11 @@ bool ends_with_ignoring_case(std::string_view uri, std::string_view suffix) {
 }
 
 /// A channel, its capabilities or its status: the end of the URI decides.
-void read_channel_resource(Service& service, const Request& request) {
-  if (ends_with_ignoring_case(request.uri, "status")) return read_streaming_channel_status(service, request);
+void read_channel_resource(Context& context, const Request& request) {
+  if (ends_with_ignoring_case(request.uri, "status")) return read_streaming_channel_status(context, request);
   if (ends_with_ignoring_case(request.uri, "capabilities"))
-    return read_streaming_capabilities(service, request);
-  read_streaming_channel(service, request);
+    return read_streaming_capabilities(context, request);
+  read_streaming_channel(context, request);
 }
 
 bool begins_with_ignoring_case(std::string_view uri, std::string_view prefix) {
@@ -300,7 +300,7 @@ bool matches(const Route& route, std::string_view uri) {
 
 }  // namespace
 
-void dispatch(Service& service, const Request& request) {
+void dispatch(Context& context, const Request& request) {
   const std::string_view uri = request.uri;
   for (const Route& route : kRoutes) {
     if (!matches(route, uri)) continue;
@@ -309,7 +309,7 @@ void dispatch(Service& service, const Request& request) {
       if (strcasecmp(request.method, rule.method) != 0) continue;
       Request routed = request;
       routed.tail = request.uri + route.prefix.size();
-      return rule.handler(service, routed);
+      return rule.handler(context, routed);
     }
   }
   answer_status(request, Status::kInvalidOperation);

@@ -4,9 +4,9 @@
 
 #include <cstring>
 
-#include "frame/numbers.h"
-#include "frame/service.h"
-#include "frame/text_buffer.h"
+#include "context.h"
+#include "core/numbers.h"
+#include "core/text_buffer.h"
 
 namespace psia {
 
@@ -28,32 +28,32 @@ void append_notification(TextBuffer& document, const Rows& target, const char* m
 
 /// The combined document's statement spells the column in lower case. The database does not care; tools that
 /// compare traces of the statements do.
-void store_relay_interval(Service& service, const RequestedNotification& requested) {
+void store_relay_interval(Context& context, const RequestedNotification& requested) {
   if (requested.combined) {
-    (void)service.database.execute("update SensorRelay set interval=%d where Alias='%s'", requested.interval,
+    (void)context.database.execute("update SensorRelay set interval=%d where Alias='%s'", requested.interval,
                                    requested.id.c_str());
   } else {
-    (void)service.database.execute("update SensorRelay set Interval=%d where Alias='%s'", requested.interval,
+    (void)context.database.execute("update SensorRelay set Interval=%d where Alias='%s'", requested.interval,
                                    requested.id.c_str());
   }
 }
 
 }  // namespace
 
-std::int32_t find_device(Service& service, const char* alias) {
-  return id_or_none(service.database.query("select DeviceID from SensorRelay where Alias='%s'", alias));
+std::int32_t find_device(Context& context, const char* alias) {
+  return id_or_none(context.database.query("select DeviceID from SensorRelay where Alias='%s'", alias));
 }
 
-std::int32_t find_ftp_server(Service& service, const char* alias) {
-  return id_or_none(service.database.query("select FTPServerID from FTPServer where Alias='%s'", alias));
+std::int32_t find_ftp_server(Context& context, const char* alias) {
+  return id_or_none(context.database.query("select FTPServerID from FTPServer where Alias='%s'", alias));
 }
 
-std::int32_t find_mail_server(Service& service, const char* alias) {
-  return id_or_none(service.database.query("select SMTPServerID from SMTPServer where Alias='%s'", alias));
+std::int32_t find_mail_server(Context& context, const char* alias) {
+  return id_or_none(context.database.query("select SMTPServerID from SMTPServer where Alias='%s'", alias));
 }
 
-bool is_trigger(Service& service, const char* id) {
-  return find_device(service, id) == kTrigger;
+bool is_trigger(Context& context, const char* id) {
+  return find_device(context, id) == kTrigger;
 }
 
 FixedText<256> trigger_id_of(const Request& request) {
@@ -62,15 +62,15 @@ FixedText<256> trigger_id_of(const Request& request) {
   return id;
 }
 
-Links stored_links(Service& service) {
+Links stored_links(Context& context) {
   const Rows event =
-      service.database.query("select RelayID, FTPServerID, SMTPServerID from Event where Trigger=0");
+      context.database.query("select RelayID, FTPServerID, SMTPServerID from Event where Trigger=0");
   if (!event.found()) return {};
   return {.relay = event.number(0, 0), .ftp = event.number(0, 1), .mail = event.number(0, 2)};
 }
 
-void append_notifications(Service& service, TextBuffer& document, const Links& links) {
-  Database& database = service.database;
+void append_notifications(Context& context, TextBuffer& document, const Links& links) {
+  Database& database = context.database;
   if (links.relay >= 0) {
     const Rows relay =
         database.query("select Alias, Interval from SensorRelay where DeviceID=%d", links.relay);
@@ -88,13 +88,13 @@ void append_notifications(Service& service, TextBuffer& document, const Links& l
   }
 }
 
-void append_notification_list(Service& service, TextBuffer& document, const Links& links) {
+void append_notification_list(Context& context, TextBuffer& document, const Links& links) {
   document.append("<EventTriggerNotificationList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-  append_notifications(service, document, links);
+  append_notifications(context, document, links);
   document.append("</EventTriggerNotificationList>");
 }
 
-void take_notification(Service& service, XmlElement notification, RequestedNotification& requested) {
+void take_notification(Context& context, XmlElement notification, RequestedNotification& requested) {
   for (const XmlElement child : notification) {
     if (child.is("id")) child.copy_text(requested.id);
     if (child.is("notificationMethod")) child.copy_text(requested.method);
@@ -104,18 +104,18 @@ void take_notification(Service& service, XmlElement notification, RequestedNotif
   const char* method = requested.method.c_str();
   requested.links = {};
   if (strcasecmp(method, "IO") == 0) {
-    store_relay_interval(service, requested);
-    requested.links.relay = find_device(service, id);
+    store_relay_interval(context, requested);
+    requested.links.relay = find_device(context, id);
   } else if (strcasecmp(method, "FTP") == 0) {
-    requested.links.ftp = find_ftp_server(service, id);
+    requested.links.ftp = find_ftp_server(context, id);
   } else if (strcasecmp(method, "SMTP") == 0) {
-    requested.links.mail = find_mail_server(service, id);
+    requested.links.mail = find_mail_server(context, id);
   }
 }
 
-void take_notification_list(Service& service, XmlElement list, RequestedNotification& requested) {
+void take_notification_list(Context& context, XmlElement list, RequestedNotification& requested) {
   for (const XmlElement child : list) {
-    if (child.is("EventTriggerNotification")) take_notification(service, child, requested);
+    if (child.is("EventTriggerNotification")) take_notification(context, child, requested);
   }
 }
 

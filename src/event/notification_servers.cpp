@@ -2,10 +2,10 @@
 
 #include <cstdint>
 
+#include "context.h"
+#include "core/response.h"
+#include "core/xml.h"
 #include "event/store_document.h"
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
 #include "network/interface_state.h"
 
 namespace psia {
@@ -143,9 +143,9 @@ void append_server(TextBuffer& document, const ServerKind& kind, const Rows& ser
   document.append("</", kind.element, ">");
 }
 
-void append_list(Service& service, TextBuffer& document, const ServerKind& kind) {
+void append_list(Context& context, TextBuffer& document, const ServerKind& kind) {
   document.append("<", kind.list_element, " version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-  const Rows servers = kind.select(service.database);
+  const Rows servers = kind.select(context.database);
   for (int row = 0; row < servers.count(); ++row)
     append_server(document, kind, servers, row);
   document.append("</", kind.list_element, ">");
@@ -166,10 +166,10 @@ RequestedServer requested_server(XmlElement element, const ServerKind& kind) {
 }
 
 /// Runs `statement` for each server of a list and ignores its result; see store_document.
-void store_each(Service& service, XmlElement list, const ServerKind& kind,
+void store_each(Context& context, XmlElement list, const ServerKind& kind,
                 bool (*statement)(Database&, const RequestedServer&)) {
   for (const XmlElement child : list) {
-    if (child.is(kind.element)) (void)statement(service.database, requested_server(child, kind));
+    if (child.is(kind.element)) (void)statement(context.database, requested_server(child, kind));
   }
 }
 
@@ -177,10 +177,10 @@ constexpr int kMaxServers = 3;
 
 }  // namespace
 
-void append_notification_methods(Service& service, TextBuffer& document) {
+void append_notification_methods(Context& context, TextBuffer& document) {
   document.append("<EventNotificationMethods version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-  append_list(service, document, kMailServers);
-  append_list(service, document, kFtpServers);
+  append_list(context, document, kMailServers);
+  append_list(context, document, kFtpServers);
   document.append("<FTPFormat>");
   document.append("<uploadSnapShotEnabled>false</uploadSnapShotEnabled>");
   document.append("<uploadVideoClipEnabled>true</uploadVideoClipEnabled>");
@@ -192,63 +192,63 @@ void append_notification_methods(Service& service, TextBuffer& document) {
   document.append("</EventNotificationMethods>");
 }
 
-void read_notification_methods(Service& service, const Request& request) {
+void read_notification_methods(Context& context, const Request& request) {
   print_xml(request, [&](TextBuffer& document) {
-    document.append(kXmlDeclarationBare);
-    append_notification_methods(service, document);
+    document.append(kXmlDeclarationNoLineEnd);
+    append_notification_methods(context, document);
   });
 }
 
 /// Changes servers. Cannot add any, and ignores the formats, which are fixed.
-void write_notification_methods(Service& service, const Request& request) {
-  store_document(service, request, "EventNotificationMethods", [&](XmlElement root) {
+void write_notification_methods(Context& context, const Request& request) {
+  store_document(context, request, "EventNotificationMethods", [&](XmlElement root) {
     for (const XmlElement child : root) {
       for (const ServerKind* kind : {&kMailServers, &kFtpServers}) {
-        if (child.is(kind->list_element)) store_each(service, child, *kind, kind->update);
+        if (child.is(kind->list_element)) store_each(context, child, *kind, kind->update);
       }
     }
   });
 }
 
-void read_servers(Service& service, const Request& request, const ServerKind& kind) {
+void read_servers(Context& context, const Request& request, const ServerKind& kind) {
   print_xml(request, [&](TextBuffer& document) {
-    document.append(kXmlDeclarationBare);
-    append_list(service, document, kind);
+    document.append(kXmlDeclarationNoLineEnd);
+    append_list(context, document, kind);
   });
 }
 
-void write_servers(Service& service, const Request& request, const ServerKind& kind) {
-  store_document(service, request, kind.list_element,
-                 [&](XmlElement root) { store_each(service, root, kind, kind.update); });
+void write_servers(Context& context, const Request& request, const ServerKind& kind) {
+  store_document(context, request, kind.list_element,
+                 [&](XmlElement root) { store_each(context, root, kind, kind.update); });
 }
 
-void add_servers(Service& service, const Request& request, const ServerKind& kind) {
-  if (kind.count(service.database).number(0, 0) >= kMaxServers) {
+void add_servers(Context& context, const Request& request, const ServerKind& kind) {
+  if (kind.count(context.database).number(0, 0) >= kMaxServers) {
     return answer_status(request, Status::kDeviceError);
   }
-  store_document(service, request, kind.list_element,
-                 [&](XmlElement root) { store_each(service, root, kind, kind.insert); });
+  store_document(context, request, kind.list_element,
+                 [&](XmlElement root) { store_each(context, root, kind, kind.insert); });
 }
 
-void remove_servers(Service& service, const Request& request, const ServerKind& kind) {
-  (void)kind.remove_all(service.database);
+void remove_servers(Context& context, const Request& request, const ServerKind& kind) {
+  (void)kind.remove_all(context.database);
   answer_status(request, Status::kOk);
 }
 
-void read_server(Service& service, const Request& request, const ServerKind& kind) {
+void read_server(Context& context, const Request& request, const ServerKind& kind) {
   print_xml(request, [&](TextBuffer& document) {
-    document.append(kXmlDeclarationBare);
-    append_server(document, kind, kind.select(service.database), 0);
+    document.append(kXmlDeclarationNoLineEnd);
+    append_server(document, kind, kind.select(context.database), 0);
   });
 }
 
-void write_server(Service& service, const Request& request, const ServerKind& kind) {
-  store_document(service, request, kind.element,
-                 [&](XmlElement root) { (void)kind.update(service.database, requested_server(root, kind)); });
+void write_server(Context& context, const Request& request, const ServerKind& kind) {
+  store_document(context, request, kind.element,
+                 [&](XmlElement root) { (void)kind.update(context.database, requested_server(root, kind)); });
 }
 
-void remove_server(Service& service, const Request& request, const ServerKind& kind) {
-  (void)kind.remove(service.database, request.tail);
+void remove_server(Context& context, const Request& request, const ServerKind& kind) {
+  (void)kind.remove(context.database, request.tail);
   answer_status(request, Status::kOk);
 }
 

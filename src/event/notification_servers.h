@@ -2,18 +2,18 @@
 // its numeric key. Every user who may read sees the account passwords.
 #pragma once
 
-#include "frame/request.h"
+#include "core/request.h"
 
 namespace psia {
 
 class TextBuffer;
-struct Service;
+struct Context;
 
 /// Appends the EventNotificationMethods element: all servers of both kinds and the fixed upload formats.
-void append_notification_methods(Service& service, TextBuffer& document);
+void append_notification_methods(Context& context, TextBuffer& document);
 
-void read_notification_methods(Service& service, const Request& request);
-void write_notification_methods(Service& service, const Request& request);
+void read_notification_methods(Context& context, const Request& request);
+void write_notification_methods(Context& context, const Request& request);
 
 /// One of the two kinds of server.
 struct ServerKind;
@@ -23,23 +23,23 @@ extern const ServerKind kFtpServers;
 // Requests about the servers of either kind; `serve<kMailServers, read_servers>` is the handler for mail
 // servers. The client is not told what the statements gave.
 
-void read_servers(Service& service, const Request& request, const ServerKind& kind);
-void write_servers(Service& service, const Request& request, const ServerKind& kind);
+void read_servers(Context& context, const Request& request, const ServerKind& kind);
+void write_servers(Context& context, const Request& request, const ServerKind& kind);
 /// Refuses when three servers are stored. It looks once per request: a list exceeding the free slots is
 /// stored whole.
-void add_servers(Service& service, const Request& request, const ServerKind& kind);
-void remove_servers(Service& service, const Request& request, const ServerKind& kind);
+void add_servers(Context& context, const Request& request, const ServerKind& kind);
+void remove_servers(Context& context, const Request& request, const ServerKind& kind);
 
 /// Shows the first server there is, whatever id the URL names.
-void read_server(Service& service, const Request& request, const ServerKind& kind);
+void read_server(Context& context, const Request& request, const ServerKind& kind);
 /// The id in the body says which server is changed; the one in the URL is ignored.
-void write_server(Service& service, const Request& request, const ServerKind& kind);
+void write_server(Context& context, const Request& request, const ServerKind& kind);
 /// Deletes the server whose alias is the request's tail.
-void remove_server(Service& service, const Request& request, const ServerKind& kind);
+void remove_server(Context& context, const Request& request, const ServerKind& kind);
 
-template <const ServerKind& kKind, void (*kHandler)(Service&, const Request&, const ServerKind&)>
-void serve(Service& service, const Request& request) {
-  kHandler(service, request, kKind);
+template <const ServerKind& kKind, void (*kHandler)(Context&, const Request&, const ServerKind&)>
+void serve(Context& context, const Request& request) {
+  kHandler(context, request, kKind);
 }
 
 }  // namespace psia

@@ -7,10 +7,10 @@
 #include <cstring>
 #include <optional>
 
-#include "frame/numbers.h"
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/numbers.h"
+#include "core/response.h"
+#include "core/xml.h"
 
 namespace psia {
 
@@ -83,8 +83,8 @@ void apply_bit_string(Day& day) {
   }
 }
 
-std::optional<RequestedSchedule> read_requested_schedule(const Request& request) {
-  const XmlDocument document = read_document(request, "EventSchedule");
+std::optional<RequestedSchedule> parse_requested_schedule(const Request& request) {
+  const XmlDocument document = receive_document(request, "EventSchedule");
   if (!document) return std::nullopt;
   RequestedSchedule schedule;
   for (const XmlElement list : document.root()) {
@@ -98,13 +98,13 @@ std::optional<RequestedSchedule> read_requested_schedule(const Request& request)
 
 }  // namespace
 
-void read_schedule(Service& service, const Request& request) {
-  const Rows event = service.database.query("select Week, StartTime, EndTime from Event where Trigger=0");
+void read_schedule(Context& context, const Request& request) {
+  const Rows event = context.database.query("select Week, StartTime, EndTime from Event where Trigger=0");
   const auto week = static_cast<std::uint32_t>(event.number(0, 0));
   const std::int32_t begin = event.number(0, 1);  // hours times 100 plus minutes
   const std::int32_t end = event.number(0, 2);
   print_xml(request, [=](TextBuffer& document) {
-    document.append(kXmlDeclarationBare);
+    document.append(kXmlDeclarationNoLineEnd);
     document.append("<EventSchedule version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     document.append("<TimeBlockList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     for (int day = 0; day < kDays; ++day) {
@@ -123,8 +123,8 @@ void read_schedule(Service& service, const Request& request) {
   });
 }
 
-void write_schedule(Service& service, const Request& request) {
-  std::optional<RequestedSchedule> schedule = read_requested_schedule(request);
+void write_schedule(Context& context, const Request& request) {
+  std::optional<RequestedSchedule> schedule = parse_requested_schedule(request);
   if (!schedule) return answer_status(request, Status::kDeviceError);
   std::int32_t start = kHours;  // the smallest hour at which a day begins
   std::int32_t end = 0;         // the largest hour at which a day ends
@@ -134,7 +134,7 @@ void write_schedule(Service& service, const Request& request) {
     if (day.end_hour != kNotGiven) end = std::max(end, day.end_hour);
   }
   const bool stored =
-      service.database.execute("update Event set Week=%d, StartTime=%d, EndTime=%d where Trigger=0",
+      context.database.execute("update Event set Week=%d, StartTime=%d, EndTime=%d where Trigger=0",
                                schedule->week, wrapping_multiply(start, 100), wrapping_multiply(end, 100));
   answer_done(request, stored);
 }

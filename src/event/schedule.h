@@ -2,13 +2,13 @@
 // of them.
 #pragma once
 
-#include "frame/request.h"
+#include "core/request.h"
 
 namespace psia {
 
-struct Service;
+struct Context;
 
-void read_schedule(Service& service, const Request& request);
-void write_schedule(Service& service, const Request& request);
+void read_schedule(Context& context, const Request& request);
+void write_schedule(Context& context, const Request& request);
 
 }  // namespace psia

@@ -3,30 +3,30 @@
 // of a server its own.
 #pragma once
 
-#include "frame/request.h"
+#include "core/request.h"
 
 namespace psia {
 
-struct Service;
+struct Context;
 
 // /PSIA/Custom/Event
-void read_event(Service& service, const Request& request);
-void write_event(Service& service, const Request& request);
+void read_event(Context& context, const Request& request);
+void write_event(Context& context, const Request& request);
 
 // .../triggers
-void read_triggers(Service& service, const Request& request);
-void write_triggers(Service& service, const Request& request);
+void read_triggers(Context& context, const Request& request);
+void write_triggers(Context& context, const Request& request);
 
 // .../triggers/<id>; the request's tail is the id.
-void read_trigger(Service& service, const Request& request);
-void write_trigger(Service& service, const Request& request);
-void remove_trigger(Service& service, const Request& request);
+void read_trigger(Context& context, const Request& request);
+void write_trigger(Context& context, const Request& request);
+void remove_trigger(Context& context, const Request& request);
 
 // .../triggers/<id>/notifications; the id is the request's tail up to the first '/', at most 255 characters
 // of it.
-void read_notifications(Service& service, const Request& request);
-void write_notifications(Service& service, const Request& request);
-void add_notification(Service& service, const Request& request);
-void remove_notifications(Service& service, const Request& request);
+void read_notifications(Context& context, const Request& request);
+void write_notifications(Context& context, const Request& request);
+void add_notification(Context& context, const Request& request);
+void remove_notifications(Context& context, const Request& request);
 
 }  // namespace psia

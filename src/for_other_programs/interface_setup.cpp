@@ -12,7 +12,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "frame/file.h"
+#include "core/file.h"
 #include "network/interface_request.h"
 
 namespace psia {
@@ -58,7 +58,7 @@ std::uint32_t broadcast_address(std::uint32_t address, std::uint32_t mask) {
 
 }  // namespace
 
-std::uint32_t read_ipv4_address(const char* interface_name) {
+std::uint32_t find_ipv4_address(const char* interface_name) {
   const ControlSocket socket("Socket Open Fail!");
   if (!socket.is_open()) return kNoAddress;
   ifreq request = interface_request(interface_name);
@@ -78,7 +78,7 @@ int set_ipv4_address(const char* interface_name, std::uint32_t address) {
 }
 
 int set_subnet_mask(const char* interface_name, std::uint32_t mask) {
-  const std::uint32_t address = read_ipv4_address(interface_name);
+  const std::uint32_t address = find_ipv4_address(interface_name);
   if (address == kNoAddress) return -1;
   const ControlSocket socket("Socket Open Fail!");
   ifreq request = interface_request(interface_name);
@@ -109,7 +109,7 @@ int set_default_gateway(const char* interface_name, std::uint32_t gateway) {
   route.rt_flags = RTF_UP;
   route.rt_dev = device.ifr_name;
   put_address(route.rt_dst, 0);
-  if (read_default_gateway(interface_name) != kNoAddress && !socket.control(SIOCDELRT, &route) &&
+  if (find_default_gateway(interface_name) != kNoAddress && !socket.control(SIOCDELRT, &route) &&
       errno != ESRCH) {
     report("Failed to delete default gateway!");
     return -1;
@@ -174,7 +174,7 @@ ResolverText parse_dns_search_domain(std::FILE* resolver_file) {
   return next_resolver_value(resolver_file, "search").value_or(ResolverText{});
 }
 
-std::optional<ResolverText> read_dns_search_domain() {
+std::optional<ResolverText> find_dns_search_domain() {
   const File resolver_file = open_file(kResolverFile, "re");
   if (!resolver_file) return std::nullopt;
   return parse_dns_search_domain(resolver_file.get());

@@ -23,7 +23,7 @@ struct AddressTexts {
 // In all of the following `interface_name` is truncated to 15 characters before the kernel gets it.
 
 /// The IPv4 address, or kNoAddress when the interface is missing or has none.
-[[nodiscard]] std::uint32_t read_ipv4_address(const char* interface_name);
+[[nodiscard]] std::uint32_t find_ipv4_address(const char* interface_name);
 
 /// 0, or -1 when the kernel refuses.
 [[nodiscard]] int set_ipv4_address(const char* interface_name, std::uint32_t address);
@@ -46,7 +46,7 @@ struct AddressTexts {
 [[nodiscard]] int ip_check(const char* address, const char* mask, const char* gateway);
 
 /// The search domain of /etc/resolv.conf, empty when there is none; nothing when the file cannot be read.
-[[nodiscard]] std::optional<ResolverText> read_dns_search_domain();
+[[nodiscard]] std::optional<ResolverText> find_dns_search_domain();
 [[nodiscard]] ResolverText parse_dns_search_domain(std::FILE* resolver_file);
 
 /// An IPv4 or IPv6 address text as inet_pton(3) takes it, with its family; nothing when it is neither.

@@ -5,10 +5,10 @@
 #include <cstring>
 #include <string_view>
 
+#include "context.h"
+#include "core/response.h"
 #include "event/linked_notifications.h"
 #include "event/store_document.h"
-#include "frame/response.h"
-#include "frame/service.h"
 
 namespace psia {
 
@@ -25,10 +25,10 @@ FixedText<256> notification_id_of(const Request& request) {
 /// The links that the document of the notification `id` shows. Only linked kinds are searched, the relay
 /// first. Kept for compatibility: with a relay the document also shows the FTP and mail links, with an FTP
 /// server the mail link, so that clients see more notifications than they asked for.
-Links select_links(Service& service, const char* id) {
-  Links links = stored_links(service);
+Links select_links(Context& context, const char* id) {
+  Links links = stored_links(context);
   if (links.relay != kNoLink) {
-    const Rows relay = service.database.query("select DeviceID from Relay where Alias='%s'", id);
+    const Rows relay = context.database.query("select DeviceID from Relay where Alias='%s'", id);
     if (relay.found()) {
       links.relay = relay.number(0, 0);
       if (links.relay != kNoLink) return links;
@@ -36,51 +36,51 @@ Links select_links(Service& service, const char* id) {
   }
   links.relay = kNoLink;
   if (links.ftp != kNoLink) {
-    links.ftp = find_ftp_server(service, id);
+    links.ftp = find_ftp_server(context, id);
     if (links.ftp != kNoLink) return links;
   }
-  const std::int32_t mail = find_mail_server(service, id);
+  const std::int32_t mail = find_mail_server(context, id);
   if (links.mail != kNoLink) links.mail = mail;
   return links;
 }
 
 /// Stores the first of the three links that is set; the others keep their stored values.
-void apply_first_link(Service& service, const Links& links) {
+void apply_first_link(Context& context, const Links& links) {
   if (links.relay >= 0) {
-    (void)service.database.execute("update Event set RelayID=%d where Trigger=%d", links.relay, kTrigger);
+    (void)context.database.execute("update Event set RelayID=%d where Trigger=%d", links.relay, kTrigger);
   } else if (links.ftp >= 0) {
-    (void)service.database.execute("update Event set FTPServerID=%d where Trigger=%d", links.ftp, kTrigger);
+    (void)context.database.execute("update Event set FTPServerID=%d where Trigger=%d", links.ftp, kTrigger);
   } else if (links.mail >= 0) {
-    (void)service.database.execute("update Event set SMTPServerID=%d where Trigger=%d", links.mail, kTrigger);
+    (void)context.database.execute("update Event set SMTPServerID=%d where Trigger=%d", links.mail, kTrigger);
   }
 }
 
 }  // namespace
 
-void read_notification(Service& service, const Request& request) {
-  if (!is_trigger(service, trigger_id_of(request).c_str())) {
+void read_notification(Context& context, const Request& request) {
+  if (!is_trigger(context, trigger_id_of(request).c_str())) {
     return answer_status(request, Status::kInvalidOperation);
   }
   print_xml(request, [&](TextBuffer& document) {
-    document.append(kXmlDeclarationBare);
-    append_notifications(service, document, select_links(service, notification_id_of(request).c_str()));
+    document.append(kXmlDeclarationNoLineEnd);
+    append_notifications(context, document, select_links(context, notification_id_of(request).c_str()));
   });
 }
 
-void write_notification(Service& service, const Request& request) {
-  store_document(service, request, "EventTriggerNotification", [&](XmlElement root) {
+void write_notification(Context& context, const Request& request) {
+  store_document(context, request, "EventTriggerNotification", [&](XmlElement root) {
     RequestedNotification requested;
-    take_notification(service, root, requested);
-    if (is_trigger(service, trigger_id_of(request).c_str())) apply_first_link(service, requested.links);
+    take_notification(context, root, requested);
+    if (is_trigger(context, trigger_id_of(request).c_str())) apply_first_link(context, requested.links);
   });
 }
 
-void remove_notification(Service& service, const Request& request) {
-  if (is_trigger(service, trigger_id_of(request).c_str())) {
+void remove_notification(Context& context, const Request& request) {
+  if (is_trigger(context, trigger_id_of(request).c_str())) {
     const FixedText<256> id = notification_id_of(request);
-    apply_first_link(service, {.relay = find_device(service, id.c_str()),
-                               .ftp = find_ftp_server(service, id.c_str()),
-                               .mail = find_mail_server(service, id.c_str())});
+    apply_first_link(context, {.relay = find_device(context, id.c_str()),
+                               .ftp = find_ftp_server(context, id.c_str()),
+                               .mail = find_mail_server(context, id.c_str())});
   }
   answer_status(request, Status::kOk);
 }

@@ -3,16 +3,16 @@
 // notifications. Both ids are taken from the request's tail, at most 255 characters of each.
 #pragma once
 
-#include "frame/request.h"
+#include "core/request.h"
 
 namespace psia {
 
-struct Service;
+struct Context;
 
-void read_notification(Service& service, const Request& request);
+void read_notification(Context& context, const Request& request);
 /// The id in the body decides; the one in the URL is ignored.
-void write_notification(Service& service, const Request& request);
+void write_notification(Context& context, const Request& request);
 /// Kept for compatibility: links what the URL names instead of unlinking it.
-void remove_notification(Service& service, const Request& request);
+void remove_notification(Context& context, const Request& request);
 
 }  // namespace psia

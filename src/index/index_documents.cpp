@@ -132,19 +132,19 @@ void append_description(TextBuffer& document, const char* declaration) {
 }  // namespace
 
 IndexDocuments::IndexDocuments() {
-  append_list(documents_[kRecursiveIndex], kXmlDeclarationBare, kListRoot, kRootRecursive);
-  append_list(documents_[kRootIndex], kXmlDeclarationBare, kListRoot, kRoot);
-  append_list(documents_[kSystemIndex], kXmlDeclaration, kListRoot, kSystem);
-  append_list(documents_[kNetworkIndex], kXmlDeclarationBare, kListRoot, kNetwork);
-  append_list(documents_[kAudioIndex], kXmlDeclaration, kListRoot, kAudio);
+  append_list(documents_[kRecursiveIndex], kXmlDeclarationNoLineEnd, kListRoot, kRootRecursive);
+  append_list(documents_[kRootIndex], kXmlDeclarationNoLineEnd, kListRoot, kRoot);
+  append_list(documents_[kSystemIndex], kXmlDeclarationCrLf, kListRoot, kSystem);
+  append_list(documents_[kNetworkIndex], kXmlDeclarationNoLineEnd, kListRoot, kNetwork);
+  append_list(documents_[kAudioIndex], kXmlDeclarationCrLf, kListRoot, kAudio);
   // The one that shows no schema.
-  append_list(documents_[kVideoIndex], kXmlDeclaration, kShortListRoot, kVideo);
-  append_list(documents_[kSecurityIndex], kXmlDeclaration, kListRoot, kSecurity);
-  append_list(documents_[kAaaIndex], kXmlDeclaration, kListRoot, kAaa);
-  append_list(documents_[kStreamingIndex], kXmlDeclaration, kListRoot, kStreaming);
-  append_list(documents_[kEventIndex], kXmlDeclarationBare, kListRoot, kEvent);
-  append_description(documents_[kDescription], kXmlDeclarationBare);
-  append_description(documents_[kDescriptionWithLineBreak], kXmlDeclaration);
+  append_list(documents_[kVideoIndex], kXmlDeclarationCrLf, kShortListRoot, kVideo);
+  append_list(documents_[kSecurityIndex], kXmlDeclarationCrLf, kListRoot, kSecurity);
+  append_list(documents_[kAaaIndex], kXmlDeclarationCrLf, kListRoot, kAaa);
+  append_list(documents_[kStreamingIndex], kXmlDeclarationCrLf, kListRoot, kStreaming);
+  append_list(documents_[kEventIndex], kXmlDeclarationNoLineEnd, kListRoot, kEvent);
+  append_description(documents_[kDescription], kXmlDeclarationNoLineEnd);
+  append_description(documents_[kDescriptionWithLineBreak], kXmlDeclarationCrLf);
 }
 
 bool IndexDocuments::valid() const {

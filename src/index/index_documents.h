@@ -5,9 +5,9 @@
 #include <array>
 #include <string_view>
 
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/text_buffer.h"
+#include "context.h"
+#include "core/response.h"
+#include "core/text_buffer.h"
 
 namespace psia {
 
@@ -44,12 +44,12 @@ class IndexDocuments {
 
 /// The handlers that answer with one of these documents, or print it as the Event level does.
 template <IndexDocument kWhich>
-void read_index(Service& service, const Request& /*request*/) {
-  answer_fixed_xml(service.index_documents.text(kWhich));
+void read_index(Context& context, const Request& /*request*/) {
+  answer_fixed_xml(context.index_documents.text(kWhich));
 }
 template <IndexDocument kWhich>
-void print_index(Service& service, const Request& /*request*/) {
-  print_fixed_xml(service.index_documents.text(kWhich));
+void print_index(Context& context, const Request& /*request*/) {
+  print_fixed_xml(context.index_documents.text(kWhich));
 }
 
 }  // namespace psia

@@ -2,16 +2,16 @@
 
 #include <optional>
 
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/response.h"
+#include "core/xml.h"
 
 namespace psia {
 
 namespace {
 
-bool audio_enabled(Service& service) {
-  return service.database.query("select Enable from Audio where AudioID=0").number(0, 0) != 0;
+bool audio_enabled(Context& context) {
+  return context.database.query("select Enable from Audio where AudioID=0").number(0, 0) != 0;
 }
 
 void append_audio_channel(TextBuffer& document, bool enabled) {
@@ -23,8 +23,8 @@ void append_audio_channel(TextBuffer& document, bool enabled) {
 }
 
 /// The Enable value of a body: 1 for "true", 0 for anything else. Nothing when the body cannot be used.
-std::optional<int> read_requested_enable(const Request& request) {
-  const XmlDocument document = read_document(request, "AudioChannel");
+std::optional<int> parse_requested_enable(const Request& request) {
+  const XmlDocument document = receive_document(request, "AudioChannel");
   if (!document) return std::nullopt;
   int enable = 0;
   for (const XmlElement child : document.root()) {
@@ -35,29 +35,29 @@ std::optional<int> read_requested_enable(const Request& request) {
 
 }  // namespace
 
-void read_audio_channel(Service& service, const Request& request) {
-  answer_xml(request, [enabled = audio_enabled(service)](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+void read_audio_channel(Context& context, const Request& request) {
+  answer_xml(request, [enabled = audio_enabled(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationCrLf);
     append_audio_channel(document, enabled);
   });
 }
 
-void read_audio_channels(Service& service, const Request& request) {
-  answer_xml(request, [enabled = audio_enabled(service)](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+void read_audio_channels(Context& context, const Request& request) {
+  answer_xml(request, [enabled = audio_enabled(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationCrLf);
     document.append("<AudioChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     append_audio_channel(document, enabled);  // the inner element keeps its own namespace attribute
     document.append("</AudioChannelList>");
   });
 }
 
-void write_audio_channel(Service& service, const Request& request) {
-  const std::optional<int> enable = read_requested_enable(request);
-  if (!enable || !service.database.execute("update Audio set Enable=%d where AudioID=0", *enable)) {
+void write_audio_channel(Context& context, const Request& request) {
+  const std::optional<int> enable = parse_requested_enable(request);
+  if (!enable || !context.database.execute("update Audio set Enable=%d where AudioID=0", *enable)) {
     return answer_status(request, Status::kDeviceError);
   }
   ControlMessage message(Command::kAudio);
-  send_and_answer(service.queues, request, message);
+  send_and_answer(context.queues, request, message);
 }
 
 }  // namespace psia

@@ -2,14 +2,14 @@
 // belongs to the streaming channels.
 #pragma once
 
-#include "frame/request.h"
+#include "core/request.h"
 
 namespace psia {
 
-struct Service;
+struct Context;
 
-void read_audio_channel(Service& service, const Request& request);
-void read_audio_channels(Service& service, const Request& request);
-void write_audio_channel(Service& service, const Request& request);
+void read_audio_channel(Context& context, const Request& request);
+void read_audio_channels(Context& context, const Request& request);
+void write_audio_channel(Context& context, const Request& request);
 
 }  // namespace psia

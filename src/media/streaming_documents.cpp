@@ -9,9 +9,9 @@
 #include <limits>
 #include <optional>
 
-#include "frame/numbers.h"
-#include "frame/response.h"
-#include "frame/service.h"
+#include "context.h"
+#include "core/numbers.h"
+#include "core/response.h"
 
 namespace psia {
 
@@ -81,7 +81,7 @@ CaptureSize maximum_capture_size(Database& database) {
   return is_4_to_3 ? CaptureSize{2040, 1536} : CaptureSize{1920, 1080};
 }
 
-std::optional<Encoder> read_encoder(Database& database, Stream stream) {
+std::optional<Encoder> stored_encoder(Database& database, Stream stream) {
   const Rows rows = database.query(
       "select Enable, Codec, Resolution, QualityType, Bitrate, Quality, Framerate, GOPSize from VideoEncoder where VideoEncoderID=%d",
       static_cast<int>(stream));
@@ -290,26 +290,26 @@ void append_channel(TextBuffer& document, const char* attributes, Form form, con
 void answer_channel(const Request& request, Form form, const Channel& channel) {
   if (channel.encoder.enable == kNoEncoder) return answer_status(request, Status::kDeviceError);
   answer_xml(request, [form, &channel](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+    document.append(kXmlDeclarationCrLf);
     append_channel(document, kNamespace, form, channel);
   });
 }
 
 }  // namespace
 
-std::int32_t read_rtsp_port(Database& database) {
+std::int32_t stored_rtsp_port(Database& database) {
   const Rows rows = database.query("select RTSPPort from Network");
   return rows.found() ? rows.number(0, 0) : kDefaultRtspPort;
 }
 
-void read_streaming_channels(Service& service, const Request& request) {
-  Database& database = service.database;
+void read_streaming_channels(Context& context, const Request& request) {
+  Database& database = context.database;
   const CaptureSize largest = maximum_capture_size(database);
-  const Encoder master = read_encoder(database, kMaster).value_or(Encoder());
-  const Encoder slave = read_encoder(database, kSlave).value_or(Encoder());
+  const Encoder master = stored_encoder(database, kMaster).value_or(Encoder());
+  const Encoder slave = stored_encoder(database, kSlave).value_or(Encoder());
   const Audio audio = to_audio(database.query("select * from Audio where Type=0 limit 1"));
   const bool audio_enabled = audio.enable != 0;  // any number, unlike in the documents of one channel
-  const std::int32_t rtsp_port = read_rtsp_port(database);
+  const std::int32_t rtsp_port = stored_rtsp_port(database);
   if (master.enable == kNoEncoder || slave.enable == kNoEncoder) {
     return answer_status(request, Status::kDeviceError);
   }
@@ -330,7 +330,7 @@ void read_streaming_channels(Service& service, const Request& request) {
               .audio_enabled = audio_enabled},
   };
   answer_xml(request, [&channels](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+    document.append(kXmlDeclarationCrLf);
     document.append("<StreamingChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     for (const Channel& channel : channels)
       append_channel(document, "", Form::kValues, channel);
@@ -338,29 +338,29 @@ void read_streaming_channels(Service& service, const Request& request) {
   });
 }
 
-void read_streaming_channel(Service& service, const Request& request) {
-  Database& database = service.database;
+void read_streaming_channel(Context& context, const Request& request) {
+  Database& database = context.database;
   const Stream stream = stream_of(request);
   const CaptureSize largest = maximum_capture_size(database);
-  const Encoder encoder = read_encoder(database, stream).value_or(Encoder());
+  const Encoder encoder = stored_encoder(database, stream).value_or(Encoder());
   const Audio audio = to_audio(database.query("select * from Audio where Type=0 limit 1"));
   answer_channel(request, Form::kValues,
                  {.stream = stream,
                   .encoder = encoder,
                   .audio = audio,
-                  .rtsp_port = read_rtsp_port(database),
+                  .rtsp_port = stored_rtsp_port(database),
                   .codec = codec_name(encoder),
                   .size = shown_size(encoder, largest),
                   .audio_enabled = audio.enable == 1});
 }
 
-void read_streaming_capabilities(Service& service, const Request& request) {
-  Database& database = service.database;
+void read_streaming_capabilities(Context& context, const Request& request) {
+  Database& database = context.database;
   const Stream stream = stream_of(request);
   const CaptureSize largest = maximum_capture_size(database);
   const Rows spec = database.query("select VideoResolution from Spec");
   if (!spec.found()) return answer_status(request, Status::kDeviceError);
-  const std::optional<Encoder> encoder = read_encoder(database, stream);
+  const std::optional<Encoder> encoder = stored_encoder(database, stream);
   if (!encoder) return answer_status(request, Status::kDeviceError);
   const bool larger_sizes = (spec.number(0, 0) & kLargerSizes) != 0;
   const Audio audio = to_audio(database.query("select * from Audio where AudioID=0"));
@@ -368,7 +368,7 @@ void read_streaming_capabilities(Service& service, const Request& request) {
                  {.stream = stream,
                   .encoder = *encoder,
                   .audio = audio,
-                  .rtsp_port = read_rtsp_port(database),
+                  .rtsp_port = stored_rtsp_port(database),
                   .codec = codec_name(*encoder),
                   .size = capabilities_size(*encoder, largest, larger_sizes),
                   .audio_enabled = audio.enable == 1});

@@ -4,12 +4,12 @@
 
 #include <cstdint>
 
-#include "frame/request.h"
+#include "core/request.h"
 
 namespace psia {
 
 class Database;
-struct Service;
+struct Context;
 
 /// The streams by their VideoEncoderID; the id of a channel is one more.
 enum Stream : int { kMaster = 0, kSlave = 1 };
@@ -17,10 +17,10 @@ enum Stream : int { kMaster = 0, kSlave = 1 };
 inline constexpr std::int32_t kDefaultRtspPort = 554;
 
 /// The stored RTSP port, the default when it cannot be read.
-[[nodiscard]] std::int32_t read_rtsp_port(Database& database);
+[[nodiscard]] std::int32_t stored_rtsp_port(Database& database);
 
-void read_streaming_channels(Service& service, const Request& request);
-void read_streaming_channel(Service& service, const Request& request);
-void read_streaming_capabilities(Service& service, const Request& request);
+void read_streaming_channels(Context& context, const Request& request);
+void read_streaming_channel(Context& context, const Request& request);
+void read_streaming_capabilities(Context& context, const Request& request);
 
 }  // namespace psia

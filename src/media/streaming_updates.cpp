@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <optional>
 
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/response.h"
+#include "core/xml.h"
 #include "media/streaming_documents.h"
 
 namespace psia {
@@ -89,15 +89,15 @@ void take_audio(XmlElement audio, RequestedSettings& requested) {
 }
 
 /// Tells the daemons. Their reply does not change the answer: the settings are stored.
-void announce(Service& service, ControlMessage message) {
-  (void)service.queues.send_and_wait(message);
+void announce(Context& context, ControlMessage message) {
+  (void)context.queues.send_and_wait(message);
 }
 
 /// Stores the encoder's settings and announces them. False when the statement failed or the request has sent
 /// all the messages it may.
-bool apply_video(Service& service, const RequestedSettings& requested) {
-  if (!service.queues.may_send() ||
-      !service.database.execute(
+bool apply_video(Context& context, const RequestedSettings& requested) {
+  if (!context.queues.may_send() ||
+      !context.database.execute(
           "update VideoEncoder set Enable=%d, Codec=%d, Resolution=%d, QualityType=%d, Bitrate=%d, Quality=%d, Framerate=%d where VideoEncoderID=%d",
           requested.enable, requested.codec, requested.resolution, requested.quality_type, requested.bit_rate,
           requested.quality, requested.frame_rate, static_cast<int>(requested.stream))) {
@@ -105,33 +105,33 @@ bool apply_video(Service& service, const RequestedSettings& requested) {
   }
   ControlMessage message(Command::kVideoEncoder);
   message.put_int(kPayloadOffset + 4, requested.stream == kMaster ? 1 : 0);
-  announce(service, message);
+  announce(context, message);
   return true;
 }
 
 /// The same for the audio encoder.
-bool apply_audio(Service& service, const RequestedSettings& requested) {
-  if (!service.queues.may_send() ||
-      !service.database.execute("update Audio set Enable=%d, Codec=%d where AudioID=0",
+bool apply_audio(Context& context, const RequestedSettings& requested) {
+  if (!context.queues.may_send() ||
+      !context.database.execute("update Audio set Enable=%d, Codec=%d where AudioID=0",
                                 requested.audio_enable, requested.audio_codec)) {
     return false;
   }
-  announce(service, ControlMessage(Command::kAudio));
+  announce(context, ControlMessage(Command::kAudio));
   return true;
 }
 
 /// The same for the RTSP port, when it is not the stored one.
-bool apply_rtsp_port(Service& service, std::int32_t port) {
-  if (read_rtsp_port(service.database) == port) return true;
-  if (!service.queues.may_send() || !service.database.execute("update Network set RTSPPort=%d", port))
+bool apply_rtsp_port(Context& context, std::int32_t port) {
+  if (stored_rtsp_port(context.database) == port) return true;
+  if (!context.queues.may_send() || !context.database.execute("update Network set RTSPPort=%d", port))
     return false;
-  announce(service, ControlMessage(Command::kRtspPort));
+  announce(context, ControlMessage(Command::kRtspPort));
   return true;
 }
 
 /// Carries out a StreamingChannel element in document order: id and enabled apply to the Video elements after
 /// them. False as soon as a statement fails.
-bool update_channel(Service& service, XmlElement channel, RequestedSettings& requested) {
+bool update_channel(Context& context, XmlElement channel, RequestedSettings& requested) {
   for (const XmlElement child : channel) {
     if (child.is("id")) {
       const bool master = child.text_is("Master-0") || child.text_is("1");
@@ -145,18 +145,18 @@ bool update_channel(Service& service, XmlElement channel, RequestedSettings& req
       }
     } else if (child.is("Video")) {
       take_video(child, requested);
-      if (!apply_video(service, requested)) return false;
+      if (!apply_video(context, requested)) return false;
     } else if (child.is("Audio")) {
       take_audio(child, requested);
-      if (!apply_audio(service, requested)) return false;
+      if (!apply_audio(context, requested)) return false;
     }
   }
   return true;
 }
 
-bool update_channels(Service& service, XmlElement list, RequestedSettings& requested) {
+bool update_channels(Context& context, XmlElement list, RequestedSettings& requested) {
   for (const XmlElement child : list) {
-    if (child.is("StreamingChannel") && !update_channel(service, child, requested)) return false;
+    if (child.is("StreamingChannel") && !update_channel(context, child, requested)) return false;
   }
   return true;
 }
@@ -164,25 +164,25 @@ bool update_channels(Service& service, XmlElement list, RequestedSettings& reque
 /// Carries out a body with `update` when its root element is `root_name`, then stores the RTSP port. Clients
 /// rely on the latter happening for a body with another root or an empty one, too: it restores the default
 /// port.
-void update_from_body(Service& service, const Request& request, const char* root_name,
-                      bool (*update)(Service&, XmlElement, RequestedSettings&)) {
-  const XmlDocument document = read_document(request);
+void update_from_body(Context& context, const Request& request, const char* root_name,
+                      bool (*update)(Context&, XmlElement, RequestedSettings&)) {
+  const XmlDocument document = receive_document(request);
   if (!document) return answer_status(request, Status::kDeviceError);
   RequestedSettings requested;
   const XmlElement root = document.root();
-  const bool done = (!root.is(root_name) || update(service, root, requested)) &&
-                    apply_rtsp_port(service, requested.rtsp_port);
+  const bool done = (!root.is(root_name) || update(context, root, requested)) &&
+                    apply_rtsp_port(context, requested.rtsp_port);
   answer_done(request, done);
 }
 
 }  // namespace
 
-void write_streaming_channel(Service& service, const Request& request) {
-  update_from_body(service, request, "StreamingChannel", update_channel);
+void write_streaming_channel(Context& context, const Request& request) {
+  update_from_body(context, request, "StreamingChannel", update_channel);
 }
 
-void write_streaming_channels(Service& service, const Request& request) {
-  update_from_body(service, request, "StreamingChannelList", update_channels);
+void write_streaming_channels(Context& context, const Request& request) {
+  update_from_body(context, request, "StreamingChannelList", update_channels);
 }
 
 }  // namespace psia

@@ -2,17 +2,17 @@
 // effect one after the other: those before a failure stay changed.
 #pragma once
 
-#include "frame/request.h"
+#include "core/request.h"
 
 namespace psia {
 
-struct Service;
+struct Context;
 
 /// PUT of one channel and POST to the list: a StreamingChannel document. The body's id names the channel; the
 /// URL's is ignored.
-void write_streaming_channel(Service& service, const Request& request);
+void write_streaming_channel(Context& context, const Request& request);
 
 /// PUT of the list: a StreamingChannelList document.
-void write_streaming_channels(Service& service, const Request& request);
+void write_streaming_channels(Context& context, const Request& request);
 
 }  // namespace psia

@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <optional>
 
-#include "frame/numbers.h"
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/numbers.h"
+#include "core/response.h"
+#include "core/xml.h"
 
 namespace psia {
 
@@ -19,8 +19,8 @@ struct Picture {
   std::int32_t power_line_frequency = 1;  // 1: 50 Hz, any other: 60 Hz
 };
 
-Picture read_picture(Service& service) {
-  const Rows source = service.database.query("select * from VideoSource where VideoSourceID=0");
+Picture stored_picture(Context& context) {
+  const Rows source = context.database.query("select * from VideoSource where VideoSourceID=0");
   if (!source.found()) return {};
   return {source.number(0, 1), source.number(0, 2), source.number(0, 3), source.number(0, 4)};
 }
@@ -52,8 +52,8 @@ std::int32_t short_number(XmlElement element) {
   return to_int32(text.c_str());
 }
 
-std::optional<RequestedPicture> read_requested_picture(const Request& request) {
-  const XmlDocument document = read_document(request, "VideoInputChannel");
+std::optional<RequestedPicture> parse_requested_picture(const Request& request) {
+  const XmlDocument document = receive_document(request, "VideoInputChannel");
   if (!document) return std::nullopt;
   RequestedPicture requested;
   for (const XmlElement child : document.root()) {
@@ -67,9 +67,9 @@ std::optional<RequestedPicture> read_requested_picture(const Request& request) {
 
 }  // namespace
 
-void read_video_inputs(Service& service, const Request& request) {
-  answer_xml(request, [picture = read_picture(service)](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+void read_video_inputs(Context& context, const Request& request) {
+  answer_xml(request, [picture = stored_picture(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationCrLf);
     document.append("<VideoInput version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     document.append("<VideoInputChannelList version=\"1.0\">");
     append_channel(document, "", picture);
@@ -78,34 +78,34 @@ void read_video_inputs(Service& service, const Request& request) {
   });
 }
 
-void read_video_input_channels(Service& service, const Request& request) {
-  answer_xml(request, [picture = read_picture(service)](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+void read_video_input_channels(Context& context, const Request& request) {
+  answer_xml(request, [picture = stored_picture(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationCrLf);
     document.append("<VideoInputChannelList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     append_channel(document, "", picture);
     document.append("</VideoInputChannelList>");
   });
 }
 
-void read_video_input_channel(Service& service, const Request& request) {
-  answer_xml(request, [picture = read_picture(service)](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+void read_video_input_channel(Context& context, const Request& request) {
+  answer_xml(request, [picture = stored_picture(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationCrLf);
     append_channel(document, kNamespace, picture);
   });
 }
 
-void write_video_input_channel(Service& service, const Request& request) {
-  const std::optional<RequestedPicture> requested = read_requested_picture(request);
+void write_video_input_channel(Context& context, const Request& request) {
+  const std::optional<RequestedPicture> requested = parse_requested_picture(request);
   // Kept for compatibility: the id of the body is the number of the row, while reading shows row 0 as
   // channel 1. A client that sends back the id it was shown changes row 1, and reading still shows row 0.
-  if (!requested || !service.database.execute(
+  if (!requested || !context.database.execute(
                         "update VideoSource set Brightness=%d, Contrast=%d, Hue=%d where VideoSourceID=%d",
                         requested->brightness, requested->contrast, requested->hue, requested->source)) {
     return answer_status(request, Status::kDeviceError);
   }
   ControlMessage message(Command::kVideoSource);
   message.put_int(kPayloadOffset, requested->source);
-  send_and_answer(service.queues, request, message);
+  send_and_answer(context.queues, request, message);
 }
 
 }  // namespace psia

@@ -2,15 +2,15 @@
 // power-line frequency, which can only be read.
 #pragma once
 
-#include "frame/request.h"
+#include "core/request.h"
 
 namespace psia {
 
-struct Service;
+struct Context;
 
-void read_video_inputs(Service& service, const Request& request);
-void read_video_input_channels(Service& service, const Request& request);
-void read_video_input_channel(Service& service, const Request& request);
-void write_video_input_channel(Service& service, const Request& request);
+void read_video_inputs(Context& context, const Request& request);
+void read_video_input_channels(Context& context, const Request& request);
+void read_video_input_channel(Context& context, const Request& request);
+void write_video_input_channel(Context& context, const Request& request);
 
 }  // namespace psia

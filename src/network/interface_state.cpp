@@ -13,7 +13,7 @@
 #include <memory>
 #include <string_view>
 
-#include "frame/file.h"
+#include "core/file.h"
 #include "network/interface_request.h"
 
 namespace psia {
@@ -52,7 +52,7 @@ bool is_link_local(const in6_addr& address) {
 
 /// Whether `address` is the link-local address made of eth0's hardware address.
 bool is_derived(const in6_addr& address) {
-  const in6_addr derived = link_local_address(read_hardware_address("eth0").value_or(HardwareAddress{}));
+  const in6_addr derived = link_local_address(find_hardware_address("eth0").value_or(HardwareAddress{}));
   return std::memcmp(&address, &derived, sizeof derived) == 0;
 }
 
@@ -93,14 +93,14 @@ std::optional<AddressText> address_text(int family, const void* address) {
   return text;
 }
 
-std::optional<std::uint32_t> read_subnet_mask(const char* interface_name) {
+std::optional<std::uint32_t> find_subnet_mask(const char* interface_name) {
   const ControlSocket socket("Socket Open Fail!");
   ifreq request = interface_request(interface_name);
   if (!socket.control_or_report(SIOCGIFNETMASK, &request, "Unable to read subnet mask!")) return std::nullopt;
   return taken_address(request);
 }
 
-std::optional<HardwareAddress> read_hardware_address(const char* interface_name) {
+std::optional<HardwareAddress> find_hardware_address(const char* interface_name) {
   const ControlSocket socket("Failed to open socket!");
   ifreq request = interface_request(interface_name);
   if (!socket.control_or_report(SIOCGIFHWADDR, &request, "Unable to read MAC address!")) return std::nullopt;
@@ -123,7 +123,7 @@ std::uint32_t find_gateway(std::FILE* route_table, const char* interface_name) {
   return kNoAddress;
 }
 
-std::uint32_t read_default_gateway(const char* interface_name) {
+std::uint32_t find_default_gateway(const char* interface_name) {
   const File route_table = open_file("/proc/net/route", "re");
   if (!route_table) {
     report("Do not support /proc file system?");
@@ -153,7 +153,7 @@ DnsServers parse_dns_servers(std::FILE* resolver_file) {
   return servers;
 }
 
-std::optional<DnsServers> read_dns_servers() {
+std::optional<DnsServers> find_dns_servers() {
   const File resolver_file = open_file(kResolverFile, "re");
   if (!resolver_file) return std::nullopt;
   return parse_dns_servers(resolver_file.get());

@@ -34,13 +34,13 @@ enum class OctetOrder { kFirstHighest, kFirstLowest };
 // In all of the following `interface_name` is truncated to 15 characters before the kernel gets it.
 
 /// The subnet mask, or nothing when the interface is missing or has no address.
-[[nodiscard]] std::optional<std::uint32_t> read_subnet_mask(const char* interface_name);
+[[nodiscard]] std::optional<std::uint32_t> find_subnet_mask(const char* interface_name);
 
 /// The hardware (MAC) address, or nothing.
-[[nodiscard]] std::optional<HardwareAddress> read_hardware_address(const char* interface_name);
+[[nodiscard]] std::optional<HardwareAddress> find_hardware_address(const char* interface_name);
 
 /// The interface's default gateway, or kNoAddress when it has none.
-[[nodiscard]] std::uint32_t read_default_gateway(const char* interface_name);
+[[nodiscard]] std::uint32_t find_default_gateway(const char* interface_name);
 
 /// The same out of an open table in the layout of /proc/net/route: the first line that begins with
 /// `interface_name` and has a gateway gives the result, whatever its destination. Only the name's length is
@@ -48,7 +48,7 @@ enum class OctetOrder { kFirstHighest, kFirstLowest };
 [[nodiscard]] std::uint32_t find_gateway(std::FILE* route_table, const char* interface_name);
 
 /// The first two name servers of /etc/resolv.conf, empty where there are fewer; nothing if it is unreadable.
-[[nodiscard]] std::optional<DnsServers> read_dns_servers();
+[[nodiscard]] std::optional<DnsServers> find_dns_servers();
 [[nodiscard]] DnsServers parse_dns_servers(std::FILE* resolver_file);
 
 /// Four decimal numbers separated by "."; anything may follow them. Of each number the low 8 bits count, so

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <optional>
 
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/response.h"
+#include "core/xml.h"
 #include "network/interface_state.h"
 
 namespace psia {
@@ -24,15 +24,15 @@ struct LiveAddressing {
 };
 
 /// The stored addressing type; everything else comes from the kernel and the resolver file.
-LiveAddressing read_live_addressing(Service& service) {
-  const Rows network = service.database.query("select ConnectionType from Network");
+LiveAddressing live_addressing(Context& context) {
+  const Rows network = context.database.query("select ConnectionType from Network");
   LiveAddressing live;
   live.dynamic = !network.found() || network.number(0, 0) == 1;
   live.address = interface_ipv4_text(kInterface).value_or(AddressText{"0.0.0.0"});
-  live.mask = octets_of(read_subnet_mask(kInterface).value_or(0));
-  const std::uint32_t gateway = read_default_gateway(kInterface);
+  live.mask = octets_of(find_subnet_mask(kInterface).value_or(0));
+  const std::uint32_t gateway = find_default_gateway(kInterface);
   live.gateway = octets_of(gateway == kNoAddress ? 0 : gateway);
-  live.name_servers = read_dns_servers().value_or(DnsServers{});
+  live.name_servers = find_dns_servers().value_or(DnsServers{});
   return live;
 }
 
@@ -171,26 +171,26 @@ int announce(ControlQueues& queues, const RequestedAddressing& requested) {
 
 /// Changes the addressing to what `take_root` finds in the body. Clients can tell a wrong root element from
 /// the other faults: its status is a different one.
-void change_addressing(Service& service, const Request& request, const char* root_name,
+void change_addressing(Context& context, const Request& request, const char* root_name,
                        bool (*take_root)(XmlElement, RequestedAddressing&)) {
   RequestedAddressing requested;
   {
-    const XmlDocument document = read_document(request);
+    const XmlDocument document = receive_document(request);
     if (!document) return answer_status(request, Status::kDeviceError);
     if (!document.root().is(root_name)) return answer_status(request, Status::kInvalidXmlFormat);
     if (!take_root(document.root(), requested)) return answer_status(request, Status::kDeviceError);
   }
-  if (!requested.is_static || !store(service.database, requested)) {
+  if (!requested.is_static || !store(context.database, requested)) {
     return answer_status(request, Status::kDeviceError);
   }
-  answer_result(request, announce(service.queues, requested));
+  answer_result(request, announce(context.queues, requested));
 }
 
 }  // namespace
 
-void read_interfaces(Service& service, const Request& request) {
-  answer_xml(request, [live = read_live_addressing(service)](TextBuffer& document) {
-    document.append(kXmlDeclarationLine);
+void read_interfaces(Context& context, const Request& request) {
+  answer_xml(request, [live = live_addressing(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationLf);
     document.append("<NetworkInterfaceList version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
     document.append("    <NetworkInterface version=\"1.0\">\n");
     append_interface(Lines(document, 2), live);
@@ -199,39 +199,39 @@ void read_interfaces(Service& service, const Request& request) {
   });
 }
 
-void read_interface(Service& service, const Request& request) {
-  answer_xml(request, [live = read_live_addressing(service)](TextBuffer& document) {
-    document.append(kXmlDeclarationLine);
+void read_interface(Context& context, const Request& request) {
+  answer_xml(request, [live = live_addressing(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationLf);
     document.append("<NetworkInterface version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
     append_interface(Lines(document, 1), live);
     document.append("</NetworkInterface>\n");
   });
 }
 
-void read_ip_address(Service& service, const Request& request) {
-  answer_xml(request, [live = read_live_addressing(service)](TextBuffer& document) {
-    document.append(kXmlDeclarationLine);
+void read_ip_address(Context& context, const Request& request) {
+  answer_xml(request, [live = live_addressing(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationLf);
     document.append("<IPAddress version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
     append_address_settings(Lines(document, 1), live);
     document.append("</IPAddress>\n");
   });
 }
 
-void read_discovery(Service& /*service*/, const Request& request) {
+void read_discovery(Context& /*context*/, const Request& request) {
   answer_xml(request, [](TextBuffer& document) {
-    document.append(kXmlDeclarationLine);
+    document.append(kXmlDeclarationLf);
     document.append("<Discovery version=\"1.0\" xmlns=\"urn:psialliance-org\">\n");
     append_discovery_settings(Lines(document, 1));
     document.append("</Discovery>\n");
   });
 }
 
-void write_interface(Service& service, const Request& request) {
-  change_addressing(service, request, "NetworkInterface", take_interface);
+void write_interface(Context& context, const Request& request) {
+  change_addressing(context, request, "NetworkInterface", take_interface);
 }
 
-void write_ip_address(Service& service, const Request& request) {
-  change_addressing(service, request, "IPAddress", take_address_settings);
+void write_ip_address(Context& context, const Request& request) {
+  change_addressing(context, request, "IPAddress", take_address_settings);
 }
 
 }  // namespace psia

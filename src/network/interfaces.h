@@ -2,20 +2,20 @@
 // asks the network daemon to apply it; the service itself never changes the interface.
 #pragma once
 
-#include "frame/request.h"
+#include "core/request.h"
 
 namespace psia {
 
-struct Service;
+struct Context;
 
-void read_interfaces(Service& service, const Request& request);
-void read_interface(Service& service, const Request& request);
-void read_ip_address(Service& service, const Request& request);
-void read_discovery(Service& service, const Request& request);
+void read_interfaces(Context& context, const Request& request);
+void read_interface(Context& context, const Request& request);
+void read_ip_address(Context& context, const Request& request);
+void read_discovery(Context& context, const Request& request);
 
 /// Both take the same address settings, from a NetworkInterface and from an IPAddress document. Only the IP
 /// version and the interface's id are checked: a malformed address is stored and passed on.
-void write_interface(Service& service, const Request& request);
-void write_ip_address(Service& service, const Request& request);
+void write_interface(Context& context, const Request& request);
+void write_ip_address(Context& context, const Request& request);
 
 }  // namespace psia

@@ -5,10 +5,10 @@
 #include <cstring>
 #include <optional>
 
-#include "frame/numbers.h"
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/numbers.h"
+#include "core/response.h"
+#include "core/xml.h"
 
 namespace psia {
 
@@ -97,10 +97,10 @@ Rows find_user(Database& database, const char* name) {
 
 }  // namespace
 
-void read_users(Service& service, const Request& request) {
-  const Rows users = service.database.query("select * from User");
+void read_users(Context& context, const Request& request) {
+  const Rows users = context.database.query("select * from User");
   answer_xml(request, [&users](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+    document.append(kXmlDeclarationCrLf);
     document.append("<UserList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     for (int row = 0; row < users.count(); ++row)
       append_user(document, "", users.text(row, 0));
@@ -108,16 +108,16 @@ void read_users(Service& service, const Request& request) {
   });
 }
 
-void write_users(Service& service, const Request& request) {
-  const XmlDocument document = read_document(request, "UserList");
+void write_users(Context& context, const Request& request) {
+  const XmlDocument document = receive_document(request, "UserList");
   if (!document) return answer_status(request, Status::kDeviceError);
   Account account;  // kept from one User to the next: a password without a name is for the previous user
   int stored = 0;
   int failed = 0;
-  Transaction transaction(service.database);
+  Transaction transaction(context.database);
   for (const XmlElement user : document.root()) {
     if (!user.is("User")) continue;
-    if (const std::optional<bool> result = store_passwords(service.database, user, account)) {
+    if (const std::optional<bool> result = store_passwords(context.database, user, account)) {
       ++(*result ? stored : failed);
     }
   }
@@ -127,46 +127,46 @@ void write_users(Service& service, const Request& request) {
   answer_status(request, Status::kOk);  // clients receive it after the others
 }
 
-void add_users(Service& service, const Request& request) {
-  const XmlDocument document = read_document(request, "User");
+void add_users(Context& context, const Request& request) {
+  const XmlDocument document = receive_document(request, "User");
   if (!document) return answer_status(request, Status::kDeviceError);
   std::optional<Transaction> transaction;
-  if (has_several_passwords(document.root())) transaction.emplace(service.database);
-  Added added = insert_users(service.database, document.root());
+  if (has_several_passwords(document.root())) transaction.emplace(context.database);
+  Added added = insert_users(context.database, document.root());
   if (transaction && !transaction->commit()) added = Added::kUntilFailure;
   if (added != Added::kAll) answer_status(request, Status::kDeviceError);
   if (added != Added::kUntilRefusal) answer_status(request, Status::kOk);  // also after the other
 }
 
-void remove_users(Service& service, const Request& request) {
+void remove_users(Context& context, const Request& request) {
   answer_done(request,
-              service.database.execute("delete from User where UserID != 'admin' and UserID != 'anonymous'"));
+              context.database.execute("delete from User where UserID != 'admin' and UserID != 'anonymous'"));
 }
 
-void read_user(Service& service, const Request& request) {
-  const Rows user = find_user(service.database, request.tail);
+void read_user(Context& context, const Request& request) {
+  const Rows user = find_user(context.database, request.tail);
   if (!user.found()) return answer_status(request, Status::kDeviceError);
   answer_xml(request, [&user](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+    document.append(kXmlDeclarationCrLf);
     append_user(document, kNamespace, user.text(0, 0));
   });
 }
 
-void write_user(Service& service, const Request& request) {
-  const XmlDocument document = read_document(request, "User");
+void write_user(Context& context, const Request& request) {
+  const XmlDocument document = receive_document(request, "User");
   if (!document) return answer_status(request, Status::kDeviceError);
   Account account{FixedText<32>(request.tail), {}};
   for (const XmlElement child : document.root()) {
     if (child.is("password")) child.copy_text(account.password);
   }
   if (is_name(account.name, "anonymous")) return;
-  answer_done(request, store_password(service.database, account));
+  answer_done(request, store_password(context.database, account));
 }
 
-void remove_user(Service& service, const Request& request) {
+void remove_user(Context& context, const Request& request) {
   const FixedText<32> name(request.tail);
   if (is_name(name, "admin") || is_name(name, "anonymous")) return;
-  answer_done(request, service.database.execute("delete from User where UserID='%s'", request.tail));
+  answer_done(request, context.database.execute("delete from User where UserID='%s'", request.tail));
 }
 
 }  // namespace psia

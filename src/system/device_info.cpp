@@ -13,11 +13,11 @@
 #include <cstring>
 #include <limits>
 
-#include "frame/file.h"
-#include "frame/paths.h"
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/file.h"
+#include "core/paths.h"
+#include "core/response.h"
+#include "core/xml.h"
 #include "network/interface_state.h"
 #include "system/local_time.h"
 
@@ -32,9 +32,9 @@ constexpr const char* kNoIdentifier = "aaaaaaaaaaaaaaaa";
 
 using Identifier = FixedText<40>;
 
-void append_name(TextBuffer& document, Service& service) {
-  const Rows name = service.database.query("select DDNSHostname from Network");
-  document.append("<deviceName>", name.found() ? name.text(0, 0) : service.environment.host_name(),
+void append_name(TextBuffer& document, Context& context) {
+  const Rows name = context.database.query("select DDNSHostname from Network");
+  document.append("<deviceName>", name.found() ? name.text(0, 0) : context.environment.host_name(),
                   "</deviceName>");
 }
 
@@ -72,12 +72,12 @@ void append_model(TextBuffer& document, Database& database) {
 }
 
 void append_serial_number(TextBuffer& document) {
-  const std::optional<SerialNumber> serial = read_factory_serial();
+  const std::optional<SerialNumber> serial = find_factory_serial();
   document.append("<serialNumber>", serial ? serial->data() : "0", "</serialNumber>");
 }
 
 void append_mac_address(TextBuffer& document) {
-  const HardwareAddress mac = read_hardware_address("eth0").value_or(HardwareAddress{});
+  const HardwareAddress mac = find_hardware_address("eth0").value_or(HardwareAddress{});
   std::array<char, sizeof "00:00:00:00:00:00"> text{};
   (void)std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
                       mac[3], mac[4], mac[5]);
@@ -97,7 +97,7 @@ void append_firmware(TextBuffer& document, Database& database) {
 }
 
 /// Whole seconds since the device was started; 0 when the kernel does not tell.
-std::int32_t read_uptime() {
+std::int32_t uptime_seconds() {
   std::array<char, 36> line{};
   const File file = open_file("/proc/uptime", "re");
   if (!file || std::fgets(line.data(), static_cast<int>(line.size()), file.get()) == nullptr) return 0;
@@ -115,7 +115,7 @@ std::int32_t read_uptime() {
 
 }  // namespace
 
-std::optional<SerialNumber> read_factory_serial() {
+std::optional<SerialNumber> find_factory_serial() {
   const int device = open(kFactoryData, O_RDWR | O_CLOEXEC);
   if (device < 0) {
     FCGI_perror("EEPROM OPEN");
@@ -139,12 +139,12 @@ std::optional<SerialNumber> read_factory_serial() {
   return serial;
 }
 
-void read_device_info(Service& service, const Request& request) {
-  Database& database = service.database;
+void read_device_info(Context& context, const Request& request) {
+  Database& database = context.database;
   answer_xml(request, [&](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+    document.append(kXmlDeclarationCrLf);
     document.append("<DeviceInfo version=\"1.0\" xmlns=\"urn:psialliance-org\">");
-    append_name(document, service);
+    append_name(document, context);
     document.append("<deviceID>", device_identifier(database).c_str(), "</deviceID>");
     document.append("<systemContact>http://www.quellan.example</systemContact>");
     append_model(document, database);
@@ -155,28 +155,28 @@ void read_device_info(Service& service, const Request& request) {
   });
 }
 
-void write_device_info(Service& service, const Request& request) {
+void write_device_info(Context& context, const Request& request) {
   std::optional<FixedText<32>> name;
-  if (const XmlDocument document = read_document(request, "DeviceInfo")) {
+  if (const XmlDocument document = receive_document(request, "DeviceInfo")) {
     name.emplace();
     for (const XmlElement child : document.root()) {
       if (child.is("deviceName")) child.copy_text(*name);
     }
   }
-  const bool stored = name && service.database.execute("update Network set DDNSHostname='%s'", name->c_str());
+  const bool stored = name && context.database.execute("update Network set DDNSHostname='%s'", name->c_str());
   answer_done(request, stored);
 }
 
-void read_device_status(Service& /*service*/, const Request& request) {
+void read_device_status(Context& /*context*/, const Request& request) {
   tzset();
   const std::tm now = local_time_now();
   answer_xml(request, [&](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+    document.append(kXmlDeclarationCrLf);
     document.append("<DeviceStatus version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     document.append("<currentDeviceTime>");
     append_time(document, now);
     document.append("</currentDeviceTime>");
-    document.append("<deviceUpTime>", read_uptime(), "</deviceUpTime>");
+    document.append("<deviceUpTime>", uptime_seconds(), "</deviceUpTime>");
     document.append("</DeviceStatus>");
   });
 }

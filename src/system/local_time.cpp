@@ -1,6 +1,6 @@
 #include "system/local_time.h"
 
-#include "frame/text_buffer.h"
+#include "core/text_buffer.h"
 
 namespace psia {
 

@@ -9,11 +9,11 @@
 #include <cstring>
 #include <string_view>
 
-#include "frame/body.h"
-#include "frame/file.h"
-#include "frame/paths.h"
-#include "frame/response.h"
-#include "frame/service.h"
+#include "context.h"
+#include "core/body.h"
+#include "core/file.h"
+#include "core/paths.h"
+#include "core/response.h"
 
 namespace psia {
 
@@ -57,12 +57,12 @@ void send_file(const File& file, int size) {
 
 }  // namespace
 
-void request_reboot(Service& service, const Request& request) {
+void request_reboot(Context& context, const Request& request) {
   ControlMessage message(Command::kReboot);
-  send_and_answer(service.queues, request, message);
+  send_and_answer(context.queues, request, message);
 }
 
-void reset_to_factory(Service& service, const Request& request) {
+void reset_to_factory(Context& context, const Request& request) {
   const char* const mark = std::strchr(request.uri, '?');
   const char* const behind_mark = mark == nullptr ? "" : mark + 1;
   const std::string_view query(behind_mark, strnlen(behind_mark, 255));
@@ -73,12 +73,12 @@ void reset_to_factory(Service& service, const Request& request) {
     return answer_status(request, Status::kDeviceError);
   }
   ControlMessage message(Command::kFactoryReset);
-  send_and_answer(service.queues, request, message);
+  send_and_answer(context.queues, request, message);
 }
 
-void read_configuration(Service& service, const Request& request) {
+void read_configuration(Context& context, const Request& request) {
   ControlMessage message(Command::kExportConfiguration);
-  if (service.queues.send_and_wait(message) != 0) return answer_status(request, Status::kDeviceError);
+  if (context.queues.send_and_wait(message) != 0) return answer_status(request, Status::kDeviceError);
   const std::string_view name = message.text_at(kPayloadOffset);
   std::array<char, 1024> path{};
   std::snprintf(path.data(), path.size(), "%s/%.*s", kExchangeDirectory, static_cast<int>(name.size()),
@@ -89,7 +89,7 @@ void read_configuration(Service& service, const Request& request) {
   send_file(file, size);
 }
 
-void write_configuration(Service& /*service*/, const Request& request) {
+void write_configuration(Context& /*context*/, const Request& request) {
   const int result = save_body(request, kUploadedConfiguration);
   answer_done(request, result == 0);
 }

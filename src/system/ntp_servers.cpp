@@ -3,9 +3,9 @@
 #include <cstring>
 #include <optional>
 
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/response.h"
+#include "core/xml.h"
 
 namespace psia {
 
@@ -14,8 +14,8 @@ namespace {
 /// A host name or a dotted IPv4 address.
 using ServerText = FixedText<32>;
 
-ServerText stored_server(Service& service) {
-  const Rows server = service.database.query("select NTPServer from Network");
+ServerText stored_server(Context& context) {
+  const Rows server = context.database.query("select NTPServer from Network");
   return ServerText(server.found() ? server.text(0, 0) : "pool.ntp.org");
 }
 
@@ -50,16 +50,16 @@ void take_server(XmlElement element, RequestedServer& requested) {
   }
 }
 
-void store_server(Service& service, const Request& request, const ServerText& server) {
-  const bool stored = service.database.execute("update Network set NTPServer='%s'", server.c_str());
+void store_server(Context& context, const Request& request, const ServerText& server) {
+  const bool stored = context.database.execute("update Network set NTPServer='%s'", server.c_str());
   answer_done(request, stored);
 }
 
 }  // namespace
 
-void read_ntp_servers(Service& service, const Request& request) {
-  answer_xml(request, [server = stored_server(service)](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+void read_ntp_servers(Context& context, const Request& request) {
+  answer_xml(request, [server = stored_server(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationCrLf);
     document.append("<NTPServerList version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     document.append("<NTPServer version=\"1.0\">");
     append_server(document, "", server);
@@ -68,34 +68,34 @@ void read_ntp_servers(Service& service, const Request& request) {
   });
 }
 
-void read_ntp_server(Service& service, const Request& request) {
-  answer_xml(request, [server = stored_server(service)](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+void read_ntp_server(Context& context, const Request& request) {
+  answer_xml(request, [server = stored_server(context)](TextBuffer& document) {
+    document.append(kXmlDeclarationCrLf);
     document.append("  <NTPServer version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     append_server(document, "    ", server);
     document.append("  </NTPServer>");
   });
 }
 
-void write_ntp_servers(Service& service, const Request& request) {
+void write_ntp_servers(Context& context, const Request& request) {
   std::optional<RequestedServer> requested;
-  if (const XmlDocument document = read_document(request, "NTPServerList")) {
+  if (const XmlDocument document = receive_document(request, "NTPServerList")) {
     requested.emplace();
     for (const XmlElement child : document.root()) {
       if (child.is("NTPServer")) take_server(child, *requested);
     }
   }
   if (!requested) return answer_status(request, Status::kDeviceError);
-  store_server(service, request, requested->host_name);
+  store_server(context, request, requested->host_name);
 }
 
-void write_ntp_server(Service& service, const Request& request) {
+void write_ntp_server(Context& context, const Request& request) {
   std::optional<RequestedServer> requested;
-  if (const XmlDocument document = read_document(request, "NTPServer")) {
+  if (const XmlDocument document = receive_document(request, "NTPServer")) {
     take_server(document.root(), requested.emplace());
   }
   if (!requested) return answer_status(request, Status::kDeviceError);
-  store_server(service, request, requested->use_address ? requested->address : requested->host_name);
+  store_server(context, request, requested->use_address ? requested->address : requested->host_name);
 }
 
 }  // namespace psia

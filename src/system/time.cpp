@@ -8,13 +8,13 @@
 #include <optional>
 #include <string_view>
 
-#include "frame/body.h"
-#include "frame/file.h"
-#include "frame/memory.h"
-#include "frame/numbers.h"
-#include "frame/response.h"
-#include "frame/service.h"
-#include "frame/xml.h"
+#include "context.h"
+#include "core/body.h"
+#include "core/file.h"
+#include "core/memory.h"
+#include "core/numbers.h"
+#include "core/response.h"
+#include "core/xml.h"
 #include "system/local_time.h"
 #include "system/posix_tz_check.h"
 #include "system/time_zone_table.h"
@@ -44,7 +44,7 @@ constexpr std::size_t kSecondOffset = 168;
 /// Bytes of the zone's name in a time-zone message, with its terminating zero.
 constexpr std::size_t kZoneNameSize = 256;
 
-OwnedText read_last_line(const char* path) {
+OwnedText last_line_of(const char* path) {
   const File file = open_file(path, "r");
   if (!file) return nullptr;
   const int size = file_size(file);
@@ -70,13 +70,13 @@ OwnedText current_posix_tz(Database& database) {
   if (std::strcmp(zone, "CST-0") == 0) return OwnedText(strdup(zone));
   std::array<char, sizeof("/usr/share/zoneinfo/") + 127> path{};
   std::snprintf(path.data(), path.size(), "/usr/share/zoneinfo/%s", zone);
-  return read_last_line(path.data());
+  return last_line_of(path.data());
 }
 
-FixedText<128> shown_time_zone(Service& service) {
-  const char* const current = service.environment.current_tz();
+FixedText<128> shown_time_zone(Context& context) {
+  const char* const current = context.environment.current_tz();
   if (*current != '\0') return FixedText<128>(current);
-  const OwnedText stored = current_posix_tz(service.database);
+  const OwnedText stored = current_posix_tz(context.database);
   return FixedText<128>(stored ? stored.get() : "GMT0");
 }
 
@@ -105,8 +105,8 @@ struct RequestedTime {
   FixedText<128> time_zone;
 };
 
-std::optional<RequestedTime> read_requested_time(const Request& request) {
-  const XmlDocument document = read_document(request, "Time");
+std::optional<RequestedTime> parse_requested_time(const Request& request) {
+  const XmlDocument document = receive_document(request, "Time");
   if (!document) return std::nullopt;
   RequestedTime requested;
   for (const XmlElement child : document.root()) {
@@ -139,71 +139,71 @@ std::optional<ControlMessage> time_message(Database& database, TimeMode mode, co
 }
 
 /// Asks the daemons to set the clock, and answers.
-void set_clock(Service& service, const Request& request, TimeMode mode, const char* manual_time) {
-  std::optional<ControlMessage> message = time_message(service.database, mode, manual_time);
+void set_clock(Context& context, const Request& request, TimeMode mode, const char* manual_time) {
+  std::optional<ControlMessage> message = time_message(context.database, mode, manual_time);
   if (!message) return answer_status(request, Status::kDeviceError);
-  send_and_answer(service.queues, request, *message);
+  send_and_answer(context.queues, request, *message);
 }
 
 }  // namespace
 
-void read_time(Service& service, const Request& request) {
-  const bool ntp = service.database.query("select DateTimeSync from Network").number(0, 0) == kNtp;
+void read_time(Context& context, const Request& request) {
+  const bool ntp = context.database.query("select DateTimeSync from Network").number(0, 0) == kNtp;
   tzset();
   const std::tm now = local_time_now();
   answer_xml(request, [&](TextBuffer& document) {
-    document.append(kXmlDeclaration);
+    document.append(kXmlDeclarationCrLf);
     document.append("<Time version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     document.append("<timeMode>", ntp ? "NTP" : "manual", "</timeMode>");
     document.append("<localTime>");
     append_time(document, now);
     document.append("</localTime>");
-    document.append("<timeZone>", shown_time_zone(service).c_str(), "</timeZone>");
+    document.append("<timeZone>", shown_time_zone(context).c_str(), "</timeZone>");
     document.append("</Time>");
   });
 }
 
-void write_time(Service& service, const Request& request) {
-  const std::optional<RequestedTime> requested = read_requested_time(request);
+void write_time(Context& context, const Request& request) {
+  const std::optional<RequestedTime> requested = parse_requested_time(request);
   if (!requested || posix_tz_check(requested->time_zone.c_str()) < 0) {
     return answer_status(request, Status::kDeviceError);
   }
   // Clients see this: a request without a time zone sets an empty one, and the times of this process are UTC
   // from then on.
-  service.environment.set_tz(requested->time_zone.c_str());
-  set_clock(service, request, requested->mode, requested->local_time.c_str());
+  context.environment.set_tz(requested->time_zone.c_str());
+  set_clock(context, request, requested->mode, requested->local_time.c_str());
 }
 
-void read_local_time(Service& /*service*/, const Request& request) {
+void read_local_time(Context& /*context*/, const Request& request) {
   // The answer is a bare text although its type is XML; clients rely on it.
   answer_xml(request, [](TextBuffer& document) { append_time(document, local_time_now()); });
 }
 
-void write_local_time(Service& service, const Request& request) {
-  const Rows mode = service.database.query("select DateTimeSync from Network");
+void write_local_time(Context& context, const Request& request) {
+  const Rows mode = context.database.query("select DateTimeSync from Network");
   if (!mode.found()) return answer_status(request, Status::kDeviceError);
   const Body body = Body::read(request);
   if (!body) return answer_status(request, Status::kDeviceError);
   if (mode.number(0, 0) != kManual) return answer_status(request, Status::kOk);
-  set_clock(service, request, kManual, body.text());
+  set_clock(context, request, kManual, body.text());
 }
 
-void read_time_zone(Service& service, const Request& request) {
+void read_time_zone(Context& context, const Request& request) {
   // The stored zone, even if PUT time has set another one for this process.
-  const OwnedText rule = current_posix_tz(service.database);
+  const OwnedText rule = current_posix_tz(context.database);
   answer_document(request, kTextContent,
                   [&](TextBuffer& document) { document.append(rule ? rule.get() : "GMT0"); });
 }
 
-void write_time_zone(Service& service, const Request& request) {
+void write_time_zone(Context& context, const Request& request) {
   const Body body = Body::read(request);
-  const char* const zone = body ? tz_find_zone(service.time_zones, body.text()) : nullptr;
-  if (zone == nullptr || !service.database.execute("update Network set TimeZone='%s'", zone)) {
+  const char* const zone = body ? tz_find_zone(context.time_zones, body.text()) : nullptr;
+  if (zone == nullptr || !context.database.execute("update Network set TimeZone='%s'", zone)) {
     return answer_status(request, Status::kDeviceError);
   }
   ControlMessage message(Command::kTimeZone);
   message.put_text(kPayloadOffset, kZoneNameSize, zone);
-  send_and_answer(service.queues, request, message);
+  send_and_answer(context.queues, request, message);
 }
 
 }  // namespace psia

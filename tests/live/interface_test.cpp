@@ -38,10 +38,10 @@ class InterfaceTest : public testing::Test {
 
 TEST_F(InterfaceTest, ReadsWhatWasSet) {
   EXPECT_EQ(set_ipv4_address("eth0", address_of("10.1.2.254")), 0);
-  EXPECT_EQ(read_ipv4_address("eth0"), address_of("10.1.2.254"));
+  EXPECT_EQ(find_ipv4_address("eth0"), address_of("10.1.2.254"));
   const HardwareAddress changed = {0x02, 0xAB, 0xCD, 0xEF, 0x80, 0xFF};
   EXPECT_EQ(set_hardware_address("eth0", changed), changed);
-  EXPECT_EQ(read_hardware_address("eth0"), changed);
+  EXPECT_EQ(find_hardware_address("eth0"), changed);
 }
 
 TEST_F(InterfaceTest, SetsMaskAndBroadcastOctetByOctet) {

@@ -7,10 +7,10 @@
 #include <fstream>
 #include <string>
 
+#include "context.h"
+#include "core/paths.h"
 #include "event/linked_notifications.h"
 #include "for_other_programs/single_notification.h"
-#include "frame/paths.h"
-#include "frame/service.h"
 #include "index/index_documents.h"
 #include "system/time_zone_table.h"
 
@@ -25,19 +25,19 @@ class NotificationTest : public testing::Test {
   }
 
   /// What the handler writes.
-  std::string run(void (*handler)(Service&, const Request&), const std::string& tail,
+  std::string run(void (*handler)(Context&, const Request&), const std::string& tail,
                   const std::string& body = "") {
     std::ofstream("/usr/local/body") << body;
     close(STDIN_FILENO);
     EXPECT_EQ(open("/usr/local/body", O_RDONLY), STDIN_FILENO);
-    Service service{environment_, database_, *queues_, *zones_, index_documents_};
+    Context context{environment_, database_, *queues_, *zones_, index_documents_};
     testing::internal::CaptureStdout();
-    handler(service, {"/u", "", std::to_string(body.size()).c_str(), 0, tail.c_str()});
+    handler(context, {"/u", "", std::to_string(body.size()).c_str(), 0, tail.c_str()});
     return testing::internal::GetCapturedStdout();
   }
 
   /// The links to a relay, an FTP and a mail server after a request to the handler. Before it each is 8.
-  std::string links_after(void (*handler)(Service&, const Request&), const std::string& tail,
+  std::string links_after(void (*handler)(Context&, const Request&), const std::string& tail,
                           const std::string& body = "") {
     EXPECT_TRUE(database_.execute("update Event set RelayID=8, FTPServerID=8, SMTPServerID=8"));
     EXPECT_NE(run(handler, tail, body).find("<statusString>OK<"), std::string::npos);

@@ -1,5 +1,5 @@
 // Documents that the versions of libxml2 treat differently, and that the service must not.
-#include "frame/xml.h"
+#include "core/xml.h"
 
 #include <gtest/gtest.h>
 

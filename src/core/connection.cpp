@@ -1,4 +1,4 @@
-#include "frame/connection.h"
+#include "core/connection.h"
 
 #include <sqlite3.h>
 

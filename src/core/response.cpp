@@ -1,4 +1,4 @@
-#include "frame/response.h"
+#include "core/response.h"
 
 #include <fcgi_stdio.h>
 
@@ -7,8 +7,8 @@
 #include <charconv>
 #include <cstdio>
 
-#include "frame/control_queue.h"
-#include "frame/stop.h"
+#include "core/control_queue.h"
+#include "core/stop.h"
 
 namespace psia {
 

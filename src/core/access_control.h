@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "frame/database.h"
-#include "frame/fixed_text.h"
+#include "core/database.h"
+#include "core/fixed_text.h"
 
 namespace psia {
 

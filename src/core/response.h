@@ -4,8 +4,8 @@
 
 #include <string_view>
 
-#include "frame/request.h"
-#include "frame/text_buffer.h"
+#include "core/request.h"
+#include "core/text_buffer.h"
 
 namespace psia {
 
@@ -27,10 +27,10 @@ enum class Status : int {
 inline constexpr const char* kXmlContent = "Content-Type: application/xml; charset=\"UTF-8\"\r\n\r\n";
 inline constexpr const char* kTextContent = "Content-Type: text/plain; charset=\"UTF-8\"\r\n\r\n";
 
-/// The XML declaration of most documents. Some documents have no line break after it, some have "\n".
-inline constexpr const char* kXmlDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\r\n";
-inline constexpr const char* kXmlDeclarationBare = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
-inline constexpr const char* kXmlDeclarationLine = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n";
+/// The XML declaration, with the line end that the document has after it.
+inline constexpr const char* kXmlDeclarationCrLf = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\r\n";
+inline constexpr const char* kXmlDeclarationNoLineEnd = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
+inline constexpr const char* kXmlDeclarationLf = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n";
 
 /// The namespace of all documents, as the last attribute of a root element.
 inline constexpr const char* kNamespace = " xmlns=\"urn:psialliance-org\"";

@@ -1,4 +1,4 @@
-#include "frame/database.h"
+#include "core/database.h"
 
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <utility>
 
-#include "frame/paths.h"
-#include "frame/sleep.h"
-#include "frame/stop.h"
+#include "core/paths.h"
+#include "core/sleep.h"
+#include "core/stop.h"
 
 namespace psia {
 

@@ -7,8 +7,8 @@
 
 #include <ctime>
 
-#include "frame/connection.h"
-#include "frame/rows.h"
+#include "core/connection.h"
+#include "core/rows.h"
 
 namespace psia {
 

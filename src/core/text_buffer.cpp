@@ -1,4 +1,4 @@
-#include "frame/text_buffer.h"
+#include "core/text_buffer.h"
 
 #include <charconv>
 #include <cstdlib>

@@ -25,7 +25,7 @@
 //
 // A plain CGI program has no connection that a tick could end. It waits for its body with poll(2), and for as
 // long as it takes until its answer is taken.
-#include "frame/stop.h"
+#include "core/stop.h"
 
 #include <poll.h>
 #include <sys/socket.h>

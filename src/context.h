@@ -1,16 +1,16 @@
 // What lives as long as the process. Handlers get it as an argument; there are no globals.
 #pragma once
 
-#include "frame/control_queue.h"
-#include "frame/database.h"
-#include "frame/environment.h"
+#include "core/control_queue.h"
+#include "core/database.h"
+#include "core/environment.h"
 
 namespace psia {
 
 class IndexDocuments;
 struct tz_pair_list;
 
-struct Service {
+struct Context {
   Environment& environment;
   Database& database;
   ControlQueues& queues;

@@ -1,4 +1,4 @@
-#include "frame/xml.h"
+#include "core/xml.h"
 
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
@@ -9,9 +9,9 @@
 #include <string_view>
 #include <utility>
 
-#include "frame/body.h"
-#include "frame/memory.h"
-#include "frame/numbers.h"
+#include "core/body.h"
+#include "core/memory.h"
+#include "core/numbers.h"
 
 namespace psia {
 
@@ -357,15 +357,15 @@ XmlDocument XmlDocument::parse(const char* text) {
   return XmlDocument(take_tree(parser));
 }
 
-XmlDocument read_document(const Request& request) {
+XmlDocument receive_document(const Request& request) {
   Parser parser;
   if (const Body body = Body::read(request)) load(parser, body.text());
   // The body is freed by now, so that a large one is not in memory twice while it is parsed.
   return XmlDocument(take_tree(parser));
 }
 
-XmlDocument read_document(const Request& request, const char* root_name) {
-  XmlDocument document = read_document(request);
+XmlDocument receive_document(const Request& request, const char* root_name) {
+  XmlDocument document = receive_document(request);
   return document && document.root().is(root_name) ? std::move(document) : XmlDocument();
 }
 

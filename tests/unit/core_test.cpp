@@ -1,12 +1,12 @@
-// The frame's pure parts: numbers, credentials.
+// The pure parts of core/: numbers, credentials.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <limits>
 #include <string>
 
-#include "frame/access_control.h"
-#include "frame/numbers.h"
+#include "core/access_control.h"
+#include "core/numbers.h"
 
 namespace psia {
 namespace {

@@ -1,4 +1,4 @@
-#include "frame/rows.h"
+#include "core/rows.h"
 
 #include <sqlite3.h>
 
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <utility>
 
-#include "frame/numbers.h"
+#include "core/numbers.h"
 
 namespace psia {
 

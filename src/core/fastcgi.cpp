@@ -1,11 +1,11 @@
-#include "frame/gateway.h"
+#include "core/fastcgi.h"
 
 #include <fcgi_stdio.h>
 #include <unistd.h>
 
 #include <cstdio>
 
-#include "frame/stop.h"
+#include "core/stop.h"
 
 namespace psia {
 
@@ -48,13 +48,13 @@ void end_connection(FCGX_Request& request, bool keep) {
 
 }  // namespace
 
-Gateway::Gateway() {
+FastCgi::FastCgi() {
   FCGX_Init();
   FCGX_InitRequest(&request_, STDIN_FILENO, 0);
   is_cgi_ = FCGX_IsCGI() != 0;
 }
 
-bool Gateway::accept() {
+bool FastCgi::accept() {
   if (is_cgi_) return !stop_requested() && FCGI_Accept() >= 0;
   while (!stop_requested()) {
     const RequestAwaited awaited(request_);
@@ -68,7 +68,7 @@ bool Gateway::accept() {
   return false;
 }
 
-void Gateway::finish() {
+void FastCgi::finish() {
   if (is_cgi_) return;
   const bool sent = end_answer(request_);
   const bool read = skip_rest(request_);

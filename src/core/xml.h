@@ -10,8 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "frame/fixed_text.h"
-#include "frame/request.h"
+#include "core/fixed_text.h"
+#include "core/request.h"
 
 namespace psia {
 
@@ -99,9 +99,9 @@ class XmlDocument {
 };
 
 /// Reads the request's body and parses it. Gives no document when either fails.
-[[nodiscard]] XmlDocument read_document(const Request& request);
+[[nodiscard]] XmlDocument receive_document(const Request& request);
 
 /// The same, and the root element's name must be `root_name`.
-[[nodiscard]] XmlDocument read_document(const Request& request, const char* root_name);
+[[nodiscard]] XmlDocument receive_document(const Request& request, const char* root_name);
 
 }  // namespace psia

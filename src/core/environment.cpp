@@ -1,4 +1,4 @@
-#include "frame/environment.h"
+#include "core/environment.h"
 
 #include <unistd.h>
 

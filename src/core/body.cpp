@@ -1,4 +1,4 @@
-#include "frame/body.h"
+#include "core/body.h"
 
 #include <fcgi_stdio.h>
 #include <unistd.h>
@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <utility>
 
-#include "frame/file.h"
-#include "frame/numbers.h"
-#include "frame/stop.h"
+#include "core/file.h"
+#include "core/numbers.h"
+#include "core/stop.h"
 
 namespace psia {
 

@@ -8,9 +8,9 @@
 namespace psia {
 
 /// Call install_stop_signals before making one. There can be only one.
-class Gateway {
+class FastCgi {
  public:
-  Gateway();
+  FastCgi();
 
   /// Waits for the next request and makes its variables the environment. False when there will be none: the
   /// service was told to stop, libfcgi fails, or the one request of a plain CGI program is done. A request

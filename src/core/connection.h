@@ -6,7 +6,7 @@
 #include <cstdarg>
 #include <cstddef>
 
-#include "frame/rows.h"
+#include "core/rows.h"
 
 struct sqlite3;
 struct sqlite3_stmt;

@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "frame/memory.h"
-#include "frame/request.h"
+#include "core/memory.h"
+#include "core/request.h"
 
 namespace psia {
 

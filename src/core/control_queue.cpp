@@ -1,4 +1,4 @@
-#include "frame/control_queue.h"
+#include "core/control_queue.h"
 
 #include <fcgi_stdio.h>
 #include <sys/ipc.h>
@@ -9,8 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "frame/sleep.h"
-#include "frame/stop.h"
+#include "core/sleep.h"
+#include "core/stop.h"
 
 namespace psia {
 

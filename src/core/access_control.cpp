@@ -1,11 +1,11 @@
-#include "frame/access_control.h"
+#include "core/access_control.h"
 
 #include <array>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
 
-#include "frame/response.h"
+#include "core/response.h"
 
 namespace psia {
 

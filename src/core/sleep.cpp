@@ -1,4 +1,4 @@
-#include "frame/sleep.h"
+#include "core/sleep.h"
 
 #include <cerrno>
 #include <ctime>

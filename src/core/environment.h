@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "frame/fixed_text.h"
-#include "frame/memory.h"
+#include "core/fixed_text.h"
+#include "core/memory.h"
 
 namespace psia {
 
