@@ -1,6 +1,8 @@
 # What `cmake --install` places and what `cpack` packs, in three components: the service with its set-ups, the
-# documents, and the program for development boards.
+# documents, and the daemons for development boards.
 include(GNUInstallDirs)
+set(PSIA_DAEMONS_MODULES __init__.py __main__.py texts.py messages.py settings.py clock.py device.py daemons.py uploads.py
+  board.py schema.sql factory.sql namespaces.txt)
 
 option(PSIA_UNITS "Install the systemd units" ON)
 set(PSIA_UNIT_DIR lib/systemd/system CACHE STRING "Where to, below the prefix or absolute")
@@ -38,9 +40,10 @@ if(PSIA_DOCUMENTS)
   install(DIRECTORY docs/reference docs/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT documents
     PATTERN __pycache__ EXCLUDE)
 endif()
-if(PSIA_DAEMONS)
-  # For boards that have no daemons of their own, so only where it is asked for by name.
-  install(TARGETS camera-daemons RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT daemons EXCLUDE_FROM_ALL)
-endif()
+# For boards that have no daemons of their own, so only with `cmake --install BUILD --component daemons`. Of the simulated
+# camera only what the daemons need.
+list(TRANSFORM PSIA_DAEMONS_MODULES PREPEND simulator/)
+install(PROGRAMS ${PSIA_SETUPS}/camera-daemons DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT daemons EXCLUDE_FROM_ALL)
+install(FILES ${PSIA_DAEMONS_MODULES} DESTINATION ${PSIA_SHARE_DIR}/simulator COMPONENT daemons EXCLUDE_FROM_ALL)
 
 include(${CMAKE_CURRENT_LIST_DIR}/packages.cmake)

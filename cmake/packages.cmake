@@ -25,12 +25,9 @@ file(CHMOD_RECURSE "${CPACK_TEMPORARY_INSTALL_DIRECTORY}" DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 ]])
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_BINARY_DIR}/open_directories.cmake)
-set(CPACK_COMPONENTS_ALL service)
+set(CPACK_COMPONENTS_ALL service daemons)
 if(PSIA_DOCUMENTS)
   list(APPEND CPACK_COMPONENTS_ALL documents)
-endif()
-if(PSIA_DAEMONS)
-  list(APPEND CPACK_COMPONENTS_ALL daemons)
 endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
@@ -82,12 +79,14 @@ set(CPACK_ARCHIVE_DOCUMENTS_FILE_NAME psia-doc-${PROJECT_VERSION})
 package(daemons psia-camera-daemons "management service of a network camera, daemons for a board"
   "Makes the settings and message queues that the PSIA management service needs,
 for development boards that have no camera's daemons. Not for a camera.")
+set(CPACK_DEBIAN_DAEMONS_PACKAGE_DEPENDS python3)
+set(CPACK_DEBIAN_DAEMONS_PACKAGE_ARCHITECTURE all)
+set(CPACK_ARCHIVE_DAEMONS_FILE_NAME psia-camera-daemons-${PROJECT_VERSION})
 
 if(CMAKE_CROSSCOMPILING)
   # Which packages the libraries are in only that machine's own dpkg knows.
   string(APPEND CPACK_DEBIAN_SERVICE_PACKAGE_DEPENDS
     ", libc6, libfcgi0ldbl | libfcgi0t64, libsqlite3-0, libuuid1 | libuuid1t64, libxml2 | libxml2-16")
-  set(CPACK_DEBIAN_DAEMONS_PACKAGE_DEPENDS "libc6, libsqlite3-0")
 endif()
 
 if(CPACK_DEBIAN_PACKAGE_SHLIBDEPS AND NOT (FILE_PROGRAM AND SHLIBDEPS_PROGRAM))
@@ -103,7 +102,4 @@ include(CPack)
 add_custom_target(packages COMMAND ${CMAKE_CPACK_COMMAND} COMMENT "Packing" USES_TERMINAL)
 if(NOT CPACK_PROJECT_CONFIG_FILE)
   add_dependencies(packages psia psia-rights)
-  if(PSIA_DAEMONS)
-    add_dependencies(packages camera-daemons)
-  endif()
 endif()

@@ -32,7 +32,7 @@ endforeach()
 set(defaults "PSIA_SETTINGS_DIR=/usr/local/orvid" "PSIA_EXCHANGE_DIR=/usr/local/httpd/htdocs/Web/updownload"
   "PSIA_DOCUMENT_ROOT=/usr/local/httpd/htdocs" "PSIA_EXCHANGE_URL=/Web/updownload" "PSIA_FACTORY_DATA=/dev/mtdblock7")
 set(PSIA_SETUPS ${CMAKE_BINARY_DIR}/deploy)
-foreach(file lighttpd.conf nginx.conf psia.init psia.socket psia.service debian/postinst debian/prerm debian/postrm)
+foreach(file lighttpd.conf nginx.conf psia.init psia.socket psia.service camera-daemons debian/postinst debian/prerm debian/postrm)
   file(READ ${CMAKE_SOURCE_DIR}/deploy/${file} content)
   foreach(default IN LISTS defaults)
     string(REGEX MATCH "^([^=]*)=(.*)$" matched ${default})

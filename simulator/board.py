@@ -1,11 +1,12 @@
 """Plays the daemons of a camera on a development board that has none, until it is ended.
 
-Makes /usr/local/orvid/morvid.db, conf/default.db beside it, the exchange directory and both message queues
-where they are missing, prints each message of the service, and answers that it is done. Exports, factory
-resets and the time mode are carried out; the board's address, name servers, clock and zone stay as they are.
+Makes the settings, the exchange directory and both message queues where they are missing, prints each message
+of the service, and answers that it is done. Exports, factory resets and the time mode are carried out; the
+board's address, name servers, clock and zone stay as they are.
 
 It refuses where a morvid.db exists that it did not make: that is a camera. To begin with the factory's rows
-again, end this program and the service, and remove /usr/local/orvid."""
+again, end this program and the service, and remove the folder of the settings, /usr/local/orvid unless the
+package was built for another one."""
 import argparse
 import fcntl
 import os

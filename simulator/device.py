@@ -17,8 +17,9 @@ from typing import NamedTuple
 from simulator import Fault, clock, settings
 from simulator.messages import REPLIES, REQUESTS, libc
 
-EXCHANGE = pathlib.Path("/usr/local/httpd/htdocs/Web/updownload")
-FACTORY_DATA = pathlib.Path("/dev/mtdblock7")
+LOCAL = "/usr/local"  # where a camera has its settings and its exchange directory
+EXCHANGE = pathlib.Path(os.environ.get("PSIA_EXCHANGE_DIR", "/usr/local/httpd/htdocs/Web/updownload"))
+FACTORY_DATA = pathlib.Path(os.environ.get("PSIA_FACTORY_DATA", "/dev/mtdblock7"))
 RESOLVER = pathlib.Path("/etc/resolv.conf")
 
 SUBNET_MASK = "255.255.255.0"
@@ -153,7 +154,12 @@ def cover(directory: str, keeps: Callable[[str], bool]) -> None:
 def lay_out_directories(keep: pathlib.Path | None) -> None:
     zone = clock.LOCAL_TIME.read_bytes() if clock.LOCAL_TIME.exists() else b""
     kept = os.open(keep, os.O_PATH | os.O_DIRECTORY) if keep else -1
-    cover("/usr/local", lambda name: name not in ("orvid", "httpd"))
+    try:
+        hidden = [path.relative_to(LOCAL).parts[0] for path in (settings.DIRECTORY, EXCHANGE)]
+        FACTORY_DATA.relative_to("/dev")
+    except ValueError as error:
+        raise Fault(f"A simulated camera can only have such paths: {error}") from error
+    cover(LOCAL, lambda name: name not in hidden)
     cover("/dev", DEVICES.__contains__)
     # Covering the whole of /etc also works where resolv.conf is missing or a dangling link.
     cover("/etc", lambda name: name not in (RESOLVER.name, clock.LOCAL_TIME.name, clock.FILE.name))

@@ -1,6 +1,7 @@
 """The camera's settings: two SQLite databases, their factory rows, uploads of them, and what has changed in
 them."""
 import contextlib
+import os
 import pathlib
 import sqlite3
 import urllib.parse
@@ -10,7 +11,8 @@ from typing import Any, NamedTuple
 from simulator import Fault
 from simulator.texts import decoded
 
-DIRECTORY = pathlib.Path("/usr/local/orvid")
+# The variables are those of the build: another board may have other paths.
+DIRECTORY = pathlib.Path(os.environ.get("PSIA_SETTINGS_DIR", "/usr/local/orvid"))
 DATABASE = DIRECTORY / "morvid.db"
 DEFAULTS = DIRECTORY / "conf/default.db"  # what a factory reset restores
 

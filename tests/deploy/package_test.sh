@@ -49,7 +49,8 @@ holds() {
   wanted "$1 holds $2" grep -qx ".* \.$2" <<<"$(dpkg-deb --contents "$1")"
 }
 holds psia-doc_1.0_all.deb /usr/share/doc/psia/docs/installation.md
-holds "psia-camera-daemons_1.0_$architecture.deb" /usr/sbin/camera-daemons
+holds psia-camera-daemons_1.0_all.deb /usr/sbin/camera-daemons
+holds psia-camera-daemons_1.0_all.deb /usr/share/psia/simulator/board.py
 
 program=deb/usr/libexec/psia/psia.fcgi
 wanted "the packed program tells its version" grep -x 'psia.fcgi [0-9.]*' <<<"$($program --version)"

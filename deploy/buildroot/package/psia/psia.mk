@@ -20,8 +20,7 @@ PSIA_CONF_OPTS = \
 	-DPSIA_TESTS=OFF \
 	-DPSIA_DOCUMENTS=OFF \
 	-DPSIA_UNITS=$(if $(BR2_INIT_SYSTEMD),ON,OFF) \
-	-DPSIA_UNIT_DIR=/usr/lib/systemd/system \
-	-DPSIA_DAEMONS=$(if $(BR2_PACKAGE_PSIA_CAMERA_DAEMONS),ON,OFF)
+	-DPSIA_UNIT_DIR=/usr/lib/systemd/system
 
 define PSIA_USERS
 	psia -1 psia -1 * - - - PSIA management service
@@ -36,8 +35,8 @@ endef
 
 # CMake installs it only where it is asked for by name.
 define PSIA_INSTALL_CAMERA_DAEMONS
-	$(INSTALL) -D -m 0755 $(PSIA_BUILDDIR)/camera-daemons \
-		$(TARGET_DIR)/usr/sbin/camera-daemons
+	DESTDIR=$(TARGET_DIR) $(BR2_CMAKE) --install $(PSIA_BUILDDIR) \
+		--prefix /usr --component daemons
 endef
 ifeq ($(BR2_PACKAGE_PSIA_CAMERA_DAEMONS),y)
 PSIA_POST_INSTALL_TARGET_HOOKS += PSIA_INSTALL_CAMERA_DAEMONS

@@ -16,7 +16,7 @@ EXTERNALSRC_SYMLINKS = ""
 PACKAGECONFIG ?= "${@bb.utils.filter('DISTRO_FEATURES', 'systemd', d)}"
 PACKAGECONFIG[systemd] = "-DPSIA_UNITS=ON,-DPSIA_UNITS=OFF"
 # For development boards without the camera's daemons: a program that plays them, in a package of its own.
-PACKAGECONFIG[camera-daemons] = "-DPSIA_DAEMONS=ON,-DPSIA_DAEMONS=OFF"
+PACKAGECONFIG[camera-daemons] = ""
 
 EXTRA_OECMAKE = "-DCMAKE_BUILD_TYPE=MinSizeRel -DPSIA_TESTS=OFF -DPSIA_DOCUMENTS=OFF \
     -DPSIA_UNIT_DIR=${systemd_system_unitdir}"
@@ -26,12 +26,13 @@ do_install:append() {
         install -D -m 0755 ${D}${datadir}/psia/psia.init ${D}${sysconfdir}/init.d/psia
     fi
     if ${@bb.utils.contains('PACKAGECONFIG', 'camera-daemons', 'true', 'false', d)}; then
-        install -D -m 0755 ${B}/camera-daemons ${D}${sbindir}/camera-daemons
+        DESTDIR=${D} cmake --install ${B} --component daemons
     fi
 }
 
 PACKAGES =+ "${PN}-camera-daemons"
-FILES:${PN}-camera-daemons = "${sbindir}/camera-daemons"
+FILES:${PN}-camera-daemons = "${sbindir}/camera-daemons ${datadir}/psia/simulator"
+RDEPENDS:${PN}-camera-daemons = "python3-modules"
 
 USERADD_PACKAGES = "${PN}"
 USERADD_PARAM:${PN} = "--system --user-group --no-create-home --home-dir /nonexistent --shell /sbin/nologin psia"
