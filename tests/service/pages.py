@@ -24,6 +24,7 @@ ROOT = pathlib.Path(__file__).parents[2]
 DOCS = ROOT / "docs"
 PAGES = [DOCS / "reference.md", *sorted((DOCS / "reference").glob("*.md")), DOCS / "clients.md"]
 REQUEST = re.compile(r"(GET|PUT|POST|DELETE) (/PSIA\S*)$")
+RESULT = re.compile(r"(No answer|(<details><summary>)?(Answer|Printed)|What follows:|- `|</details>|$)")
 LONG = 15  # lines of an answer; longer ones are folded
 ROW_HEADER = ["Request", "Body", "Status", "What follows"]
 ECHO_HEADER = ["Resource", "Sent back as read, it changes"]
@@ -51,7 +52,7 @@ class Example:
 
     def shows(self, effects):
         """The lines of the page as they should be."""
-        if any("<ResponseStatus" in line for line in self.says()):
+        if effects[-1:] and effects[-1][:6] == "status" and any("<Response" in line for line in self.says()):
             effects[-1] = status(int(effects[-1][-1]), self.uri)
         if self.kind == "block":
             return shown(effects)
@@ -107,7 +108,7 @@ def end_of_result(lines, i):
     while i < len(lines):
         if lines[i] == "```" and not REQUEST.match(lines[i + 1]):
             i = lines.index("```", i + 1)
-        elif not re.match(r"(No answer|Answer|Printed|What follows:|- `|</?details|$)", lines[i]):
+        elif not RESULT.match(lines[i]):
             break
         i += 1
         if lines[i - 1]:

@@ -56,7 +56,8 @@ def documents():
     for example in BLOCKS:
         if example.body.startswith("<"):
             yield example, example.body
-        answer = re.search(r"<\?xml.*?\?>[␍␊]*\n(.*?)\n```", "\n".join(example.says()), re.DOTALL)
+        says = "\n".join(example.says())
+        answer = re.search(r"<\?xml.*?\?>[␍␊]*\n(.*?)\n(?:```|Content-)", says, re.DOTALL)
         if answer:
             yield example, re.sub("[␍␊␠]", " ", answer[1])
 
@@ -141,7 +142,8 @@ def test_the_page_of_the_simulated_camera_offers_the_requests_of_the_reference()
     file = "simulator/page/resources.json"
     offered = {(method["method"], resource["url"]): method.get("body", "").split()
                for resource in json.loads((ROOT / file).read_text()) for method in resource["methods"]}
-    for example in BLOCKS:
+    first = {(example.method, example.uri): example for example in reversed(BLOCKS)}
+    for example in first.values():
         if example.page.parent.name == "reference":
             found = offered.get((example.method, example.uri), [])
             check("".join(found) == "".join(example.body.split()), example, f"{file} offers something else")

@@ -37,30 +37,6 @@ def test_each_part_takes_effect_as_it_is_met_whatever_the_daemons_reply(camera):
             OK]
 
 
-def test_channels_of_a_list_keep_what_the_one_before_set(camera):
-    # The second entry changes the Slave stream as well: its id and enabled come too late, after its Video.
-    assert camera.effects("PUT", CHANNELS, """
-        <StreamingChannelList>
-          <StreamingChannel>
-            <id>Slave-0</id>
-            <Video><videoResolutionWidth>176</videoResolutionWidth></Video>
-          </StreamingChannel>
-          <Other><Video></Video></Other>
-          <StreamingChannel>
-            <Video><videoResolutionHeight>240</videoResolutionHeight></Video>
-            <id>1</id>
-            <enabled>no</enabled>
-          </StreamingChannel>
-        </StreamingChannelList>
-        """) == [
-            "VideoEncoder[1].Codec = 1", "VideoEncoder[1].Resolution = 3",
-            "VideoEncoder[1].Bitrate = 2048", "VideoEncoder[1].Framerate = 30",
-            "message 2 encoder: master = 0",
-            "VideoEncoder[1].Resolution = 2",
-            "message 2 encoder: master = 0",
-            OK]
-
-
 def stored_after(camera, columns, video, channel=1):
     """The columns of the encoder after an update of its channel with these elements of Video."""
     REQUESTS.remove()  # so no daemon's reply is awaited
