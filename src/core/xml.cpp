@@ -284,8 +284,10 @@ void load(Parser& parser, const char* document) {
   // XML_PARSE_RECOVER: the callbacks go on being called after an error, so that they can stop the parser.
   (void)xmlCtxtUseOptions(parser.context, XML_PARSE_RECOVER | (encoding.is_utf8 ? XML_PARSE_IGNORE_ENC : 0));
   parser.context->_private = &parser;
+#if LIBXML_VERSION < 21300  // later versions do so themselves
   // The document is whole. With this callback libxml2 would look for more of it again and again near the end.
   if (encoding.is_utf8) parser.context->input->buf->readcallback = nullptr;
+#endif
 }
 
 /// Parses and gives the document's tree to the caller; null for no document.
