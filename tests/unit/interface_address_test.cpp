@@ -115,9 +115,11 @@ TEST(RouteTable, PassesOverLinesWithoutAGateway) {
 }
 
 TEST(RouteTable, EndsAtANumberOfMoreThan32Bits) {
+  testing::internal::CaptureStdout();
   EXPECT_EQ(gateway_of_eth0("eth0\t00000000\t123456789\n"
                             "eth0\t00000000\t0101A8C0\n"),
             kNoAddress);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Unable to read routing table!\n");
 }
 
 TEST(ResolverFile, GivesTwoServersAndTheFirstSearchDomainWithTheirLineFeeds) {
