@@ -1,6 +1,6 @@
-// The device configuration database, shared with the camera's daemons: one statement at a time, each its own
-// transaction but for the statements of a list. The schema is the device's; the service reads and writes rows
-// and never creates tables.
+// The device configuration database, which the camera's daemons share. Each statement is its own transaction,
+// except inside a Transaction. The schema is the device's: the service reads and writes rows and never
+// creates tables.
 #pragma once
 
 #include <sys/types.h>

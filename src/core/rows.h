@@ -20,9 +20,9 @@ class Rows {
 
   /// True when the statement ran, even when it gave no row.
   [[nodiscard]] bool succeeded() const { return outcome_ == Outcome::kSucceeded; }
-  /// False when the statement did not run or its failure may be transient: the database is locked or closed,
-  /// memory is short, an input or output failed, or the file seems damaged, which is what SQLite also says
-  /// of a failed read. Then nothing may be concluded from finding no row.
+  /// False when the statement did not run or its failure may be transient. Then finding no row proves
+  /// nothing. The database is locked or closed, memory is short, an input or output failed, or the file seems
+  /// damaged: SQLite reports some failed reads as damage.
   [[nodiscard]] bool certain() const {
     return outcome_ != Outcome::kTransientFailure && outcome_ != Outcome::kDamaged;
   }
