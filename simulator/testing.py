@@ -30,7 +30,7 @@ def eventually(condition: Callable[[], Found], what: str) -> Found:
     deadline = time.monotonic() + 30
     while not (found := condition()):
         assert time.monotonic() < deadline, f"not seen: {what}"
-        time.sleep(0.02)
+        time.sleep(0.005)
     return found
 
 

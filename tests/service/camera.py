@@ -17,6 +17,7 @@ from simulator.device import FACTORY_DATA, RESOLVER
 from simulator.fastcgi import Connection
 from simulator.messages import libc, reply  # noqa: F401
 from simulator.settings import DATABASE, DEFAULTS, DIRECTORY
+from simulator.testing import eventually
 
 FACTORY_FILES = {path: path.read_bytes() for path in (DATABASE, DEFAULTS, RESOLVER, FACTORY_DATA)}
 SOCKET = str(DIRECTORY / "psia.sock")
@@ -34,15 +35,6 @@ class Queue(messages.Queue):
 
 
 REQUESTS, REPLIES = Queue(messages.REQUESTS.key), Queue(messages.REPLIES.key)
-
-
-def eventually(condition, what):
-    """Waits until the condition gives something true, and gives that."""
-    deadline = time.monotonic() + 10
-    while not (found := condition()):
-        assert time.monotonic() < deadline, f"not seen within 10 s: {what}"
-        time.sleep(0.005)
-    return found
 
 
 class Camera:
