@@ -58,7 +58,7 @@ def main(arguments: list[str]) -> int:
             if given.port in (None, port):
                 shell.join(process, given.service)
         if given.port is not None:
-            raise Fault(f"No camera of this folder runs on port {given.port}.")
+            raise Fault(f"No camera of this folder and user runs on port {given.port}.")
         print("No camera runs: the shell is inside one with its daemons only.", flush=True)
     pin_own_zone()
     listeners = [] if given.socket or given.shell else open_ports(given)

@@ -5,38 +5,32 @@ import os
 import pathlib
 import re
 import socket
-import struct
 
 from simulator import Fault
 
 READY_CONTENT = re.compile(r"(http://\S+\n)*")
-CREDENTIALS = struct.Struct("iii")  # process, user, group
 
 
 def name_of(directory: pathlib.Path) -> str:
-    """How the names of the sockets of a directory's runs begin."""
+    """How the names of the sockets of a directory's runs begin; port and process follow."""
     return f"psia-camera-{hashlib.sha1(os.fsencode(directory.absolute())).hexdigest()}-"
 
 
 def announce(directory: pathlib.Path, port: int) -> socket.socket:
-    """A socket that is in no file system, so it ends with this process, however that happens."""
-    listener = socket.socket(socket.AF_UNIX)
-    listener.bind(f"\0{name_of(directory)}{port}")
-    listener.listen()
-    return listener
+    """A socket in no file system: its name is gone when this process is, however that happens."""
+    named = socket.socket(socket.AF_UNIX)
+    named.bind(f"\0{name_of(directory)}{port}-{os.getpid()}")
+    return named
 
 
 def running(directory: pathlib.Path) -> dict[int, int]:
-    """The processes of the directory's runs by their ports."""
+    """The processes of the directory's runs by their ports; this user's, as anybody may choose such a name."""
+    sockets = pathlib.Path("/proc/net/unix").read_text()
     processes = {}
-    names = re.findall(
-        rf" @({name_of(directory)}(\d+))$", pathlib.Path("/proc/net/unix").read_text(), re.MULTILINE
-    )
-    for name, port in names:
-        with socket.socket(socket.AF_UNIX) as peer:
-            peer.connect(f"\0{name}")
-            found = peer.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, CREDENTIALS.size)
-        processes[int(port)] = CREDENTIALS.unpack(found)[0]
+    for port, process in re.findall(rf" @{name_of(directory)}(\d+)-(\d+)$", sockets, re.MULTILINE):
+        path = pathlib.Path("/proc", process)
+        if path.exists() and path.stat().st_uid == os.geteuid():
+            processes[int(port)] = int(process)
     return processes
 
 
