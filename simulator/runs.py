@@ -24,7 +24,7 @@ def announce(directory: pathlib.Path, port: int) -> socket.socket:
 
 
 def running(directory: pathlib.Path) -> dict[int, int]:
-    """The processes of the directory's runs by their ports; this user's, as anybody may choose such a name."""
+    """The processes of the directory's runs by their ports: this user's, since anybody may use such names."""
     sockets = pathlib.Path("/proc/net/unix").read_text()
     processes = {}
     for port, process in re.findall(rf" @{name_of(directory)}(\d+)-(\d+)$", sockets, re.MULTILINE):
