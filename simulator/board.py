@@ -16,9 +16,8 @@ import time
 from simulator import Fault, daemons, device, messages, settings
 from simulator.texts import harmless
 
-OWN_MARK = (
-    1347635521  # "PSIA": marks the databases that this program made, in the place that SQLite has for it
-)
+# "PSIA": marks the databases that this program made, in the place that SQLite has for it.
+OWN_MARK = 1347635521
 ROUND = 0.01  # seconds between two looks at the queue
 FOREIGN = """{path} was not made by camera-daemons. On a camera with daemons of its own there is nothing to do
 for it. Where the file is a left-over, remove it and {defaults}."""
