@@ -130,7 +130,8 @@ def leave_a_change_unanswered(camera):
     threading.Thread(target=camera.ask, args=("PUT", AUDIO, AUDIO_OFF)).start()
     settings = pathlib.Path(f"/proc/{camera.process.pid}/root/usr/local/orvid/morvid.db")
     before = settings.read_bytes()
-    eventually(lambda: settings.read_bytes() != before, "the stored change")
+    journal = settings.with_name("morvid.db-journal")  # gone when the change is committed
+    eventually(lambda: settings.read_bytes() != before and not journal.exists(), "the stored change")
 
 
 def test_a_service_that_waits_for_its_daemons_ends_well(start):

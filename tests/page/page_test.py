@@ -3,6 +3,7 @@ import json
 import os
 import socket
 import subprocess
+import tempfile
 import urllib.error
 import urllib.request
 
@@ -95,10 +96,11 @@ def camera():
 
 
 @pytest.fixture
-def browser(tmp_path):
-    chromium = Browser(str(tmp_path))
-    yield chromium
-    chromium.close()
+def browser():
+    with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as directory:  # short, for a socket in it
+        chromium = Browser(directory)
+        yield chromium
+        chromium.close()
 
 
 def test_the_page(browser, camera):
