@@ -32,10 +32,10 @@ class Rule(NamedTuple):
 
 def parse_rule(text: str) -> Rule:
     """Reads a text of RULE_FORM; raises ValueError when it is none."""
-    found = re.fullmatch(r"([0-9]{1,9})=(ok|busy|failed|never|late)(?:(?<=late):([0-9]{1,9}))?", text)
+    found = re.fullmatch("([0-9]{1,9})=(?:(ok|busy|failed|never)|late(?::([0-9]{1,9}))?)", text)
     if not found or int(found[1]) not in messages.COMMANDS or int(found[3] or 0) > MAX_LATE:
         raise ValueError(text)
-    return Rule(int(found[1]), found[2], int(found[3] or LATE) if found[2] == "late" else 0)
+    return Rule(int(found[1]), found[2]) if found[2] else Rule(int(found[1]), "late", int(found[3] or LATE))
 
 
 class Deed(NamedTuple):
@@ -169,8 +169,9 @@ class Daemons:
         for given in self.rules:
             rule = given if given.command == message.command else rule
         kind = "failed" if self.refuses else rule.kind
-        if kind == "ok":
-            how = self.act_and_answer(message)
+        results = {"busy": messages.BUSY, "failed": messages.FAILED}
+        if kind in results:
+            how = self.answer(message, results[kind], kind)
         elif kind == "late":
             how = f"follows in {rule.delay} s"
             self.late.append((time.monotonic() + rule.delay, message))
@@ -178,7 +179,7 @@ class Daemons:
             how = "never"
             self.never.append(message)
         else:
-            how = self.answer(message, messages.BUSY if kind == "busy" else messages.FAILED, kind)
+            how = self.act_and_answer(message)
         self.tell(message.describe(), how)
 
     def act_and_answer(self, message: Message) -> str:

@@ -19,6 +19,7 @@ MASTER = 1  # stream of ENCODER; any other: Slave
 
 TYPE_WORD = struct.calcsize("@l")
 BODY = 4112  # bytes of a record behind its type word
+MAX_PAYLOAD = BODY - 9  # of a reply: command and result come before it, a zero byte behind
 CREATE, NO_WAIT, TRUNCATE, REMOVE = 0o1000, 0o4000, 0o10000, 0
 
 libc = ctypes.CDLL(None, use_errno=True)
@@ -107,7 +108,7 @@ class Message:
 
 def reply(message: Message, result: int, payload: bytes = b"") -> bytes:
     """The record by which a daemon answers."""
-    record = struct.pack("@lii", message.type, message.command, result) + payload[: BODY - PAYLOAD + 3]
+    record = struct.pack("@lii", message.type, message.command, result) + payload[:MAX_PAYLOAD]
     return record.ljust(TYPE_WORD + BODY, b"\0")
 
 

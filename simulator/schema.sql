@@ -4,7 +4,7 @@
 create table User (
   UserID text primary key,
   Password text,
-  Level integer            -- 0 may do everything, 1 also change media and events, 2 and 3 read, 4 nothing
+  Level integer            -- 0 may do everything, 1 also change clock, media and events, 2 and 3 read, 4 nothing
 );
 
 create table Network (

@@ -157,7 +157,7 @@ function draw(now) {
   draw_schedule(row("Event", "Trigger", "0"));
   draw_alarm(row("Event", "Trigger", "0"));
   fill_table("accounts", ["Name", "May"], (tables.User ?? []).map((user) => [user.UserID,
-    {0: "do everything", 1: "change media and events", 2: "read", 3: "read"}[user.Level] ?? "nothing"]), "No accounts");
+    {0: "do everything", 1: "change clock, media and events", 2: "read", 3: "read"}[user.Level] ?? "nothing"]), "No accounts");
   fill_table("viewers", ["Stream", "Address"], (tables.ClientList ?? []).map((viewer) =>
     [viewer.StreamName.replace("-0", ""), `${viewer.Address}:${viewer.Port}`]), "Nobody is watching");
 }

@@ -145,6 +145,7 @@ void read_device_info(Context& context, const Request& request) {
     document.append(kXmlDeclarationCrLf);
     document.append("<DeviceInfo version=\"1.0\" xmlns=\"urn:psialliance-org\">");
     append_name(document, context);
+    // When this generates an identifier, the database is closed: all later elements show their defaults.
     document.append("<deviceID>", device_identifier(database).c_str(), "</deviceID>");
     document.append("<systemContact>http://www.quellan.example</systemContact>");
     append_model(document, database);
