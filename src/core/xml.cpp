@@ -152,11 +152,13 @@ void note_error(void* context, Error* error) {
   if (error->level != XML_ERR_FATAL) return;
   Parser& parser = parser_of(context);
   parser.failed = true;
-  // libxml2 stops itself like this when memory is short. xmlStopParser cannot be used here: it frees the
-  // input, which the function that reported the error still reads.
-  parser.context->disableSAX = 2;  // before libxml2 2.13 any value but 0 has this meaning
-#if LIBXML_VERSION < 21300
+#if LIBXML_VERSION < 21400
+  // libxml2 stops itself like this when memory is short. Before 2.14, xmlStopParser frees the input, which the
+  // function that reported the error still reads.
+  parser.context->disableSAX = 2;
   parser.context->instate = XML_PARSER_EOF;
+#else
+  xmlStopParser(parser.context);
 #endif
 }
 
