@@ -41,20 +41,21 @@ Words words_in(const std::string& text) {
   return {std::istream_iterator<std::string>(words), {}};
 }
 
+/// What may stand in what; each line tells more of the names before the colon.
 std::map<std::string, Words> contents_in(const char* rules) {
   std::map<std::string, Words> contents;
   std::istringstream lines(rules);
   for (std::string line; std::getline(lines, line);) {
     const std::size_t colon = line.find(':');
+    const Words added = words_in(line.substr(colon + 1));
     for (const std::string& name : words_in(line.substr(0, colon)))
-      contents[name] = words_in(line.substr(colon + 1));
+      contents[name].insert(contents[name].end(), added.begin(), added.end());
   }
   return contents;
 }
 
-/// What may stand in what. The names before a colon are elements, with what they hold, and URLs below /PSIA,
-/// with what their body is. A word without a line of its own is a text.
-const std::map<std::string, Words> kContents = contents_in(R"(
+/// URLs below /PSIA, and what their body is.
+const std::map<std::string, Words> kBodies = contents_in(R"(
 /index /indexr /System/description /System/status /System/reboot /System/configurationData: x
 /System/factoryReset? /System/factoryReset?MODE=FULL /Streaming/status /Custom/Event/index: x
 /System/Audio/channels /System/Video/inputs /System/Video/inputs/channels: x
@@ -79,6 +80,10 @@ const std::map<std::string, Words> kContents = contents_in(R"(
 /Custom/Event/notification/ftp /Custom/Event/notification/ftp/FTP-1: FTPNotificationList FTPNotification
 /Custom/Event/triggers /Custom/Event/triggers/Sensor-0: EventTriggerList EventTrigger
 /Custom/Event/triggers/Sensor-0/notifications: EventTriggerNotificationList EventTriggerNotification
+)");
+
+/// Elements, and what they hold. A word without a rule is a text.
+const std::map<std::string, Words> kContents = contents_in(R"(
 DeviceInfo: deviceName
 Time: timeMode localTime timeZone
 NTPServerList: NTPServer
@@ -93,7 +98,8 @@ User: userName password
 StreamingChannelList: StreamingChannel
 StreamingChannel: id enabled Transport Video Audio
 Transport: rtspPortNo
-Video: videoCodecType videoResolutionWidth videoResolutionHeight fixedQuality videoQualityControlType constantBitRate
+Video: videoCodecType videoResolutionWidth videoResolutionHeight fixedQuality videoQualityControlType
+Video: constantBitRate
 constantBitRate: 1
 Audio: enabled audioCompressionType audioBitRate
 EventNotification: EventTriggerList
@@ -125,39 +131,36 @@ bitString: 000000001111111110000000 1 <!--c-->
 )");
 
 /// The input as a sequence of choices; zeros behind its end.
-class Choices {
- public:
-  Choices(const std::uint8_t* data, std::size_t size) : at_(data), end_(data + size) {}
-  unsigned int byte() { return at_ == end_ ? 0U : *at_++; }
-  [[nodiscard]] bool left() const { return at_ != end_; }
+struct Choices {
+  const std::uint8_t* at;
+  const std::uint8_t* end;
+
+  unsigned int byte() { return at == end ? 0U : *at++; }
   bool seldom() { return byte() >= 0xF0; }
-  /// One of the words, or seldom bytes of the input as they are, without zeros.
+  /// One of the words, or seldom bytes of the input as they are, up to a zero.
   std::string one_of(const Words& words) {
     const unsigned int choice = byte();
     if (choice < 0xF8) return words[choice % words.size()];
     std::string text;
-    for (unsigned int length = byte() % 64; length > 0 && left(); --length)
-      text += static_cast<char>(static_cast<unsigned char>(byte()));
-    return text.substr(0, text.find('\0'));
+    while (const unsigned int character = byte())
+      text += static_cast<char>(static_cast<unsigned char>(character));
+    return text;
   }
-
- private:
-  const std::uint8_t* at_;
-  const std::uint8_t* end_;
 };
 
-void append(Choices& choices, std::string& body, const std::string& word) {
+/// The word, as an element with contents when it has a rule.
+std::string document(Choices& choices, const std::string& word) {
   const auto rule = kContents.find(word);
-  body += rule == kContents.end() ? word : "<" + word + ">";
-  if (rule == kContents.end()) return;
+  if (rule == kContents.end()) return word;
+  std::string contents;
   const bool holds_elements = kContents.contains(rule->second.front());
   for (unsigned int left = holds_elements ? choices.byte() % 8 : 1; left > 0; --left)
-    append(choices, body, choices.one_of(rule->second));
-  body += "</" + word + ">";
+    contents += document(choices, choices.one_of(rule->second));
+  return "<" + word + ">" + contents + "</" + word + ">";
 }
 
 constexpr const char* kExportName = "settings.db";
-int daemons_result = 0;
+int daemons_result = 0;  // their reply to each message
 
 [[noreturn]] void fail(const char* what, const std::string& detail) {
   std::fprintf(stderr, "%s: %s\n", what, detail.c_str());
@@ -180,15 +183,11 @@ class Camera {
     queues_ = psia::ControlQueues::open();
     if (!queues_ || !psia::tz_table_fill(*time_zones_)) fail("No service", "");
     if (sqlite3_open(psia::kConfigurationDatabase, &daemons_database_) != SQLITE_OK) fail("No settings", "");
-    const auto add_column = [](void* columns, int, char** values, char**) {
-      static_cast<std::vector<Column>*>(columns)->push_back({values[0], values[1]});
-      return 0;
-    };
-    sqlite3_exec(daemons_database_,
-                 "select t.name, '\"' || c.name || '\"' from sqlite_master t, pragma_table_info(t.name) c "
-                 "where t.type='table'",
-                 add_column, &columns_, nullptr);
-    if (columns_.empty()) fail("No simulated camera", "this program runs inside one");
+    sqlite3_get_table(daemons_database_,
+                      "select 'update ' || t.name || ' set \"' || c.name || '\"=', 'delete from ' || t.name "
+                      "from sqlite_master t, pragma_table_info(t.name) c where t.type='table'",
+                      &changes_, &columns_, nullptr, nullptr);
+    if (columns_ == 0) fail("No simulated camera", "this program runs inside one");
   }
 
   /// A start of the service, in the factory state of the camera.
@@ -204,20 +203,18 @@ class Camera {
   /// Changes the settings, as a daemon might.
   void change_settings(Choices& choices) {
     static const Words values = words_in("0 1 2 3 4 5 65 -1 99999999999 aaaaaaaaaaaaaaaa CST-0 Relay-1");
-    const Column& column = columns_[choices.byte() % columns_.size()];
+    const unsigned int column = 1 + choices.byte() % static_cast<unsigned int>(columns_);
     const std::string value = choices.seldom() ? "null" : "'" + choices.one_of(values) + "'";
-    const std::string statement = choices.seldom()
-                                      ? "delete from " + column.table
-                                      : "update " + column.table + " set " + column.name + "=" + value;
+    const std::string update = changes_[2 * column] + value;
+    const std::string statement = choices.seldom() ? changes_[2 * column + 1] : update;
     sqlite3_exec(daemons_database_, statement.c_str(), nullptr, nullptr, nullptr);
   }
 
-  /// What the client receives, nothing when it is refused. `result` is the daemons' reply to each message.
-  std::optional<std::string> serve(const char* authorization, psia::Request request, const std::string& body,
-                                   int result) {
+  /// What the client receives, nothing when it is refused.
+  std::optional<std::string> serve(const char* authorization, psia::Request request,
+                                   const std::string& body) {
     replace(STDIN_FILENO, body);
     replace(STDOUT_FILENO, "");
-    daemons_result = result;
     environment_->restore_tz();
     queues_->begin_request();
     psia::Context context{*environment_, *database_, *queues_, *time_zones_, index_documents_};
@@ -229,11 +226,6 @@ class Camera {
   }
 
  private:
-  struct Column {
-    std::string table;
-    std::string name;
-  };
-
   static std::string content_of(const char* path) {
     std::ostringstream content;
     content << std::ifstream(path, std::ios::binary).rdbuf();
@@ -255,7 +247,8 @@ class Camera {
   psia::IndexDocuments index_documents_;
   std::string factory_settings_;  // the database file
   sqlite3* daemons_database_ = nullptr;
-  std::vector<Column> columns_;  // all of the settings
+  int columns_ = 0;           // of all tables
+  char** changes_ = nullptr;  // after the headings an update and a deletion for each column
 };
 
 /// How many answers `out` holds; each must be as long as it says.
@@ -277,34 +270,20 @@ int count_answers(const std::string& out) {
 }
 
 void request_once(Camera& camera, Choices& choices) {
-  static const Words urls = [] {
-    Words names;
-    for (const auto& [name, contents] : kContents) {
-      if (name.starts_with('/')) names.push_back(name);
-    }
-    return names;
-  }();
   static const Words methods = words_in("GET PUT POST DELETE");
   // admin, guest, and somebody with a wrong password.
   static const Words users = {"Basic YWRtaW46YWRtaW4=", "Basic Z3Vlc3Q6Z3Vlc3Q=", "Basic YWRtaW46"};
   if (choices.seldom()) camera.change_settings(choices);
-  const std::string url = choices.one_of(urls);
-  const std::string uri = "/PSIA" + url;
+  const auto& [url, roots] = *std::next(kBodies.begin(), choices.byte() % std::ssize(kBodies));
+  const std::string uri = "/PSIA" + (choices.seldom() ? choices.one_of({url}) : url);
   const std::string method = choices.one_of(methods);
   const std::string authorization = choices.seldom() ? choices.one_of(users) : users[0];
-  const auto result = static_cast<int>(choices.byte() % 4);
-  std::string body;
-  const auto roots = kContents.find(url);
-  append(choices, body, choices.one_of(roots == kContents.end() ? users : roots->second));
+  daemons_result = static_cast<int>(choices.byte() % 4);
+  const std::string body = document(choices, choices.one_of(roots));
   const std::string length = choices.seldom() ? choices.one_of(users) : std::to_string(body.size());
 
-  const std::optional<std::string> out = camera.serve(authorization.c_str(),
-                                                      {.uri = uri.c_str(),
-                                                       .method = method.c_str(),
-                                                       .content_length = length.c_str(),
-                                                       .level = 0,
-                                                       .tail = ""},
-                                                      body, result);
+  const psia::Request request{uri.c_str(), method.c_str(), length.c_str(), 0, ""};
+  const std::optional<std::string> out = camera.serve(authorization.c_str(), request, body);
   if (!out) return;
   // Some accounts get no answer; of a list of accounts each failure is told, and the end.
   const bool is_user = strncasecmp(uri.c_str(), "/PSIA/Security/AAA/users", 24) == 0;
@@ -336,8 +315,8 @@ extern "C" ssize_t msgrcv(int /*queue*/, void* message, std::size_t size, long t
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Camera camera;
   camera.start();
-  Choices choices(data, size);
-  while (choices.left())
+  Choices choices{data, data + size};
+  while (choices.at != choices.end)
     request_once(camera, choices);
   return 0;
 }

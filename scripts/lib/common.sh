@@ -17,8 +17,9 @@ run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml
 # and what the unit and service tests need besides:
 suite_packages=(mount python3-pytest python3-lxml)
 # and what the other tests and checks need besides:
-test_packages=(clang-format clang-tidy shellcheck black flake8 mypy chromium chromium-driver nginx-light
-  lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev file xsdcxx libxerces-c-dev)
+test_packages=(clang-format clang-tidy shellcheck black flake8 mypy chromium chromium-driver python3-selenium
+  nginx-light lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev file xsdcxx
+  libxerces-c-dev)
 # and what scripts/test --debian makes another release's root with:
 root_tools=(mmdebstrap debian-archive-keyring uidmap)
 # and what scripts/fuzz needs besides:

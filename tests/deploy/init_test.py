@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""psia.init under one shell: what happens when it is started too early, twice, over a stale PID file, or in vain.
+"""psia.init under one shell: started too early, twice, over a stale PID file, or in vain.
 
 Usage, inside the camera: init_test.py BUILD-DIRECTORY busybox|dash
 """
@@ -12,10 +12,9 @@ import socket
 import subprocess
 import sys
 import threading
-import time
 
-sys.dont_write_bytecode = True
-from machine import CAMERA, USER, add_user, empty, run, wait_for
+from machine import CAMERA, USER, add_user, empty, processes, run, started_again
+from simulator.testing import eventually
 
 DEPLOY = pathlib.Path(__file__).parents[2] / "deploy"
 DATABASE = CAMERA / "orvid/morvid.db"
@@ -23,29 +22,22 @@ PIDFILE = pathlib.Path("/run/psia.pid")
 SCRIPT = CAMERA / "psia.init"
 SOCKET = pathlib.Path("/run/psia/psia.socket")
 SERVICE = CAMERA / "bin-psia/psia.fcgi"
+logged = []
 
 
 def script(verb):
     """Status, and what it says."""
-    done = subprocess.run([SCRIPT, verb], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=60)
+    done = subprocess.run([SCRIPT, verb], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     return done.returncode, done.stdout
 
 
-def pids(of):
-    """The processes that have this in their command line."""
-    found = []
-    for entry in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
-        try:
-            words = entry.read_bytes().decode().split("\0")
-        except OSError:
-            continue
-        if str(of) in words:
-            found.append(int(entry.parent.name))
-    return found
-
-
 def nothing_left():
-    return not pids(SERVICE) and not pids(SCRIPT) and not pids("logger") and not PIDFILE.exists()
+    return not processes(SERVICE, SCRIPT, "logger") and not PIDFILE.exists()
+
+
+def stop():
+    assert script("stop")[0] == 0
+    eventually(nothing_left, "the end of all processes")
 
 
 def maintain(script_name):
@@ -54,21 +46,14 @@ def maintain(script_name):
     run("sh", "-c", text, script_name, "remove")
 
 
-class Syslog:
+def read_log(log):
     """Reads all the time: the socket holds ten messages, and then logger waits."""
+    while True:
+        logged.append(log.recv(65536).decode())
 
-    def __init__(self):
-        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.socket.bind("/dev/log")
-        self.lines = []
-        threading.Thread(target=self.read, daemon=True).start()
 
-    def read(self):
-        while True:
-            self.lines.append(self.socket.recv(65536).decode())
-
-    def has(self, words):
-        return any("psia: " in line and words in line for line in self.lines)
+def wait_for_log(words):
+    eventually(lambda: any("psia: " in line and words in line for line in logged), f"'{words}' in the log")
 
 
 def prepare(build, shell):
@@ -77,8 +62,7 @@ def prepare(build, shell):
     SERVICE.parent.mkdir()
     for program in ("psia.fcgi", "psia-rights"):
         shutil.copy(pathlib.Path(build, program), SERVICE.parent)
-    text = (DEPLOY / "psia.init").read_text()
-    text = text.replace("/usr/libexec/psia", str(SERVICE.parent))
+    text = (DEPLOY / "psia.init").read_text().replace("/usr/libexec/psia", str(SERVICE.parent))
     if shell == "busybox":
         # With BusyBox's commands in place of the machine's.
         (CAMERA / "busybox").mkdir()
@@ -91,38 +75,36 @@ def prepare(build, shell):
     SCRIPT.chmod(0o755)
 
 
-def check_early_start(log):
+def check_early_start():
     away = DATABASE.with_suffix(".away")
     DATABASE.rename(away)
     status, said = script("start")
     assert status == 0 and "waits for" in said and "waits for" in script("status")[1], said
-    wait_for("the log says so", lambda: log.has("waiting for"))
+    wait_for_log("waiting for")
     for content, reason in (("", "it is empty"), ("A text, and longer than a header.", "it is no SQLite file")):
         DATABASE.write_text(content)
-        wait_for("the log says what is wrong with the file", lambda: log.has(reason))
-        assert not pids(SERVICE) and "waits for" in script("status")[1]
+        wait_for_log(reason)
+        assert not processes(SERVICE) and "waits for" in script("status")[1]
     away.rename(DATABASE)
-    wait_for("the service starts", lambda: pids(SERVICE))
-    assert script("stop")[0] == 0
-    wait_for("nothing is left", nothing_left)
+    eventually(lambda: processes(SERVICE), "the service")
+    stop()
 
 
-def check_one_supervisor(log):
+def check_one_supervisor():
     assert script("start") == (0, "psia started\n")
-    (service,) = pids(SERVICE)
+    (service,) = processes(SERVICE)
     assert SOCKET.stat().st_mode & 0o777 == 0o600 and SOCKET.owner() == "www-data"
-    assert script("run")[0] == 1 and "already" in script("start")[1] and pids(SERVICE) == [service]
+    assert script("run")[0] == 1 and "already" in script("start")[1] and processes(SERVICE) == [service]
     os.kill(service, signal.SIGKILL)
-    wait_for("the service is started again", lambda: pids(SERVICE) not in ([], [service]))
-    wait_for("the log says so", lambda: log.has("ended with status 137"))
+    started_again(SERVICE, [service])
+    wait_for_log("ended with status 137")
     # A supervisor that was killed leaves a service, which the next one ends, and a PID file.
-    (service,) = pids(SERVICE)
+    (service,) = processes(SERVICE)
     os.kill(int(PIDFILE.read_text().split()[0]), signal.SIGKILL)
-    wait_for("status sees it", lambda: script("status")[0] == 3)
+    eventually(lambda: script("status")[0] == 3, "status sees it")
     assert script("start") == (0, "psia started\n")
-    assert len(pids(SERVICE)) == 1 and service not in pids(SERVICE)
-    assert script("stop")[0] == 0
-    wait_for("nothing is left", nothing_left)
+    assert len(processes(SERVICE)) == 1 and service not in processes(SERVICE)
+    stop()
 
 
 def check_stale_pid_file():
@@ -146,26 +128,28 @@ def check_removal():
     SERVICE.unlink()
     maintain("postrm")
     assert started.wait(15) == 0, "lighttpd's would have gone on"
-    wait_for("nothing is left", lambda: nothing_left() and not SOCKET.parent.exists())
+    eventually(lambda: nothing_left() and not SOCKET.parent.exists(), "the end of all processes")
 
 
-def check_failed_start(log):
+def check_failed_start():
     SERVICE.write_text("#!/bin/sh\necho a diagnostic >&2\nexit 3\n")
     SERVICE.chmod(0o755)
     status, said = script("start")
     assert status == 1 and "did not start" in said, said
-    wait_for("nothing is left", nothing_left)
-    wait_for("the log has what it said", lambda: log.has("a diagnostic"))
+    eventually(nothing_left, "the end of all processes")
+    wait_for_log("a diagnostic")
 
 
 def main():
     prepare(*sys.argv[1:])
-    log = Syslog()
-    check_early_start(log)
-    check_one_supervisor(log)
+    log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    log.bind("/dev/log")
+    threading.Thread(target=read_log, args=[log], daemon=True).start()
+    check_early_start()
+    check_one_supervisor()
     check_stale_pid_file()
     check_removal()
-    check_failed_start(log)
+    check_failed_start()
 
 
 if __name__ == "__main__":

@@ -2,7 +2,8 @@
 import pathlib
 import subprocess
 import sys
-import time
+
+from simulator.testing import eventually
 
 CAMERA = pathlib.Path("/usr/local")  # in memory, but what the machine has in it stays the machine's
 USER = 990
@@ -12,11 +13,14 @@ def run(*command):
     subprocess.run(command, check=True, capture_output=True)
 
 
-def wait_for(what, condition, seconds=15):
-    end = time.monotonic() + seconds
-    while not condition():
-        assert time.monotonic() < end, f"waited {seconds} s in vain: {what}"
-        time.sleep(0.05)
+def processes(*programs):
+    """The numbers of the processes that run them."""
+    found = subprocess.run(["pidof", "-x", *programs], capture_output=True, text=True).stdout
+    return [int(number) for number in found.split()]
+
+
+def started_again(program, before, ready=lambda: True):
+    eventually(lambda: processes(program) not in ([], before) and ready(), "the service started again")
 
 
 def add_user():
