@@ -31,8 +31,8 @@ class InterfaceTest : public testing::Test {
  protected:
   void SetUp() override {
     ip("link set eth0 down\nlink set eth0 address 02:0a:0b:0c:0d:10 addrgenmode none\naddr flush dev eth0\n"
-       "link set eth0peer addrgenmode none\naddr flush dev eth0peer\n"
-       "link set eth0 up\naddr add 192.168.1.10/24 brd + dev eth0\nroute replace default via 192.168.1.1 dev eth0");
+       "link set eth0peer addrgenmode none\naddr flush dev eth0peer\nlink set eth0 up\n"
+       "addr add 192.168.1.10/24 brd + dev eth0\nroute replace default via 192.168.1.1 dev eth0");
   }
 };
 

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
 #include <string>
 
 #include "core/access_control.h"
@@ -11,20 +10,14 @@
 namespace psia {
 namespace {
 
-constexpr std::int32_t kLargest = std::numeric_limits<std::int32_t>::max();
-constexpr std::int32_t kSmallest = std::numeric_limits<std::int32_t>::min();
-
-TEST(Numbers, AreDecimalAndEndAtTheFirstOtherCharacter) {
+TEST(Numbers, EndAtTheFirstOtherCharacterAndSaturateAt32Bits) {
   EXPECT_EQ(to_int32("+010abc"), 10);
-}
-
-TEST(Numbers, SaturateAt32Bits) {
-  EXPECT_EQ(to_int32("-2147483649"), kSmallest);
-  EXPECT_EQ(to_int32("99999999999999999999999"), kLargest);
+  EXPECT_EQ(to_int32("-2147483649"), INT32_MIN);
+  EXPECT_EQ(to_int32("99999999999999999999999"), INT32_MAX);
 }
 
 TEST(Numbers, AreMultipliedModulo2To32) {
-  EXPECT_EQ(wrapping_multiply(kLargest, 100), -100);
+  EXPECT_EQ(wrapping_multiply(INT32_MAX, 100), -100);
 }
 
 // Credentials that a user of the camera may have are tested with the service.
@@ -35,15 +28,9 @@ void expect_credentials(const std::string& header, const std::string& user, cons
   EXPECT_EQ(credentials.password.c_str(), password);
 }
 
-TEST(Credentials, AreEmptyWhenTheBase64TextHasOneCharacter) {
-  expect_credentials("Basic x", "", "");
-}
-
-TEST(Credentials, HoldAnyByte) {
-  expect_credentials("Basic /+86", "\xff\xef", "");  // FF EF ':'
-}
-
-TEST(Credentials, EndAtAZeroByte) {
+TEST(Credentials, HoldAnyByteButEndAtAZero) {
+  expect_credentials("Basic x", "", "");                        // no whole byte
+  expect_credentials("Basic /+86", "\xff\xef", "");             // FF EF ':'
   expect_credentials("Basic YWRtaW4AeDpwdw==", "admin", "pw");  // admin\0x:pw
 }
 
