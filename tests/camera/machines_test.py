@@ -30,7 +30,8 @@ def test_three_cameras_in_a_network_of_several_addresses():
     assert len(seen[0]) == 5 and all(len(set(values)) == 3 for values in zip(*seen)), seen
     cameras.shows("OTHER MACHINES CAN REACH THIS")
     assert "--allow-host other" in get("http://192.0.2.1:20000/PSIA/index", "-H", "Host: other")
-    assert "of http://other sent this" in get("http://192.0.2.1:20000/camera/log", "-H", "Origin: http://other")
+    log = "http://192.0.2.1:20000/camera/log"
+    assert "of http://other sent this" in get(log, "-H", "Origin: http://other")
     assert "ResourceList" in get("http://192.0.2.1:20000/PSIA/index", "-H", "Host: gate")
     ready_file = cameras.ready_file
     assert cameras.stop() == 0 and not ready_file.exists()

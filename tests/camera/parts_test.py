@@ -1,4 +1,4 @@
-"""Pure parts of the simulated camera: rules of --answer, and what a terminal is shown of other people's bytes."""
+"""Parts of the simulated camera: rules of --answer, and what a terminal is shown of other people's bytes."""
 import pytest
 
 from simulator.daemons import Rule, parse_rule
@@ -10,8 +10,8 @@ def test_rules_are_read_and_told():
     assert str(parse_rule("10=late:86400")) == "10=late:86400"
 
 
-@pytest.mark.parametrize("text", ["", "6", "6 =busy", "6=busyx", "6=busy:3", "6=late:", "6=late:-1", "6=late:86401",
-                                  "99=busy", "3=busy\n"])
+@pytest.mark.parametrize("text", ["", "6", "6 =busy", "6=busyx", "6=busy:3", "6=late:", "6=late:-1",
+                                  "6=late:86401", "99=busy", "3=busy\n"])
 def test_other_texts_are_no_rules(text):
     with pytest.raises(ValueError):
         parse_rule(text)
@@ -32,5 +32,6 @@ def test_lines_stay_lines_in_json():
 
 
 def test_documents_are_indented_also_when_they_are_not_well_formed():
-    assert indented("<?xml?><a><b>1</b><c/><d></a><e") == ["<?xml?>", "<a>", "  <b>1</b>", "  <c/>", "  <d></a>", "  <e"]
+    assert indented("<?xml?><a><b>1</b><c/><d></a><e") == [
+        "<?xml?>", "<a>", "  <b>1</b>", "  <c/>", "  <d></a>", "  <e"]
     assert indented("plain <b>\n") == ["plain <b>"]
