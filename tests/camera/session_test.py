@@ -1,5 +1,5 @@
-"""The simulated camera as a person uses it: each change is to be seen in the next read, on the terminal and in
-what the page is told; a killed run leaves nothing in the way of the next."""
+"""The simulated camera as a person uses it: each change is seen in the next read, on the terminal and in what
+the page is told; a killed run leaves nothing in the way of the next."""
 import os
 import pathlib
 import re
@@ -173,7 +173,8 @@ def test_a_killed_camera_leaves_nothing_in_the_way_of_the_next(start, tmp_path):
 def test_no_path_that_a_person_names_is_removed(tmp_path):
     """Each is refused before anything starts, and stays."""
     def refusal(*options):
-        done = subprocess.run([*CAMERA, "--run-directory", tmp_path, *options], capture_output=True, text=True)
+        command = [*CAMERA, "--run-directory", tmp_path, *options]
+        done = subprocess.run(command, capture_output=True, text=True)
         assert done.returncode == 1 and not done.stdout
         return done.stderr
 

@@ -1,8 +1,4 @@
-#!/usr/bin/env python3
-"""Starts a set-up of deploy/ in the simulated camera and does to it what each of them once failed at.
-
-Usage, inside the camera: deploy_test.py BUILD-DIRECTORY lighttpd|systemd
-"""
+"""Starts the set-up PSIA_SETUP of deploy/, and does to it what each of them once failed at."""
 
 import base64
 import concurrent.futures
@@ -18,8 +14,9 @@ import signal
 import socket
 import ssl
 import subprocess
-import sys
 import threading
+
+import pytest
 
 from machine import CAMERA, add_user, empty, processes, run, started_again
 from simulator.device import EXCHANGE
@@ -116,16 +113,22 @@ class NginxAndSystemd(WebServer):
         self.listener.close()
 
 
-def prepare(build):
+@pytest.fixture(scope="module")
+def web_server():
     add_user()
     empty("/run", "/var/log", "/var/tmp", "/var/lib/nginx")
     pathlib.Path("/var/tmp").chmod(0o1777)
     run("install", "--directory", "--owner=www-data", "/var/log/lighttpd", "/var/log/nginx")
-    run("cmake", "--install", build, "--prefix", PREFIX)
+    run("cmake", "--install", os.environ["PSIA_BUILD"], "--prefix", PREFIX)
     # What a service run by root left must not stand in the way, and rights must not be given through a link.
     (EXCHANGE / "psia_config.dat").touch(0o600)
     (CAMERA / "secret").touch(0o600)
     (EXCHANGE / "link").symlink_to(CAMERA / "secret")
+    started = {"lighttpd": Lighttpd, "systemd": NginxAndSystemd}[os.environ["PSIA_SETUP"]]()
+    shutil.copy(started.source, CONFIGURATION)
+    started.start()
+    eventually(answers, "the first answer")
+    return started
 
 
 def switch_audio(enabled):
@@ -133,7 +136,8 @@ def switch_audio(enabled):
     return request("PUT", "/PSIA/System/Audio/channels/1", body)[1]
 
 
-def check_requests():
+@pytest.mark.usefixtures("web_server")
+def test_requests():
     assert request("GET", "/PSIA/System/deviceInfo", credentials=None)[0] == 401
     status, body = request("GET", "/psia/system/deviceinfo")
     assert status == 200, "lower case"
@@ -148,7 +152,7 @@ def check_requests():
     for directory in ("/Web/updownload/", "/web/UPDOWNLOAD/", "/Web/%75pdownload/"):
         assert request("GET", directory + "psia_config.dat")[0] in (403, 404), directory
 
-    # Answered 4 s late, see main.
+    # Answered 4 s late.
     status, export = request("GET", "/PSIA/System/configurationData")
     assert status == 200 and export.startswith(b"SQLite format 3")
 
@@ -156,20 +160,22 @@ def check_requests():
         assert all(OK in answer for answer in pool.map(switch_audio, ["true", "false"] * 6))
 
 
-def check_connections():
-    """Bodies on their way: what one address may have at once, and what it may upload."""
-    for url, most in (("/PSIA/System/deviceInfo", 16), ("/PSIA/System/configurationData", 2)):
-        with contextlib.ExitStack() as bodies:
-            begun = []
-            for _ in range(most + 2):
-                begun.append(bodies.enter_context(socket.create_connection(("127.0.0.1", 80), 5)))
-                header = f"PUT {url} HTTP/1.1\r\nHost: camera\r\nContent-Length: 9999\r\n\r\n"
-                begun[-1].sendall(header.encode() + b"12")
-            eventually(lambda: len(select.select(begun, [], [], 0)[0]) == 2, f"two of {url} refused")
-            assert all(b" 503 " in refused.recv(100) for refused in select.select(begun, [], [], 0)[0])
+@pytest.mark.parametrize("url, most", [
+    ("/PSIA/System/deviceInfo", 16), ("/PSIA/System/configurationData", 2)])
+def test_one_address_may_have_so_many_bodies_on_their_way(web_server, url, most):
+    if isinstance(web_server, Lighttpd):
+        return  # it has no such limit
+    header = f"PUT {url} HTTP/1.1\r\nHost: camera\r\nContent-Length: 9999\r\n\r\n"
+    with contextlib.ExitStack() as bodies:
+        begun = [bodies.enter_context(socket.create_connection(("127.0.0.1", 80))) for _ in range(most + 2)]
+        for body in begun:
+            body.sendall(header.encode() + b"12")
+        eventually(lambda: len(select.select(begun, [], [], 0)[0]) == 2, "two refusals")
+        assert all(b" 503 " in refused.recv(100) for refused in select.select(begun, [], [], 0)[0])
 
 
-def check_restart():
+@pytest.mark.usefixtures("web_server")
+def test_a_killed_service_is_started_again():
     (service,) = processes(PROGRAM)
     assert os.stat(f"/proc/{service}").st_uid != 0
     os.kill(service, signal.SIGKILL)
@@ -177,24 +183,15 @@ def check_restart():
     assert OK in switch_audio("true") and len(processes(PROGRAM)) == 1
 
 
-def main():
-    setup = {"lighttpd": Lighttpd, "systemd": NginxAndSystemd}[sys.argv[2]]()
-    prepare(sys.argv[1])
-
-    shutil.copy(setup.source, CONFIGURATION)
-    setup.start()
-    eventually(answers, "the first answer")
-    check_requests()
-    if isinstance(setup, NginxAndSystemd):
-        check_connections()
-    check_restart()
-    setup.stop()
-    log = pathlib.Path(setup.log).read_text()
+def test_no_password_is_logged(web_server):
+    web_server.stop()
+    log = pathlib.Path(web_server.log).read_text()
     assert "PUT /PSIA/System/Audio/channels/1" in log
     assert ADMIN.split()[1] not in log and " admin " not in log
 
-    # An export may take 180 s. The shipped limit is above that, and made 1 s it ends the export that takes
-    # 4 s: so it is the limit that decides. The same start shows TLS.
+
+def test_an_export_may_take_180_s_and_tls_can_be_switched_on(web_server):
+    # The shipped limit is above that, and made 1 s it ends the export that takes 4 s.
     text = CONFIGURATION.read_text()
     limit = re.compile(r'("read-timeout" => |fastcgi_read_timeout )(\d+)')
     assert int(limit.search(text)[2]) > 184
@@ -204,15 +201,8 @@ def main():
         CAMERA / "camera.key", "-out", CAMERA / "camera.crt")
     key, certificate = (CAMERA / "camera.key").read_text(), (CAMERA / "camera.crt").read_text()
     (CAMERA / "camera.pem").write_text(key + certificate)
-    setup.start()
+    web_server.start()
     eventually(lambda: answers(tls=True), "the first answer over TLS")
     assert request("GET", "/PSIA/index")[0] in (301, 307)
     assert request("GET", "/PSIA/System/configurationData", tls=True)[0] == 504
-    setup.stop()
-
-
-if __name__ == "__main__":
-    try:
-        main()
-    finally:
-        subprocess.run("tail -n 20 /var/log/*/*", shell=True)
+    web_server.stop()

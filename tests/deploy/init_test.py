@@ -1,8 +1,4 @@
-#!/usr/bin/env python3
-"""psia.init under one shell: started too early, twice, over a stale PID file, or in vain.
-
-Usage, inside the camera: init_test.py BUILD-DIRECTORY busybox|dash
-"""
+"""psia.init under the shell PSIA_SHELL: started too early, twice, over a stale PID file, or in vain."""
 
 import os
 import pathlib
@@ -10,8 +6,9 @@ import shutil
 import signal
 import socket
 import subprocess
-import sys
 import threading
+
+import pytest
 
 from machine import CAMERA, USER, add_user, empty, processes, run, started_again
 from simulator.testing import eventually
@@ -42,7 +39,8 @@ def stop():
 
 def maintain(script_name):
     text = (DEPLOY / "debian" / script_name).read_text()
-    text = text.replace("/usr/libexec/psia", str(SERVICE.parent)).replace("/usr/share/psia/psia.init", str(SCRIPT))
+    text = text.replace("/usr/libexec/psia", str(SERVICE.parent))
+    text = text.replace("/usr/share/psia/psia.init", str(SCRIPT))
     run("sh", "-c", text, script_name, "remove")
 
 
@@ -56,14 +54,15 @@ def wait_for_log(words):
     eventually(lambda: any("psia: " in line and words in line for line in logged), f"'{words}' in the log")
 
 
-def prepare(build, shell):
+@pytest.fixture(scope="module", autouse=True)
+def machine():
     add_user()
     empty("/run", "/var/log")
     SERVICE.parent.mkdir()
     for program in ("psia.fcgi", "psia-rights"):
-        shutil.copy(pathlib.Path(build, program), SERVICE.parent)
+        shutil.copy(pathlib.Path(os.environ["PSIA_BUILD"], program), SERVICE.parent)
     text = (DEPLOY / "psia.init").read_text().replace("/usr/libexec/psia", str(SERVICE.parent))
-    if shell == "busybox":
+    if os.environ["PSIA_SHELL"] == "busybox":
         # With BusyBox's commands in place of the machine's.
         (CAMERA / "busybox").mkdir()
         run("busybox", "--install", "-s", CAMERA / "busybox")
@@ -73,9 +72,12 @@ def prepare(build, shell):
         text = text.replace("#!/bin/sh", "#!/bin/dash")
     SCRIPT.write_text(text)
     SCRIPT.chmod(0o755)
+    log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    log.bind("/dev/log")
+    threading.Thread(target=read_log, args=[log], daemon=True).start()
 
 
-def check_early_start():
+def test_a_start_before_the_settings_are_there_waits_for_them():
     away = DATABASE.with_suffix(".away")
     DATABASE.rename(away)
     status, said = script("start")
@@ -90,11 +92,12 @@ def check_early_start():
     stop()
 
 
-def check_one_supervisor():
+def test_one_supervisor_restarts_one_service():
     assert script("start") == (0, "psia started\n")
     (service,) = processes(SERVICE)
     assert SOCKET.stat().st_mode & 0o777 == 0o600 and SOCKET.owner() == "www-data"
-    assert script("run")[0] == 1 and "already" in script("start")[1] and processes(SERVICE) == [service]
+    assert script("run")[0] == 1 and "already" in script("start")[1]
+    assert processes(SERVICE) == [service]
     os.kill(service, signal.SIGKILL)
     started_again(SERVICE, [service])
     wait_for_log("ended with status 137")
@@ -107,7 +110,7 @@ def check_one_supervisor():
     stop()
 
 
-def check_stale_pid_file():
+def test_a_stale_pid_file_is_no_supervisor():
     stranger = subprocess.Popen(["sleep", "600"])
     PIDFILE.write_text(f"{stranger.pid} 1\n")
     assert "does not run" in script("stop")[1] and stranger.poll() is None
@@ -116,7 +119,7 @@ def check_stale_pid_file():
     stranger.wait()
 
 
-def check_removal():
+def test_a_removal_ends_every_service():
     """What dpkg runs before and after it removes the program."""
     assert script("start")[0] == 0
     with socket.socket(socket.AF_UNIX) as listener:
@@ -131,26 +134,10 @@ def check_removal():
     eventually(lambda: nothing_left() and not SOCKET.parent.exists(), "the end of all processes")
 
 
-def check_failed_start():
+def test_a_failed_start_is_told_and_logged():
     SERVICE.write_text("#!/bin/sh\necho a diagnostic >&2\nexit 3\n")
     SERVICE.chmod(0o755)
     status, said = script("start")
     assert status == 1 and "did not start" in said, said
     eventually(nothing_left, "the end of all processes")
     wait_for_log("a diagnostic")
-
-
-def main():
-    prepare(*sys.argv[1:])
-    log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-    log.bind("/dev/log")
-    threading.Thread(target=read_log, args=[log], daemon=True).start()
-    check_early_start()
-    check_one_supervisor()
-    check_stale_pid_file()
-    check_removal()
-    check_failed_start()
-
-
-if __name__ == "__main__":
-    main()

@@ -1,7 +1,6 @@
 #!/bin/bash
-# Builds the service from the sources $1 in the folder $2 as another's build system does: without presets, without
-# GoogleTest, with a compiler under another name, flags and paths of its own, and warnings that this project does not
-# know.
+# Builds the service from the sources $1 in the folder $2 as another's build system does: without presets and
+# GoogleTest, with a compiler under another name, and with flags, paths and warnings of its own.
 set -euo pipefail
 # shellcheck source=tests/deploy/checks.sh
 . "$(dirname "$0")/checks.sh"
@@ -10,10 +9,11 @@ rm -rf "$2"
 mkdir -p "$2"
 cd "$2"
 ln -s "$(command -v g++)" board-c++
-CXXFLAGS="-D_FORTIFY_SOURCE=1 -Wpadded" cmake -S "$1" -B build -G Ninja -DCMAKE_CXX_COMPILER="$PWD/board-c++" \
-  -DCMAKE_BUILD_TYPE=MinSizeRel -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DPSIA_UNITS=OFF -DPSIA_DOCUMENTS=OFF \
+CXXFLAGS="-D_FORTIFY_SOURCE=1 -Wpadded" cmake -S "$1" -B build -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
+  -DCMAKE_CXX_COMPILER="$PWD/board-c++" -DCMAKE_BUILD_TYPE=MinSizeRel -DPSIA_FACTORY_DATA=/dev/mtd9 \
+  -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON -DPSIA_UNITS=OFF -DPSIA_DOCUMENTS=OFF \
   -DPSIA_SETTINGS_DIR=/data/settings -DPSIA_DOCUMENT_ROOT=/data/www -DPSIA_EXCHANGE_DIR=/data/www/exchange \
-  -DPSIA_FACTORY_DATA=/dev/mtd9 -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >configure.log
+  >configure.log
 cmake --build build >build.log || { tail build.log; exit 1; }
 wanted "warnings that were asked for are shown" grep -m 1 Wpadded build.log
 same "the builder's flags stay" "" "$(grep -oE '_FORTIFY_SOURCE=2|-flto' build/compile_commands.json)"
@@ -45,6 +45,5 @@ wanted "the unit lets the service write to its folders" \
   grep '^ReadWritePaths=-/data/settings -/data/www/exchange$' build/deploy/psia.service
 wanted "the web server refuses the exchange directory" \
   grep -F '^/exchange(/|$)' root/opt/camera/share/psia/nginx.conf
-for program in psia.fcgi psia-rights; do
-  same "$program needs no C++ library" "" "$(readelf -d "build/$program" | grep -o 'libstdc++\|libgcc')"
-done
+same "no program needs a C++ library" "" \
+  "$(readelf -d build/psia.fcgi build/psia-rights | grep -o 'libstdc++\|libgcc')"

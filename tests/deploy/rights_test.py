@@ -1,17 +1,14 @@
-#!/usr/bin/env python3
 """psia-rights against whoever has taken the service over: it gives what the service needs and never touches a
-file that was put in the place of another.
-
-Usage, inside the camera: rights_test.py PSIA-RIGHTS
-"""
+file that was put in the place of another."""
 
 import os
 import pathlib
 import shutil
 import signal
 import subprocess
-import sys
 import time
+
+import pytest
 
 from machine import USER, add_user, empty, run
 from simulator.device import EXCHANGE, FACTORY_DATA
@@ -23,7 +20,7 @@ LINK_PROTECTION = pathlib.Path("/proc/sys/fs/protected_hardlinks")
 
 
 def rights(*options):
-    return subprocess.run([sys.argv[1], *options, "psia"], capture_output=True, text=True)
+    return subprocess.run([os.environ["PSIA_RIGHTS"], *options, "psia"], capture_output=True, text=True)
 
 
 def state(path):
@@ -31,7 +28,8 @@ def state(path):
     return oct(found.st_mode), found.st_uid, found.st_gid
 
 
-def prepare():
+@pytest.fixture(scope="module", autouse=True)
+def machine():
     add_user()
     empty("/run")  # psia-rights makes /run/psia, which a service of this machine may have
     # A kernel that leaves hard links alone, and may be told otherwise; the machine's own setting stays.
@@ -45,7 +43,7 @@ def prepare():
     shutil.copy(ORVID / "conf/default.db", SECRET_DIRECTORY)
 
 
-def check_given():
+def test_the_service_is_given_what_it_needs():
     (EXCHANGE / "settings.db").touch(0o644)
     assert rights().returncode == 0
     group_only = ("0o100660", 0, USER)
@@ -58,7 +56,7 @@ def check_given():
     assert rights("--socket").returncode == 0 and state(pathlib.Path("/run/psia")) == ("0o40771", 0, USER)
 
 
-def check_moved():
+def test_private_files_that_the_user_moved_are_left():
     """The service's user moves root's private files to places where files are given away."""
     key, conf, private = ORVID / "key", ORVID / "conf", ORVID / "private"
     key.touch(0o600)
@@ -76,7 +74,7 @@ def check_moved():
     assert rights().returncode == 0
 
 
-def check_refused():
+def test_files_that_may_have_another_name_are_left():
     """Each of these once gave the secret to the service's group; symbolic links are swapped in below."""
     for path in (EXCHANGE / "a", ORVID / "morvid.db-journal"):
         path.hardlink_to(SECRET)
@@ -117,6 +115,17 @@ def as_user(user, action):
     return process
 
 
+def test_processes_of_the_user_are_killed_and_no_others():
+    left = as_user(USER, lambda: signal.signal(signal.SIGTERM, signal.SIG_IGN))
+    others = as_user(USER + 1, lambda: None), as_user(0, lambda: None)
+    assert rights("--kill", "root").returncode == 1
+    assert rights("--kill", "psia").returncode == 0
+    assert os.waitstatus_to_exitcode(os.waitpid(left, 0)[1]) == -signal.SIGKILL
+    for other in others:
+        assert os.waitpid(other, os.WNOHANG) == (0, 0)
+        os.kill(other, signal.SIGKILL)
+
+
 def swap(path, target):
     """Puts in turn a link to the target and a file or folder of the user's own in the place of the path."""
     own, link = path.with_name(path.name + ".own"), path.with_name(path.name + ".link")
@@ -130,7 +139,7 @@ def swap(path, target):
             os.rename(path, thing)
 
 
-def check_race():
+def test_a_file_swapped_meanwhile_is_left():
     attacks = (lambda: swap(EXCHANGE / "a", SECRET), lambda: swap(ORVID / "morvid.db-journal", SECRET),
                lambda: swap(ORVID / "conf", SECRET_DIRECTORY))
     attackers = [as_user(USER, attack) for attack in attacks]
@@ -141,28 +150,3 @@ def check_race():
     for attacker in attackers:
         assert os.waitpid(attacker, os.WNOHANG) == (0, 0), "the attack went on all the time"
         os.kill(attacker, signal.SIGKILL)
-
-
-def check_kill():
-    """What the service's user has left behind is ended, and nothing else."""
-    left = as_user(USER, lambda: signal.signal(signal.SIGTERM, signal.SIG_IGN))
-    others = as_user(USER + 1, lambda: None), as_user(0, lambda: None)
-    assert rights("--kill", "root").returncode == 1
-    assert rights("--kill", "psia").returncode == 0
-    assert os.waitstatus_to_exitcode(os.waitpid(left, 0)[1]) == -signal.SIGKILL
-    for other in others:
-        assert os.waitpid(other, os.WNOHANG) == (0, 0)
-        os.kill(other, signal.SIGKILL)
-
-
-def main():
-    prepare()
-    check_given()
-    check_moved()
-    check_refused()
-    check_kill()
-    check_race()
-
-
-if __name__ == "__main__":
-    main()

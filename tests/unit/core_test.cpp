@@ -34,13 +34,5 @@ TEST(Credentials, HoldAnyByteButEndAtAZero) {
   expect_credentials("Basic YWRtaW4AeDpwdw==", "admin", "pw");  // admin\0x:pw
 }
 
-TEST(Credentials, AreTruncatedTo127Bytes) {
-  std::string header = "Basic ";
-  for (int bytes = 0; bytes < 123; bytes += 3)
-    header += "VVVV";    // UUU
-  header += "dTpwcHBw";  // u:pppp, of which the last two exceed 127 bytes
-  expect_credentials(header, std::string(31, 'U'), "pp");
-}
-
 }  // namespace
 }  // namespace psia
