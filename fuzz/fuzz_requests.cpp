@@ -123,7 +123,7 @@ hostName ipAddress subnetMask: 192.168.1.77 255.255.255.0 name.example
 id: 1 2 eth0 Master-0 Slave-0 Sensor-0 Relay-1 FTP-1 Mail-1
 enabled: true false
 brightnessLevel contrastLevel hueLevel dayOfWeek rtspPortNo portNo notificationInterval: 5 0 7 -1 99999999999
-videoResolutionWidth videoResolutionHeight fixedQuality maxFrameRate audioBitRate: 1920 240 176 112 20 60 32
+videoResolutionWidth videoResolutionHeight fixedQuality audioBitRate: 1920 240 176 112 20 60 32
 videoCodecType videoQualityControlType audioCompressionType: MJPEG H.264 CBR VBR G.711alaw G.726
 intervalBetweenEvents: 5000
 notificationMethod: IO FTP SMTP

@@ -83,7 +83,7 @@ def test_a_start_before_the_settings_are_there_waits_for_them():
     status, said = script("start")
     assert status == 0 and "waits for" in said and "waits for" in script("status")[1], said
     wait_for_log("waiting for")
-    for content, reason in (("", "it is empty"), ("A text, and longer than a header.", "it is no SQLite file")):
+    for content, reason in ("", "it is empty"), ("Longer than a header.", "it is no SQLite file"):
         DATABASE.write_text(content)
         wait_for_log(reason)
         assert not processes(SERVICE) and "waits for" in script("status")[1]

@@ -1,6 +1,8 @@
 #!/bin/bash
 # scripts/run up to the start of the camera: $1 are the project's sources, $2 is a folder for a copy of them.
 set -euo pipefail
+# shellcheck source=tests/deploy/checks.sh
+. "$(dirname "$0")/../deploy/checks.sh"
 
 rm -rf "$2"
 mkdir -p "$2/programs"
@@ -17,11 +19,12 @@ END_OF_CMAKE
 chmod +x programs/cmake
 export PATH="$PWD/programs:$PATH"
 
+said=$(scripts/run nonsense 2>&1) || true
+wanted "an argument that is no option is named" grep 'no option nonsense' <<<"$said"
+wanted "nothing is built before" test ! -e built
+
 scripts/run --build >first 2>&1 &
 scripts/run --build >second 2>&1
 wait $!
-if [ -e overlap ] || ! [ -e built ] || ! grep -q 'waits until it has finished' first second; then
-  echo "Wanted: the second of two that start at once waits for the first one's build, and says so. They said:"
-  cat first second
-  exit 1
-fi
+wanted "the second of two that start at once says that it waits" grep 'waits until it has finished' first second
+wanted "it waits for the first one's build" test -e built -a ! -e overlap
