@@ -57,7 +57,7 @@ class Lighttpd(WebServer):
     source, log = SHARE / "lighttpd.conf", "/var/log/lighttpd/access.log"
 
     def start(self):
-        # It refuses the link that prepare() makes, and says so.
+        # It refuses the link that web_server() makes, and says so.
         subprocess.run([PREFIX / "libexec/psia/psia-rights", "--wait", "--socket", "www-data"])
         self.server = subprocess.Popen(["lighttpd", "-D", "-f", CONFIGURATION])
 

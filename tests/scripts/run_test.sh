@@ -26,5 +26,6 @@ wanted "nothing is built before" test ! -e built
 scripts/run --build >first 2>&1 &
 scripts/run --build >second 2>&1
 wait $!
-wanted "the second of two that start at once says that it waits" grep 'waits until it has finished' first second
+wanted "of two that start at once the second says that it waits" \
+  grep 'waits until it has finished' first second
 wanted "it waits for the first one's build" test -e built -a ! -e overlap
