@@ -39,6 +39,7 @@ def updates(request):
 @pytest.mark.parametrize("example", EXAMPLES, ids=str)
 def test_a_request_has_the_result_that_its_page_shows(camera, updates, example):
     body = example.body
+    camera.execute(example.statements())
     if example.kind == "echo":
         body = re.split(r"\r?\n\r?\n", camera.effects("GET", example.uri)[-1], maxsplit=1)[1]
     variables = {"HTTP_" + name.upper(): value for name, value in example.headers.items()}
