@@ -132,8 +132,12 @@ class Camera:
         lines = []
         for table, key, column, _, value in settings.differences(before, after):
             several = max(len(before[table]), len(after[table])) > 1
-            row = "" if column or value is None else ", ".join(f"{name} = {part}" for name, part in value.items())
-            what = f".{column} = {value}" if column else f" is added: {row}" if row else " is deleted"
+            if column:
+                what = f".{column} = {value}"
+            elif value is None:
+                what = " is deleted"
+            else:
+                what = " is added: " + ", ".join(f"{name} = {part}" for name, part in value.items())
             lines.append((f"{table}[{key}]" if several else table) + what)
         return lines
 

@@ -7,8 +7,7 @@ import socket
 import pytest
 
 from answers import DEVICE_BUSY, DEVICE_ERROR, LOGGED_IN, NO_RESOURCE, OK, answer, logged_in
-from camera import DATABASE, REPLIES, REQUESTS, FaultPlan, libc, reply
-from faults import ATTEMPTS_AT_A_LOCK, WAIT_FOR_A_LOCK
+from camera import DATABASE, REPLIES, REQUESTS, libc, reply
 from peers import peer, up_to_uri
 from simulator.messages import BODY, DONE, FAILED, TYPE_WORD
 
@@ -223,11 +222,3 @@ def test_a_queue_that_is_gone_is_answered_with_busy(camera):
     REQUESTS.remove()
     assert camera.effects("PUT", REBOOT) == [
         "reported Send Message using Message Queue 1 Failed\n: Invalid argument", DEVICE_BUSY]
-
-
-def test_a_locked_database_is_tried_seven_times(faulty_camera):
-    faulty_camera.plan.speed = 200
-    faulty_camera.plan.let_fail(FaultPlan.LOCK, fail=ATTEMPTS_AT_A_LOCK)
-    assert not logged_in(faulty_camera)
-    assert faulty_camera.plan.slept == WAIT_FOR_A_LOCK
-    assert logged_in(faulty_camera)

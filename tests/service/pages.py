@@ -1,6 +1,6 @@
 """The requests that the pages of the reference show, each with what the page says about its result.
 
-Three forms are executed:
+Four forms are executed:
 
 - A fenced block that begins with "GET /PSIA/..." (or another method), header lines and an empty line before a
   body. Directly below it the page shows the answer and, under "What follows:", everything else that happens.
@@ -8,6 +8,8 @@ Three forms are executed:
   the row uses those of the block above it.
 - A row of a table with the columns Resource, "Sent back as read, it changes": the document that GET shows is
   sent back with PUT.
+- A row of a table with the columns Stored, Request, Shown: with these values in the database, the document of
+  GET has these elements, and no others of the same names. Or the answer is this status.
 
 `shown` writes a result in the words of the page. It loses nothing, so a page that equals it is right to the
 byte: a line break of the page stands for nothing, ␍ ␊ ␠ stand for characters that were sent, and headers are
@@ -28,13 +30,14 @@ RESULT = re.compile(r"(No answer|(<details><summary>)?(Answer|Printed)|What foll
 LONG = 15  # lines of an answer; longer ones are folded
 ROW_HEADER = ["Request", "Body", "Status", "What follows"]
 ECHO_HEADER = ["Resource", "Sent back as read, it changes"]
+STORED_HEADER = ["Stored", "Request", "Shown"]
 
 
 @dataclasses.dataclass
 class Example:
     """A request of a page. Its lines `first` to before `last`, counted from 0, tell the result."""
     page: pathlib.Path
-    kind: str  # block, row, echo
+    kind: str  # block, row, echo, stored
     method: str
     uri: str
     headers: dict
@@ -50,6 +53,12 @@ class Example:
     def says(self):
         return self.page.read_text().split("\n")[self.first:self.last]
 
+    def statements(self):
+        """They store what the row says."""
+        stored = cells(self.says()[0])[0] if self.kind == "stored" else ""
+        return "".join(f"update {table} set {column}='{'' if value == '(empty)' else value}';"
+                       for table, column, value in re.findall(r"`(\w+)\.(\w+) = (.*?)`", stored))
+
     def shows(self, effects):
         """The lines of the page as they should be."""
         if effects[-1:] and effects[-1][:6] == "status" and any("<Response" in line for line in self.says()):
@@ -59,6 +68,10 @@ class Example:
         row = cells(self.says()[0])
         if self.kind == "row":
             row[2:4] = summary(effects), changes(effects)
+        elif self.kind == "stored":
+            names = "|".join(set(re.findall(r"<(\w+)", row[2])))
+            found = re.finditer(rf"<({names})\b[^>]*>.*?</\1>", effects[-1])
+            row[2] = ", ".join(f"`{element[0]}`" for element in found) or effects[-1]
         else:
             row[1] = changes(effects)
         return ["|" + "|".join(f" {cell} " if cell else " " for cell in row) + "|"]
@@ -98,6 +111,9 @@ def read(page):
         elif table[:2] == ECHO_HEADER and not line.startswith("|-"):
             uri = "/PSIA/" + cells(line)[0].strip("`")
             examples.append(Example(page, "echo", "PUT", uri, {}, "", i, i + 1))
+        elif table[:3] == STORED_HEADER and not line.startswith("|-"):
+            uri = cells(line)[1].strip("`")
+            examples.append(Example(page, "stored", "GET", uri, {}, "", i, i + 1))
         i += 1
     return examples
 

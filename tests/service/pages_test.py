@@ -1,5 +1,7 @@
 """The pages of the reference, executed as they stand. To write what was seen into the pages, and look at the
-differences:  PYTEST_ADDOPTS=--update ctest --test-dir build -R service.pages;  git diff docs"""
+differences:  PYTEST_ADDOPTS=--update ctest --test-dir build -R pages_test;  git diff docs
+
+media_pages_test runs the requests of the page on media beside these: half of all the waiting for daemons."""
 import difflib
 import json
 import os
@@ -15,6 +17,7 @@ from pages import ROOT
 
 SCHEMA = lxml.etree.XMLSchema(file=ROOT / "docs/psia.xsd")
 EXAMPLES = [example for page in pages.PAGES for example in pages.read(page)]
+MEDIA = ROOT / "docs/reference/media.md"
 BLOCKS = [example for example in EXAMPLES if example.kind == "block"]
 
 
@@ -36,9 +39,9 @@ def updates(request):
         page.write_text("\n".join(lines))
 
 
-@pytest.mark.parametrize("example", EXAMPLES, ids=str)
-def test_a_request_has_the_result_that_its_page_shows(camera, updates, example):
+def compare_with_its_page(camera, updates, example):
     body = example.body
+    camera.execute(example.statements())
     if example.kind == "echo":
         body = re.split(r"\r?\n\r?\n", camera.effects("GET", example.uri)[-1], maxsplit=1)[1]
     variables = {"HTTP_" + name.upper(): value for name, value in example.headers.items()}
@@ -49,6 +52,11 @@ def test_a_request_has_the_result_that_its_page_shows(camera, updates, example):
         equal = len(os.path.commonprefix([says, shows]))
         lines = difflib.unified_diff(says, shows, "the page", "what came", lineterm="", n=1)
         check(False, example.place(equal), "\n".join([f"{example.method} {example.uri}", *lines]))
+
+
+@pytest.mark.parametrize("example", [example for example in EXAMPLES if example.page != MEDIA], ids=str)
+def test_a_request_has_the_result_that_its_page_shows(camera, updates, example):
+    compare_with_its_page(camera, updates, example)
 
 
 def documents():

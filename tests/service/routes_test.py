@@ -1,7 +1,6 @@
 """Which URL, method and user level reach a handler."""
 import os
 import pathlib
-import re
 
 import pytest
 
@@ -26,24 +25,8 @@ def test_the_program_does_what_its_route_table_says(camera, prefix, match, metho
             assert refused == (level > int(highest)), f"{method} {uri} as {user}"
 
 
-@pytest.mark.parametrize("uri, root", [
-    ("/PSIA/System/Audio/channels/17", "AudioChannel"),
-    ("/PSIA/System/Audio/channelsX", "AudioChannelList"),
-    ("/PSIA/System/Network/interfaces/ETH0/ipaddress", "IPAddress"),
-    # Of a URL below the streaming channels the end decides.
-    ("/PSIA/Streaming/channels/1/Status", "StreamingSessionStatusList"),
-    ("/PSIA/Streaming/channels/1/status?", "StreamingChannel"),
-])
-def test_urls_match_by_their_beginning_whatever_their_case(camera, uri, root):
-    assert re.search(r"\?>\s*<(\w+)", camera.call("geT", uri))[1] == root
-
-
 @pytest.mark.parametrize("method, uri", [
-    ("HEAD", "/PSIA/System/status"), ("POST", "/PSIA/Custom/Event/triggers/Sensor-0"),
-    ("G", "/PSIA/System/status"), ("GETX", "/PSIA/System/status"), ("", "/PSIA/System/status"),
-    ("GET", "/PSIA/Security/AAA/users/"), ("GET", "/PSIA/Security/AAA/usersX"),
-    ("GET", ""), ("GET", "/PSIA/inde"), ("GET", "PSIA/index"),
-    ("GET", '/PSIA/<a>&%20%s%n"'), ("GET", "/PSIA/" + 60000 * "x"),
+    ("", "/PSIA/System/status"), ("GET", ""), ("GET", '/PSIA/<a>&%20%s%n"'), ("GET", "/PSIA/" + 60000 * "x"),
 ])
-def test_other_urls_and_methods_are_invalid_operations(camera, method, uri):
+def test_odd_urls_and_methods_are_invalid_operations(camera, method, uri):
     assert camera.call(method, uri) == status(4, uri)
