@@ -210,18 +210,18 @@ EXPORTED = MIB * b"e"  # more than a socket holds
 
 @contextlib.contextmanager
 def stuck_download(camera):
-    """A peer that downloads a large file and has not yet taken any of it."""
+    """A peer that downloads a large file and has not yet taken any of it, and when it began."""
     (EXCHANGE / "export.dat").write_bytes(EXPORTED)
+    start = seconds(camera)
     with peer(camera, "GET", CONFIGURATION) as client:
         assert REPLIES.send(reply(REQUESTS.next(), DONE, b"export.dat"))
         camera.wait_until_blocked_in("write")
-        yield client
+        yield client, start
 
 
 def test_a_peer_that_does_not_take_its_answer_is_left_after_30_seconds(faulty_camera):
     faulty_camera.plan.speed = 40
-    with stuck_download(faulty_camera) as client:
-        start = seconds(faulty_camera)
+    with stuck_download(faulty_camera) as (client, start):
         assert faulty_camera.call("GET", NO_RESOURCE) == LOGGED_IN
         assert seconds(faulty_camera) - start > PEER_TIMEOUT
         with pytest.raises(AssertionError, match="closed without an end"):
@@ -230,7 +230,7 @@ def test_a_peer_that_does_not_take_its_answer_is_left_after_30_seconds(faulty_ca
 
 def test_a_peer_that_does_not_take_its_answer_is_left_soon_after_a_stop(faulty_camera):
     faulty_camera.plan.speed = 40
-    with stuck_download(faulty_camera) as client:
+    with stuck_download(faulty_camera) as (client, _):
         start = seconds(faulty_camera)
         assert faulty_camera.stop_service() == 0
         assert TIMEOUT_AFTER_STOP < seconds(faulty_camera) - start
@@ -240,7 +240,7 @@ def test_a_peer_that_does_not_take_its_answer_is_left_soon_after_a_stop(faulty_c
 
 def test_a_peer_that_takes_its_answer_slowly_receives_all_of_it(faulty_camera):
     faulty_camera.plan.speed = 40
-    with stuck_download(faulty_camera) as client:
+    with stuck_download(faulty_camera) as (client, _):
         received = b""
         for _ in range(3):  # longer than the timeout, all together
             received += client.socket.recv(64 * KIB)
