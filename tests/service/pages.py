@@ -158,8 +158,12 @@ def shown(effects):
         lines = ["", f"{title}:", "", *block]
         if len(block) > LONG + 2:
             lines = ["", f"<details><summary>{title}: {root(text)}</summary>", "", *block, "", "</details>"]
+    if rest and len(lines) == 2:  # an answer in one line
+        lines[1] += " What follows:"
+    elif rest:
+        lines += ["", "What follows:"]
     if rest:
-        lines += ["", "What follows:", "", *(f"- `{settle(line)}`" for line in rest)]
+        lines += ["", *(f"- `{settle(line)}`" for line in rest)]
     return lines
 
 
