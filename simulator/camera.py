@@ -121,7 +121,7 @@ class Camera:
             details.append(f'there is no zone file for "{self.zone}", the camera\'s clock shows UTC')
         if not clock.restart_uptime():
             details.append("the kernel has no time namespaces here: the time since start is the machine's")
-        if not clock.library():
+        if not clock.faketime_library():
             details.append("libfaketime is missing: the clock is always the machine's")
         self.booted_at, self.booted, self.restart_at = time.monotonic(), True, None
         words = f"the camera boots; eth0 has {device.live_address()}, the zone is {self.zone}"

@@ -17,7 +17,7 @@ ZONES = pathlib.Path("/usr/share/zoneinfo")
 NEW_TIME = 0x80  # CLONE_NEWTIME
 
 
-def library() -> str:
+def faketime_library() -> str:
     """The path of libfaketime; empty when it is not installed. The camera's clock is then the machine's."""
     return next((str(path) for path in pathlib.Path("/usr/lib").glob("*/faketime/libfaketime.so.1")), "")
 
@@ -96,8 +96,8 @@ def restart_uptime() -> bool:
 def environment() -> dict[str, str]:
     """For programs that are to see the camera's clock."""
     variables = {name: value for name, value in os.environ.items() if name != "TZ"}
-    if library():
-        variables |= {"LD_PRELOAD": library(), "FAKETIME_NO_CACHE": "1", "FAKETIME_DONT_FAKE_MONOTONIC": "1"}
+    if faketime_library():
+        variables |= {"LD_PRELOAD": faketime_library(), "FAKETIME_NO_CACHE": "1", "FAKETIME_DONT_FAKE_MONOTONIC": "1"}
         # Without the file's name libfaketime prefers a file in the home directory.
         variables |= {"NO_FAKE_STAT": "1", "FAKETIME_TIMESTAMP_FILE": str(FILE)}
     return variables

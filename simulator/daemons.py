@@ -85,7 +85,7 @@ def set_time(message: Message, zone: str) -> Deed:
     else:
         year, month, day, hour, minute, second = (message.number(field.offset) for field in messages.TIME)
         clock.set_to((year, month, day, hour, minute, second), zone)
-    if not clock.library():
+    if not clock.faketime_library():
         return Deed("libfaketime is missing; the clock stays the machine's")
     return Deed("no NTP server is asked; the clock is the machine's" if mode == messages.BY_NTP else "")
 
