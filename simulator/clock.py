@@ -97,7 +97,11 @@ def environment() -> dict[str, str]:
     """For programs that are to see the camera's clock."""
     variables = {name: value for name, value in os.environ.items() if name != "TZ"}
     if faketime_library():
-        variables |= {"LD_PRELOAD": faketime_library(), "FAKETIME_NO_CACHE": "1", "FAKETIME_DONT_FAKE_MONOTONIC": "1"}
+        variables |= {
+            "LD_PRELOAD": faketime_library(),
+            "FAKETIME_NO_CACHE": "1",
+            "FAKETIME_DONT_FAKE_MONOTONIC": "1",
+        }
         # Without the file's name libfaketime prefers a file in the home directory.
         variables |= {"NO_FAKE_STAT": "1", "FAKETIME_TIMESTAMP_FILE": str(FILE)}
     return variables
