@@ -19,24 +19,6 @@ COPY = DIRECTORY / "copy.db"
 
 # Lists.
 
-THOUSAND_USERS = "".join(
-    f"<userName>user-{number}</userName><password>p</password>" for number in range(1000))
-THOUSAND_SERVERS = "".join(
-    f"<FTPNotification><id>FTP-{number}</id></FTPNotification>" for number in range(2, 1002))
-
-
-@pytest.mark.parametrize("uri, body", [
-    pytest.param(USERS, f"<User>{THOUSAND_USERS}</User>", id="users"),
-    pytest.param(FTP, f"<FTPNotificationList>{THOUSAND_SERVERS}</FTPNotificationList>", id="FTP servers"),
-])
-def test_a_thousand_items_are_flushed_to_the_medium_a_few_times(faulty_camera, uri, body):
-    allowed = 20
-    faulty_camera.plan.let_fail(FaultPlan.SYNC, skip=allowed)  # counts down
-    *added, received = faulty_camera.effects("POST", uri, body)
-    assert (len(added), received) == (1000, OK)
-    assert 0 < allowed - faulty_camera.plan.skip <= allowed
-
-
 ADD_USERS = ("POST", USERS, """
     <User>
       <userName>ann</userName><password>p</password>
@@ -52,6 +34,7 @@ ALL_THREE_FAILED = answer(USERS, DEVICE_ERROR, DEVICE_ERROR, DEVICE_ERROR, OK)
 ADD_SERVERS = ("POST", FTP, """
     <FTPNotificationList>
       <FTPNotification><id>FTP-2</id></FTPNotification>
+      <FTPNotification><id>FTP-3</id></FTPNotification>
     </FTPNotificationList>""")
 CHANGE_TRIGGERS = ("PUT", TRIGGERS, """
     <EventTriggerList>
@@ -189,16 +172,11 @@ def test_a_file_that_is_gone_is_not_created(camera):
     assert camera.effects("DELETE", GUEST) == DELETED
 
 
-@pytest.mark.parametrize("columns, addresses", [
-    pytest.param("0, 'Master-0', '10.0.0.1', 80, 'new'", ["10.0.0.1"], id="one more"),
-    pytest.param("0, 'Master-0'", [""], id="without the address"),
-    pytest.param("0, '10.0.0.1', 'Master-0', 80", ["Master-0"], id="in another order"),
-])
-def test_columns_that_a_daemon_changes_are_seen_at_once(camera, columns, addresses):
+def test_columns_that_a_daemon_changes_are_seen_at_once(camera):
     viewers = "/PSIA/Streaming/status"
     assert len(camera.shown(viewers, "ipAddress")) == 3
-    camera.execute(f"drop table ClientList; create table ClientList as select {columns}")
-    assert camera.shown(viewers, "ipAddress") == addresses
+    camera.execute("drop table ClientList; create table ClientList as select 0, 'second', 'third'")
+    assert camera.shown(viewers, "ipAddress") == ["third"]
 
 
 def test_without_the_column_of_the_identifier_one_is_generated(camera):

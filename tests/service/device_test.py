@@ -1,27 +1,16 @@
 """Device information and status, and the identifier that the service generates once for a device."""
 import re
-import subprocess
 
 import pytest
 
 from answers import UNAUTHORIZED, elements, offset_of
-from camera import DEFAULTS, DIRECTORY, FACTORY_DATA
+from camera import DEFAULTS, FACTORY_DATA
 
 INFO = "/PSIA/System/deviceInfo"
 STATUS = "/PSIA/System/status"
 LONGEST_IDENTIFIER = 39
 SERIAL_NUMBER_AT = 256  # byte of the factory data; 31 characters and a zero byte
 HALF_PAST_FIVE = (5 * 60 + 30) * 60  # seconds
-
-
-@pytest.fixture
-def uptime_file():
-    """A file that the service reads in place of /proc/uptime."""
-    path = DIRECTORY / "uptime"
-    path.touch()
-    subprocess.run(["mount", "--bind", path, "/proc/uptime"], check=True)
-    yield path
-    subprocess.run(["umount", "/proc/uptime"], check=True)
 
 
 def information(camera, variables=None):
@@ -49,7 +38,6 @@ def test_without_a_stored_name_the_host_name_of_request_or_start_is_shown(unstar
 
 
 @pytest.mark.parametrize("content, shown, reported", [
-    pytest.param(SERIAL_NUMBER_AT * b"x" + 31 * b"s" + b"\0behind", 31 * "s", "", id="there"),
     pytest.param(SERIAL_NUMBER_AT * b"x" + 31 * b"s" + b"no zero byte", 31 * "s", "", id="unterminated"),
     pytest.param(SERIAL_NUMBER_AT * b"x" + 31 * b"s", "0", "eeprom read fail res=31, error=Success\n",
                  id="one byte missing"),
@@ -79,16 +67,6 @@ def test_a_new_identifier_is_stored_in_both_databases_and_closes_the_first(camer
     assert shown["firmwareVersion"] == "0.0.0.0"
     assert shown["firmwareReleasedDate"] == "000000"
     assert camera.call("GET", INFO) == UNAUTHORIZED
-
-
-@pytest.mark.parametrize("content, seconds", [
-    pytest.param("2147483648.5 1\n", "2147483647", id="more than an int holds"),
-    pytest.param("12345.67\n2345.12\n", "0", id="the first line must hold two numbers"),
-    pytest.param("77 5".rjust(35) + "\n", "77", id="35 characters are read, here spaces and the numbers"),
-])
-def test_the_status_shows_the_uptime(camera, uptime_file, content, seconds):
-    uptime_file.write_text(content)
-    assert elements(camera.call("GET", STATUS))["deviceUpTime"] == seconds
 
 
 def test_the_status_shows_the_time_of_the_zone_in_force(camera):

@@ -1,4 +1,4 @@
-"""The factory reset, and the settings as a file that clients download and upload."""
+"""The settings as a file that clients download and upload."""
 import shutil
 import subprocess
 
@@ -15,17 +15,6 @@ PIECE = 1024  # bytes that the service copies at once
 MOST = 64 << 20  # bytes that an upload may have
 # A settings file of two pieces and a half, of which no two are alike.
 SETTINGS = "".join(f"setting {number}\0\n" for number in range(300))[:2 * PIECE + PIECE // 2]
-
-LONGEST_QUERY = 255
-
-
-@pytest.mark.parametrize("length, effects", [
-    pytest.param(LONGEST_QUERY, ["message 10 factory reset", OK], id="what exceeds them is ignored"),
-    pytest.param(LONGEST_QUERY - 1, [DEVICE_ERROR], id="the last of them counts: XULL"),
-])
-def test_a_factory_reset_reads_255_characters_of_its_query(camera, length, effects):
-    query = "MODE=FULL".ljust(length, "=") + "X"  # each value is written over the one before
-    assert camera.effects("PUT", "/PSIA/System/factoryReset?" + query) == effects
 
 
 def download(camera, name, result=DONE):

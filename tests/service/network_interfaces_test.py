@@ -64,29 +64,16 @@ def test_failures_of_the_kernel_are_printed(camera, uri, line):
     assert camera.effects("GET", uri)[0] == f"printed {line}\n"
 
 
-def test_without_a_row_the_type_shown_is_dynamic(camera):
-    camera.execute("delete from Network")
-    assert camera.shown(ADDRESS, "addressingType") == ["dynamic"]
-
-
-def test_a_static_address_ends_the_dynamic_one(camera):
-    camera.execute("update Network set ConnectionType=1")
-    assert camera.effects("PUT", ADDRESS, """
-        <IPAddress>
-          <addressingType>static</addressingType>
-          <ipAddress>192.168.1.10</ipAddress>
-        </IPAddress>""")[0] == "Network.ConnectionType = 0"
-
-
 @pytest.mark.parametrize("replies, later_effects", [
     pytest.param([DONE, BUSY], ["message 33 name servers: servers = 1.2.3.4-", DEVICE_BUSY],
                  id="the reply to the last message is the answer"),
     pytest.param([BUSY], [DEVICE_BUSY], id="without the addressing no name servers are sent"),
 ])
 def test_name_servers_are_sent_when_the_addressing_was_done(camera, replies, later_effects):
-    camera.execute("update Network set IPAddress='', SubnetMask='', Gateway=''")
+    camera.execute("update Network set ConnectionType=1, IPAddress='', SubnetMask='', Gateway=''")
     assert camera.effects("PUT", ADDRESS, """
         <IPAddress>
           <addressingType>static</addressingType>
           <PrimaryDNS><ipAddress>1.2.3.4</ipAddress></PrimaryDNS>
-        </IPAddress>""", replies) == ["message 31 addressing", *later_effects]
+        </IPAddress>""", replies) == [
+            "Network.ConnectionType = 0", "message 31 addressing", *later_effects]

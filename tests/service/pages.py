@@ -8,8 +8,9 @@ Four forms are executed:
   the row uses those of the block above it.
 - A row of a table with the columns Resource, "Sent back as read, it changes": the document that GET shows is
   sent back with PUT.
-- A row of a table with the columns Stored, Request, Shown: with these values in the database, the document of
-  GET has these elements, and no others of the same names. Or the answer is this status.
+- A row of a table with the columns Stored, Request, Shown: with these values in the database, or without rows
+  or a table, the document of GET has these elements, and no others of the same names. Or the answer is this
+  status.
 
 `shown` writes a result in the words of the page. It loses nothing, so a page that equals it is right to the
 byte: a line break of the page stands for nothing, ␍ ␊ ␠ stand for characters that were sent, and headers are
@@ -56,8 +57,11 @@ class Example:
     def statements(self):
         """They store what the row says."""
         stored = cells(self.says()[0])[0] if self.kind == "stored" else ""
-        return "".join(f"update {table} set {column}='{'' if value == '(empty)' else value}';"
-                       for table, column, value in re.findall(r"`(\w+)\.(\w+) = (.*?)`", stored))
+        statements = {"no row of": "delete from", "no table": "drop table"}
+        return "".join([f"{statements[what]} {table};"
+                        for what, table in re.findall(r"(no row of|no table) `(\w+)`", stored)] +
+                       [f"update {table} set {column}='{'' if value == '(empty)' else value}';"
+                        for table, column, value in re.findall(r"`(\w+)\.(\w+) = (.*?)`", stored)])
 
     def shows(self, effects):
         """The lines of the page as they should be."""
@@ -69,7 +73,7 @@ class Example:
         if self.kind == "row":
             row[2:4] = summary(effects), changes(effects)
         elif self.kind == "stored":
-            names = "|".join(set(re.findall(r"<(\w+)", row[2])))
+            names = "|".join(set(re.findall(r"`<(\w+)", row[2])))
             found = re.finditer(rf"<({names})\b[^>]*>.*?</\1>", effects[-1])
             row[2] = ", ".join(f"`{element[0]}`" for element in found) or effects[-1]
         else:

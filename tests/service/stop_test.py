@@ -39,17 +39,6 @@ def test_connections_that_send_nothing_delay_it_by_less_than_a_timeout(faulty_ca
         assert seconds(faulty_camera) < stopped + TIMEOUT_AFTER_STOP
 
 
-def test_parameters_that_arrive_after_it_are_checked_as_a_whole(faulty_camera):
-    faulty_camera.plan.speed = 5
-    with peer(faulty_camera, "GET", NO_RESOURCE, first=up_to_uri("GET", NO_RESOURCE)) as client:
-        faulty_camera.wait_until_blocked_in("read")
-        faulty_camera.process.send_signal(signal.SIGTERM)
-        let_pass(faulty_camera, TIMEOUT_AFTER_STOP / 2)
-        client.send_rest()
-        assert client.receive()[0] == LOGGED_IN
-    assert faulty_camera.wait_for_exit() == 0
-
-
 def test_parameters_that_do_not_all_arrive_get_no_answer(faulty_camera):
     faulty_camera.plan.speed = 5
     with peer(faulty_camera, "GET", NO_RESOURCE, first=up_to_uri("GET", NO_RESOURCE)) as client:

@@ -43,3 +43,8 @@ def test_a_failing_statement_ends_the_request(camera, table):
             <Transport><rtspPortNo>8554</rtspPortNo></Transport>
           </StreamingChannel>
         </StreamingChannelList>""") == [DEVICE_ERROR]
+
+
+def test_the_list_is_a_device_error_when_only_its_second_encoder_is_missing(camera):
+    camera.execute("update VideoEncoder set Enable=-1 where VideoEncoderID=1")
+    assert camera.effects("GET", CHANNELS) == [DEVICE_ERROR]

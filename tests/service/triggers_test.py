@@ -4,28 +4,10 @@ import pytest
 
 from answers import OK
 
-TRIGGERS = "/PSIA/Custom/Event/triggers"
-SENSOR = TRIGGERS + "/Sensor-0"
+SENSOR = "/PSIA/Custom/Event/triggers/Sensor-0"
 NOTIFICATIONS = SENSOR + "/notifications"
 TRIGGER_WITHOUT_A_LINK = "<EventTrigger><intervalBetweenEvents>77</intervalBetweenEvents></EventTrigger>"
 LONGEST = 127 * "n"  # the longest name of a server that is looked for
-
-
-@pytest.mark.parametrize("mail, end", [
-    pytest.param(-1, "</intervalBetweenEvents></EventTrigger>", id="without any link there is no list"),
-    pytest.param(77, "</EventTriggerNotificationList></EventTrigger>", id="with a missing row an empty one"),
-])
-def test_links_to_missing_rows_are_not_shown(camera, mail, end):
-    camera.execute(f"update Event set RelayID=-1, FTPServerID=-1, SMTPServerID={mail}")
-    [document] = camera.effects("GET", SENSOR)
-    assert document.endswith(end)
-    assert "<EventTriggerNotification " not in document
-    assert camera.shown(NOTIFICATIONS, "EventTriggerNotificationList") == [""]
-
-
-def test_without_rows_the_trigger_is_sensor_0_without_links(camera):
-    camera.execute("delete from SensorRelay; delete from Event")
-    assert camera.shown(TRIGGERS, "id") == ["Sensor-0"]
 
 
 @pytest.mark.parametrize("method, uri, body", [
