@@ -38,12 +38,8 @@ def test_credentials_in_odd_forms_are_accepted(camera, header):
     assert logged_in(camera, variables={"HTTP_AUTHORIZATION": header})
 
 
-@pytest.mark.parametrize("header", [
-    pytest.param("Basic", id="shorter than a scheme"),
-    pytest.param("Basic " + 100000 * "A", id="100000 characters"),
-])
-def test_a_header_of_an_odd_length_is_refused(camera, header):
-    assert not logged_in(camera, variables={"HTTP_AUTHORIZATION": header})
+def test_a_header_that_is_shorter_than_a_scheme_is_refused(camera):
+    assert not logged_in(camera, variables={"HTTP_AUTHORIZATION": "Basic"})
 
 
 def test_names_and_passwords_are_truncated_to_31_characters(camera):

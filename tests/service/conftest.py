@@ -22,11 +22,6 @@ def pytest_sessionfinish(session, exitstatus):
         session.exitstatus = pytest.ExitCode.OK  # the markers leave out all tests of the file
 
 
-def pytest_make_parametrize_id(val):
-    """Of a long text the beginning stands in the name of its test."""
-    return f"{val[:60]!r}..." if isinstance(val, (str, bytes)) and len(val) > 60 else None
-
-
 def pytest_collection_modifyitems(items):
     for item in items:
         if "faulty_camera" in item.fixturenames:

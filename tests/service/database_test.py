@@ -19,6 +19,14 @@ COPY = DIRECTORY / "copy.db"
 
 # Lists.
 
+def test_a_thousand_users_are_flushed_to_the_medium_a_few_times(faulty_camera):
+    users = "".join(f"<userName>user-{number}</userName><password>p</password>" for number in range(1000))
+    faulty_camera.plan.let_fail(FaultPlan.SYNC, skip=20)  # the 21st flush would fail
+    *added, received = faulty_camera.effects("POST", USERS, f"<User>{users}</User>")
+    assert (len(added), received) == (1000, OK)
+    assert 0 <= faulty_camera.plan.skip < 20  # some were counted
+
+
 ADD_USERS = ("POST", USERS, """
     <User>
       <userName>ann</userName><password>p</password>

@@ -7,7 +7,6 @@ from answers import OK
 SENSOR = "/PSIA/Custom/Event/triggers/Sensor-0"
 NOTIFICATIONS = SENSOR + "/notifications"
 TRIGGER_WITHOUT_A_LINK = "<EventTrigger><intervalBetweenEvents>77</intervalBetweenEvents></EventTrigger>"
-LONGEST = 127 * "n"  # the longest name of a server that is looked for
 
 
 @pytest.mark.parametrize("method, uri, body", [
@@ -19,14 +18,3 @@ def test_every_link_is_removed(camera, method, uri, body):
     camera.execute("update Event set IgnoreInterval=77, RelayID=8, FTPServerID=8, SMTPServerID=8")
     assert camera.effects(method, uri, body) == [
         "Event.RelayID = -1", "Event.FTPServerID = -1", "Event.SMTPServerID = -1", OK]
-
-
-def test_127_characters_of_a_name_count(camera):
-    camera.execute(f"insert into FTPServer (FTPServerID, Alias) values (11, '{LONGEST}')")
-    assert camera.effects("PUT", NOTIFICATIONS, f"""
-        <EventTriggerNotificationList>
-          <EventTriggerNotification>
-            <id>{LONGEST}x</id>
-            <notificationMethod>FTP</notificationMethod>
-          </EventTriggerNotification>
-        </EventTriggerNotificationList>""") == ["Event.FTPServerID = 11", OK]
