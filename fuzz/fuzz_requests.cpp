@@ -155,9 +155,8 @@ void run(Camera& camera, const std::string& block) {
   std::string length = std::to_string(body.size());
   words >> method;
   if (method == "Settings") return camera.change_settings(words);
-  words >> uri;
   daemons_result = 0;
-  words >> daemons_result >> credentials >> length;
+  words >> uri >> daemons_result >> credentials >> length;
 
   const psia::Request request{uri.c_str(), method.c_str(), length.c_str(), 0, ""};
   const std::optional<std::string> out = camera.serve("Basic " + credentials, request, body);
