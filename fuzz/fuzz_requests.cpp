@@ -1,7 +1,13 @@
-// Whole requests through the access check and the route table, with bodies that a grammar of the resources
-// builds from the input. Run it inside a simulated camera: python3 simulator inside --without-daemons. This
-// program plays daemons that answer at once and leave odd settings. After each request: as many answers as
-// the resource gives, each as long as its header says.
+// Whole requests through the access check and the route table, and changes of the settings between them. Run
+// it inside a simulated camera: python3 simulator inside --without-daemons. This program plays daemons that
+// answer at once. After each request: as many answers as the resource gives, each as long as its header says.
+//
+// An input is text. An empty line ends a request, which is this line and then its body:
+//   METHOD URI [RESULT [CREDENTIALS [LENGTH]]]
+// RESULT is that of the daemons, 0 unless told. CREDENTIALS are in base 64, admin's unless told.
+// Instead of a request, a change as a daemon might make it, to null without a value:
+//   Settings TABLE [COLUMN [VALUE]]
+// Without a column all rows are deleted.
 #include <fcgi_stdio.h>
 #include <sqlite3.h>
 #include <strings.h>
@@ -9,18 +15,16 @@
 #include <sys/msg.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
-#include <map>
 #include <optional>
 #include <regex>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "context.h"
 #include "core/access_control.h"
@@ -33,131 +37,6 @@
 #include "system/time_zone_table.h"
 
 namespace {
-
-using Words = std::vector<std::string>;
-
-Words words_in(const std::string& text) {
-  std::istringstream words(text);
-  return {std::istream_iterator<std::string>(words), {}};
-}
-
-/// What may stand in what; each line tells more of the names before the colon.
-std::map<std::string, Words> contents_in(const char* rules) {
-  std::map<std::string, Words> contents;
-  std::istringstream lines(rules);
-  for (std::string line; std::getline(lines, line);) {
-    const std::size_t colon = line.find(':');
-    const Words added = words_in(line.substr(colon + 1));
-    for (const std::string& name : words_in(line.substr(0, colon)))
-      contents[name].insert(contents[name].end(), added.begin(), added.end());
-  }
-  return contents;
-}
-
-/// URLs below /PSIA, and what their body is.
-const std::map<std::string, Words> kBodies = contents_in(R"(
-/index /indexr /System/description /System/status /System/reboot /System/configurationData: x
-/System/factoryReset? /System/factoryReset?MODE=FULL /Streaming/status /Custom/Event/index: x
-/System/Audio/channels /System/Video/inputs /System/Video/inputs/channels: x
-/System/Network/interfaces /System/Network/interfaces/eth0/discovery: x
-/Streaming/channels/1/status /Streaming/channels/Slave-0/status /Streaming/channels/1/capabilities: x
-/System/deviceInfo: DeviceInfo
-/System/time: Time
-/System/time/localTime: 2024-02-30T10:00:00
-/System/time/timeZone: CET-1 Nowhere
-/System/time/ntpServers /System/time/ntpServers/1: NTPServerList NTPServer
-/System/Network/interfaces/eth0: NetworkInterface
-/System/Network/interfaces/eth0/ipAddress: IPAddress
-/System/Audio/channels/1: AudioChannel
-/System/Video/inputs/channels/1: VideoInputChannel
-/Security/AAA/users /Security/AAA/users/1 /Security/AAA/users/admin: User UserList
-/Streaming/channels /Streaming/channels/1 /Streaming/channels/Slave-0: StreamingChannel StreamingChannelList
-/Custom/Event: EventNotification
-/Custom/Event/schedule: EventSchedule
-/Custom/Event/notification: EventNotificationMethods
-/Custom/Event/notification/mailing: MailingNotificationList
-/Custom/Event/notification/mailing/Mail-1: MailingNotification
-/Custom/Event/notification/ftp /Custom/Event/notification/ftp/FTP-1: FTPNotificationList FTPNotification
-/Custom/Event/triggers /Custom/Event/triggers/Sensor-0: EventTriggerList EventTrigger
-/Custom/Event/triggers/Sensor-0/notifications: EventTriggerNotificationList EventTriggerNotification
-)");
-
-/// Elements, and what they hold. A word without a rule is a text.
-const std::map<std::string, Words> kContents = contents_in(R"(
-DeviceInfo: deviceName
-Time: timeMode localTime timeZone
-NTPServerList: NTPServer
-NTPServer: addressingFormatType hostName ipAddress
-NetworkInterface: id IPAddress
-IPAddress: ipVersion addressingType ipAddress subnetMask DefaultGateway PrimaryDNS SecondaryDNS
-DefaultGateway PrimaryDNS SecondaryDNS: ipAddress
-AudioChannel: enabled
-VideoInputChannel: id brightnessLevel contrastLevel hueLevel
-UserList: User
-User: userName password
-StreamingChannelList: StreamingChannel
-StreamingChannel: id enabled Transport Video Audio
-Transport: rtspPortNo
-Video: videoCodecType videoResolutionWidth videoResolutionHeight fixedQuality videoQualityControlType
-Video: constantBitRate
-constantBitRate: 1
-Audio: enabled audioCompressionType audioBitRate
-EventNotification: EventTriggerList
-EventTriggerList: EventTrigger
-EventTrigger: id intervalBetweenEvents EventTriggerNotificationList
-EventTriggerNotificationList: EventTriggerNotification
-EventTriggerNotification: id notificationMethod notificationInterval
-EventSchedule: TimeBlockList
-TimeBlockList: TimeBlock
-TimeBlock: dayOfWeek bitString TimeRange
-TimeRange: beginTime endTime
-EventNotificationMethods: MailingNotificationList FTPNotificationList
-MailingNotificationList: MailingNotification
-FTPNotificationList: FTPNotification
-MailingNotification FTPNotification: id hostName portNo userName accountName password uploadPath
-deviceName userName accountName password uploadPath: new anonymous it's %%s%n &lt;&#x41;&amp; <![CDATA[x]]>
-timeMode addressingFormatType addressingType ipVersion: NTP static dynamic v4 v6
-localTime beginTime endTime: 2024-02-30T25:61:61 2147483647 08:30:00 00:17:00
-timeZone: CST-8 GMT0BST,M3.5.0/1,M10.5.0 CST-99
-hostName ipAddress subnetMask: 192.168.1.77 255.255.255.0 name.example
-id: 1 2 eth0 Master-0 Slave-0 Sensor-0 Relay-1 FTP-1 Mail-1
-enabled: true false
-brightnessLevel contrastLevel hueLevel dayOfWeek rtspPortNo portNo notificationInterval: 5 0 7 -1 99999999999
-videoResolutionWidth videoResolutionHeight fixedQuality audioBitRate: 1920 240 176 112 20 60 32
-videoCodecType videoQualityControlType audioCompressionType: MJPEG H.264 CBR VBR G.711alaw G.726
-intervalBetweenEvents: 5000
-notificationMethod: IO FTP SMTP
-bitString: 000000001111111110000000 1 <!--c-->
-)");
-
-/// The input as a sequence of choices; zeros behind its end.
-struct Choices {
-  const std::uint8_t* at;
-  const std::uint8_t* end;
-
-  unsigned int byte() { return at == end ? 0U : *at++; }
-  bool seldom() { return byte() >= 0xF0; }
-  /// One of the words, or seldom bytes of the input as they are, up to a zero.
-  std::string one_of(const Words& words) {
-    const unsigned int choice = byte();
-    if (choice < 0xF8) return words[choice % words.size()];
-    std::string text;
-    while (const unsigned int character = byte())
-      text += static_cast<char>(static_cast<unsigned char>(character));
-    return text;
-  }
-};
-
-/// The word, as an element with contents when it has a rule.
-std::string document(Choices& choices, const std::string& word) {
-  const auto rule = kContents.find(word);
-  if (rule == kContents.end()) return word;
-  std::string contents;
-  const bool holds_elements = kContents.contains(rule->second.front());
-  for (unsigned int left = holds_elements ? choices.byte() % 8 : 1; left > 0; --left)
-    contents += document(choices, choices.one_of(rule->second));
-  return "<" + word + ">" + contents + "</" + word + ">";
-}
 
 constexpr const char* kExportName = "settings.db";
 int daemons_result = 0;  // their reply to each message
@@ -183,11 +62,6 @@ class Camera {
     queues_ = psia::ControlQueues::open();
     if (!queues_ || !psia::tz_table_fill(*time_zones_)) fail("No service", "");
     if (sqlite3_open(psia::kConfigurationDatabase, &daemons_database_) != SQLITE_OK) fail("No settings", "");
-    sqlite3_get_table(daemons_database_,
-                      "select 'update ' || t.name || ' set \"' || c.name || '\"=', 'delete from ' || t.name "
-                      "from sqlite_master t, pragma_table_info(t.name) c where t.type='table'",
-                      &changes_, &columns_, nullptr, nullptr);
-    if (columns_ == 0) fail("No simulated camera", "this program runs inside one");
   }
 
   /// A start of the service, in the factory state of the camera.
@@ -200,25 +74,29 @@ class Camera {
     if (!database_.emplace().open(psia::kConfigurationDatabase)) fail("No database", "");
   }
 
-  /// Changes the settings, as a daemon might.
-  void change_settings(Choices& choices) {
-    static const Words values = words_in("0 1 2 3 4 5 65 -1 99999999999 aaaaaaaaaaaaaaaa CST-0 Relay-1");
-    const unsigned int column = 1 + choices.byte() % static_cast<unsigned int>(columns_);
-    const std::string value = choices.seldom() ? "null" : "'" + choices.one_of(values) + "'";
-    const std::string update = changes_[2 * column] + value;
-    const std::string statement = choices.seldom() ? changes_[2 * column + 1] : update;
-    sqlite3_exec(daemons_database_, statement.c_str(), nullptr, nullptr, nullptr);
+  /// What follows "Settings" in the input.
+  void change_settings(std::istream& words) {
+    std::string table;
+    std::string column;
+    std::string value;
+    words >> table >> column >> value;
+    const char* const stored = value.empty() ? nullptr : value.c_str();
+    char* const statement = column.empty() ? sqlite3_mprintf("delete from \"%w\"", table.c_str())
+                                           : sqlite3_mprintf("update \"%w\" set \"%w\" = %Q", table.c_str(),
+                                                             column.c_str(), stored);
+    sqlite3_exec(daemons_database_, statement, nullptr, nullptr, nullptr);
+    sqlite3_free(statement);
   }
 
   /// What the client receives, nothing when it is refused.
-  std::optional<std::string> serve(const char* authorization, psia::Request request,
+  std::optional<std::string> serve(const std::string& authorization, psia::Request request,
                                    const std::string& body) {
     replace(STDIN_FILENO, body);
     replace(STDOUT_FILENO, "");
     environment_->restore_tz();
     queues_->begin_request();
     psia::Context context{*environment_, *database_, *queues_, *time_zones_, index_documents_};
-    request.level = psia::check_access(*database_, authorization);
+    request.level = psia::check_access(*database_, authorization.c_str());
     if (request.level >= 0) psia::dispatch(context, request);
     std::fflush(stdout);
     if (request.level < 0) return std::nullopt;
@@ -247,8 +125,6 @@ class Camera {
   psia::IndexDocuments index_documents_;
   std::string factory_settings_;  // the database file
   sqlite3* daemons_database_ = nullptr;
-  int columns_ = 0;           // of all tables
-  char** changes_ = nullptr;  // after the headings an update and a deletion for each column
 };
 
 /// How many answers `out` holds; each must be as long as it says.
@@ -269,26 +145,25 @@ int count_answers(const std::string& out) {
   return answers;
 }
 
-void request_once(Camera& camera, Choices& choices) {
-  static const Words methods = words_in("GET PUT POST DELETE");
-  // admin, guest, and somebody with a wrong password.
-  static const Words users = {"Basic YWRtaW46YWRtaW4=", "Basic Z3Vlc3Q6Z3Vlc3Q=", "Basic YWRtaW46"};
-  if (choices.seldom()) camera.change_settings(choices);
-  const auto& [url, roots] = *std::next(kBodies.begin(), choices.byte() % std::ssize(kBodies));
-  const std::string uri = "/PSIA" + (choices.seldom() ? choices.one_of({url}) : url);
-  const std::string method = choices.one_of(methods);
-  const std::string authorization = choices.seldom() ? choices.one_of(users) : users[0];
-  daemons_result = static_cast<int>(choices.byte() % 4);
-  const std::string body = document(choices, choices.one_of(roots));
-  const std::string length = choices.seldom() ? choices.one_of(users) : std::to_string(body.size());
+void run(Camera& camera, const std::string& block) {
+  const std::size_t line_end = std::min(block.find('\n'), block.size());
+  std::istringstream words(block.substr(0, line_end));
+  const std::string body = block.substr(std::min(line_end + 1, block.size()));
+  std::string method;
+  std::string uri;
+  std::string credentials = "YWRtaW46YWRtaW4=";
+  std::string length = std::to_string(body.size());
+  words >> method;
+  if (method == "Settings") return camera.change_settings(words);
+  daemons_result = 0;
+  words >> uri >> daemons_result >> credentials >> length;
 
   const psia::Request request{uri.c_str(), method.c_str(), length.c_str(), 0, ""};
-  const std::optional<std::string> out = camera.serve(authorization.c_str(), request, body);
+  const std::optional<std::string> out = camera.serve("Basic " + credentials, request, body);
   if (!out) return;
   // Some accounts get no answer; of a list of accounts each failure is told, and the end.
   const bool is_user = strncasecmp(uri.c_str(), "/PSIA/Security/AAA/users", 24) == 0;
-  if (count_answers(*out) != 1 && !is_user)
-    fail("Not one answer", method + " " + uri + " " + body + "\n" + *out);
+  if (count_answers(*out) != 1 && !is_user) fail("Not one answer", block + "\n" + *out);
 }
 
 }  // namespace
@@ -315,8 +190,11 @@ extern "C" ssize_t msgrcv(int /*queue*/, void* message, std::size_t size, long t
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Camera camera;
   camera.start();
-  Choices choices{data, data + size};
-  while (choices.at != choices.end)
-    request_once(camera, choices);
+  const std::string input(reinterpret_cast<const char*>(data), size);
+  for (std::size_t begin = 0; begin < size;) {
+    const std::size_t end = std::min(input.find("\n\n", begin), size);
+    run(camera, input.substr(begin, end - begin));
+    begin = end + 2;
+  }
   return 0;
 }

@@ -105,12 +105,6 @@ def test_what_the_camera_refuses(camera, method, path, body, status, said):  # n
     assert answered == status and said in text and len(text) < 700
 
 
-def test_rules_decide_what_a_client_is_answered(camera):  # noqa: F811
-    for rule, status in (("3=failed", 3), ("3=busy", 2), ("3=ok", 1)):
-        camera.answers(rule)
-        assert f"<statusCode>{status}<" in camera.put(AUDIO, AUDIO_OFF)
-
-
 def test_the_log_is_for_accounts_and_changes_are_for_administrators(camera):  # noqa: F811
     assert camera.ask("GET", "/camera/log", user="admin:wrong") == (401, "Unauthorized\n")
     assert camera.ask("GET", "/camera/log?since=1&wait=0", user="guest:guest")[0] == 200

@@ -120,29 +120,3 @@ def test_the_page(browser, camera):
     browser.send("/PSIA/System/status", "GET", until="The camera does not answer.")
     assert not browser.element("answer").text, "the answer before"
     assert browser.element("verdict").get_attribute("class") == "bad"
-
-
-# The words of the table of streams that are broken, and the names of resources that are cut.
-CUT = """
-  const cut = [], range = document.createRange();
-  for (const cell of document.querySelectorAll('#streams th, #streams td'))
-    for (const word of cell.textContent.matchAll(/\\S+/g)) {
-      range.setStart(cell.firstChild, word.index);
-      range.setEnd(cell.firstChild, word.index + word[0].length);
-      if (range.getClientRects().length > 1) cut.push(word[0]);
-    }
-  const list = document.getElementById('resource'), style = getComputedStyle(list), arrow = 20;
-  const room = list.clientWidth - parseFloat(style.paddingLeft) - parseFloat(style.paddingRight) - arrow;
-  const pen = document.createElement('canvas').getContext('2d');
-  pen.font = style.font;
-  const names = [...list.options].map((option) => option.text);
-  return [...cut, ...names.filter((name) => pen.measureText(name).width > room)]"""
-
-
-def test_no_word_of_the_page_is_cut_at_any_width(browser, camera):
-    browser.get(camera.url)
-    browser.sign_in("admin", "admin")
-    browser.sees("streams", "1920×1080")
-    for width in (420, 700, 1010, 1280, 1600):
-        browser.set_window_size(width, 1500)
-        assert browser.execute_script(CUT) == [], f"at a width of {width}"

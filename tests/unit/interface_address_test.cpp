@@ -97,18 +97,6 @@ TEST(RouteTable, GivesTheFirstRouteWithAGatewayOfAnInterfaceWhoseNameBeginsSo) {
             0xFE01A8C0);
 }
 
-TEST(RouteTable, Reads16CharactersOfAColumn) {
-  EXPECT_EQ(gateway_of_eth0("eth0\t00000000\t" + std::string(15, '0') + "12\n"), 1U);
-}
-
-TEST(RouteTable, EndsAtANumberOfMoreThan32Bits) {
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(gateway_of_eth0("eth0\t00000000\t123456789\n"
-                            "eth0\t00000000\t0101A8C0\n"),
-            kNoAddress);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Unable to read routing table!\n");
-}
-
 TEST(ResolverFile, GivesTwoServersAndTheFirstSearchDomainWithTheirLineFeeds) {
   const std::string content = "nameserver 1\nnameserver 2\nnameserver 3\nsearch a\nsearch b\n";
   const DnsServers servers = parse_dns_servers(file_of(content).get());
