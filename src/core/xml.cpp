@@ -153,8 +153,8 @@ void note_error(void* context, Error* error) {
   Parser& parser = parser_of(context);
   parser.failed = true;
 #if LIBXML_VERSION < 21400
-  // libxml2 stops itself like this when memory is short. Before 2.14, xmlStopParser frees the input, which the
-  // function that reported the error still reads.
+  // libxml2 stops itself like this when memory is short. Before 2.14, xmlStopParser frees the input, which
+  // the function that reported the error still reads.
   parser.context->disableSAX = 2;
   parser.context->instate = XML_PARSER_EOF;
 #else
