@@ -15,6 +15,10 @@ The modules, each of which imports only those before it:
     fastcgi    FastCGI records, and a client
     relay      what stands between the web server and the service
     front      the web server
+    outside    the process that a camera has in the machine's network, and what it does for alarms
+    rtsp       the RTSP server, which is that process with --video
+    streams    what the streams are, and who watches
+    alarms     what follows when the sensor's contact closes
     journal    what happened, for people and test programs
     options    the options of the command "camera"
     camera     daemons, boots and outages of a camera that runs

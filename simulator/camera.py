@@ -18,12 +18,16 @@ import subprocess
 import time
 from argparse import Namespace
 from collections.abc import Callable
+from datetime import datetime
 
 from simulator import Fault, clock, daemons, device, messages, settings
+from simulator.alarms import Alarms
 from simulator.front import WebServer
 from simulator.journal import Journal
+from simulator.outside import Outside
 from simulator.processes import Service
 from simulator.relay import Exchange, Relay
+from simulator.streams import Streams
 from simulator.uploads import Uploads
 
 SERVICE_SOCKET = "/dev/psia.socket"
@@ -55,12 +59,15 @@ class Camera:
     """For a process that has entered the device. Each line on the terminal starts with the prefix. `ready` is
     called once, when the service has been started."""
 
-    def __init__(self, options: Namespace, prefix: str, ready: Callable[[], None]) -> None:
+    def __init__(self, options: Namespace, prefix: str, ready: Callable[[], None], outside: Outside) -> None:
         self.options = options
         self.ready: Callable[[], None] | None = ready
         self.journal = Journal(prefix)
         self.watch = settings.Watch()
         self.uploads = Uploads()
+        self.outside = outside
+        self.alarms = Alarms(outside)
+        self.streams = Streams(outside)
         self.daemons = daemons.Daemons(self.act_on, options.answer, tell=self.tell)
         listener = listen_at(SERVICE_SOCKET)
         self.service = Service(str(options.service), listener, self.journal.printed, self.journal.message)
@@ -84,6 +91,9 @@ class Camera:
             self.uploads.forget()
         if message.command in (messages.REBOOT, messages.FACTORY_RESET):
             self.restart_at = time.monotonic() + 1  # so that the client still receives its answer
+        if words := self.streams.act_on(message):
+            deed = daemons.Deed(words)
+        self.streams.show(self.service_zone or self.zone)
         return deed
 
     def notice_zone_of_request(self) -> None:
@@ -96,6 +106,25 @@ class Camera:
     def look_at_uploads(self) -> None:
         if words := self.uploads.news():
             self.journal.message(words)
+
+    def changes(self) -> list[str]:
+        """Of the settings, in words."""
+        changes = self.watch.changes()
+        if changes:
+            self.streams.show(self.service_zone or self.zone)
+        return changes
+
+    def hear_from_outside(self) -> None:
+        for told in self.outside.received():
+            if "watches" in told:
+                self.streams.note(**told)
+            else:
+                self.journal.event(**told)
+
+    def close_sensor(self) -> None:
+        now = datetime.fromisoformat(clock.shown(self.service_zone))
+        words = "nothing follows: the camera is down" if self.is_down() else self.alarms.sensor_closes(now)
+        self.journal.event(f"the sensor's contact closes: {words}")
 
     # Boots.
 
@@ -123,6 +152,8 @@ class Camera:
             details.append("the kernel has no time namespaces here: the time since start is the machine's")
         if not clock.faketime_library():
             details.append("libfaketime is missing: the clock is always the machine's")
+        self.alarms.forget()
+        attempt(lambda: self.streams.boot(self.zone))
         self.booted_at, self.booted, self.restart_at = time.monotonic(), True, None
         words = f"the camera boots; eth0 has {device.live_address()}, the zone is {self.zone}"
         self.journal.event(words, [str(line) for line in details if line] + self.watch.changes())
@@ -137,6 +168,7 @@ class Camera:
             elif self.restart_at is not None and now >= self.restart_at and self.booted:
                 self.booted = False
                 self.journal.event(f"the camera goes down and is back in {self.options.boot} s")
+                self.streams.stop()
                 self.stop_service()
         elif self.ending:
             pass
@@ -201,6 +233,7 @@ class Camera:
             self.journal.event(str(fault))
             return 1
         finally:
+            self.streams.stop()
             if accepting:
                 accepting.cancel()
 
@@ -209,14 +242,15 @@ class Camera:
         self.service.step()
         self.daemons.step()
         self.look_at_uploads()
-        self.journal.end_request(exchange, self.watch.changes())
+        self.journal.end_request(exchange, self.changes())
 
     def step(self) -> None:
+        self.hear_from_outside()
         self.service.step()
         self.daemons.step()
         if not self.relay or not self.relay.current:
             self.look_at_uploads()
-            for change in self.watch.changes():
+            for change in self.changes():
                 self.journal.event(change)
         if self.relay:
             self.tend_service()

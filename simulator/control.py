@@ -19,7 +19,9 @@ PREFIX = "/camera/"
 MAX_WAIT = 30  # seconds for which a request of the log may wait
 MAX_SHOWN = 100  # characters of a mistake
 PAUSE = 0.05  # seconds between two looks at the journal for a request that waits
-THERE_ARE = "There are GET /camera/log, PUT /camera/answers, PUT /camera/reset and PUT /camera/stop."
+THERE_ARE = (
+    "There are GET /camera/log, and PUT of /camera/answers, /camera/reset, /camera/sensor and /camera/stop."
+)
 LOG_FORM = f"since is the id of an entry, and wait a number of seconds from 0 to {MAX_WAIT}."
 
 
@@ -131,6 +133,8 @@ class Control:
             "address": device.live_address(),
             "nameServers": device.name_servers(),
             "answers": [str(rule) for rule in camera.daemons.rules],
+            "relays": camera.alarms.closed_relays(),
+            "videoPort": camera.outside.port,
             "tables": camera.watch.shown(),
         }
 
@@ -146,6 +150,8 @@ class Control:
             self.camera.daemons.rules = self.rules(exchange)
             but = f", but for {decoded(exchange.body_start)}" if self.camera.daemons.rules else ""
             self.journal.event(f"the daemons answer as usual{but}")
+        elif request == "PUT /camera/sensor":
+            self.camera.close_sensor()
         elif request == "PUT /camera/stop":
             self.journal.event("the camera ends, asked for over /camera/stop")
             self.camera.end()

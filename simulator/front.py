@@ -55,6 +55,11 @@ def authority(address: str, port: int) -> str:
     return f"[{address}]:{port}" if ":" in address else f"{address}:{port}"
 
 
+def reachable(address: str) -> str:
+    """As this machine reaches who listens at an address."""
+    return "127.0.0.1" if address in ("0.0.0.0", "::") else address
+
+
 def listen(address: str, port: int) -> socket.socket:
     """IPv6 addresses take IPv4 connections too. Port 0: any free one."""
     family = socket.AF_INET6 if ":" in address else socket.AF_INET

@@ -65,6 +65,8 @@ def read(arguments: list[str]) -> argparse.Namespace:
     parser.add_argument("--cameras", type=number(1, device.MAX_NUMBER), default=1)
     parser.add_argument("--answer", type=rule, action="append", default=[])
     parser.add_argument("--shell", action="store_true")
+    parser.add_argument("--video", action="store_true")
+    parser.add_argument("--video-port", type=number(0, MAX_PORT))
     parser.add_argument("--page", type=path, default=pathlib.Path(__file__).parent / "page")
     parser.add_argument("--run-directory", type=path, default=PROJECT / "build/run")
     parser.add_argument("--socket", type=path)
@@ -74,6 +76,9 @@ def read(arguments: list[str]) -> argparse.Namespace:
         parser.error("--shell opens one camera; leave --cameras out.")
     if options.cameras > 1 and options.socket:
         parser.error("--cameras cannot be used with --socket.")
-    if options.port and options.port + options.cameras - 1 > MAX_PORT:
-        parser.error(f"Not enough ports above --port {options.port} for {options.cameras} cameras.")
+    for name, port in ("--port", options.port), ("--video-port", options.video_port):
+        if port and port + options.cameras - 1 > MAX_PORT:
+            parser.error(f"Not enough ports above {name} {port} for {options.cameras} cameras.")
+    if options.video_port is not None and not options.video:
+        parser.error("--video-port needs --video.")
     return options

@@ -15,6 +15,7 @@ from simulator import Fault, device, front, options, settings, shell
 from simulator.camera import SERVICE_SOCKET, Camera, listen_at
 from simulator.control import Control
 from simulator.front import WebServer
+from simulator.outside import VIDEO_PORTS, Outside
 from simulator.processes import die_with
 from simulator.relay import Relay
 from simulator.runs import ReadyFile, announce, running
@@ -108,9 +109,7 @@ def tell_ready(given: Namespace, ports: list[int], ready_file: ReadyFile) -> Non
     """Shows the welcome and writes the ready file, once all cameras answer."""
     if not ports:
         return
-    # As this machine reaches the web server.
-    address = "127.0.0.1" if given.listen in ("0.0.0.0", "::") else given.listen
-    urls = [f"http://{front.authority(address, port)}" for port in ports]
+    urls = [f"http://{front.authority(front.reachable(given.listen), port)}" for port in ports]
     print()
     for number, url in enumerate(urls, given.number):
         own = device.identity(number)
@@ -139,6 +138,10 @@ def run_camera(
     # Before anything is made that a signal's end would leave.
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, lambda *_: sys.exit(0))
+    # In the machine's network, before the camera enters its own.
+    port = given.video_port
+    ports = VIDEO_PORTS if port is None else [port and port + given.number - 1]
+    outside = Outside(given.listen, ports if given.video else [])
     announced = announce(given.run_directory, listener.getsockname()[1]) if listener else None
     web_server: WebServer | None = None
     # In the machine's file system, before the camera's covers it.
@@ -153,7 +156,7 @@ def run_camera(
             web_server = WebServer(listener, given.page)
             web_socket = listen_at(front.SOCKET)
             listener.close()
-        camera = Camera(given, prefix, ready)
+        camera = Camera(given, prefix, ready, outside)
         if web_socket:
             notes = camera.journal.begin_request, camera.end_request
             camera.relay = Relay(web_socket, SERVICE_SOCKET, Control(camera), *notes)

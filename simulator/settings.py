@@ -1,5 +1,6 @@
 """The camera's settings: two SQLite databases, their factory rows, uploads of them, and what has changed in
 them."""
+import collections
 import contextlib
 import os
 import pathlib
@@ -109,6 +110,20 @@ def read(database: sqlite3.Connection) -> Tables:
         keys = [str(row[columns[0]]) if has_key else str(number or "") for number, row in enumerate(rows)]
         tables[table] = dict(zip(keys, rows))
     return tables
+
+
+def current() -> Tables:
+    """All rows now, also for a table that somebody has removed."""
+    try:
+        with contextlib.closing(connect(DATABASE, "ro")) as database:
+            return collections.defaultdict(dict, read(database))
+    except sqlite3.Error as error:
+        raise Fault(f"{DATABASE}: {error}") from error
+
+
+def number(value: Any) -> int:
+    """A value as the daemons read it: clients and --set can store texts in columns of numbers."""
+    return value if isinstance(value, int) else 0
 
 
 class Change(NamedTuple):

@@ -109,6 +109,11 @@ class RunningCamera:
         entries: list[dict[str, Any]] = self.control("GET", "log?" + query)["entries"]
         return entries
 
+    def stream_url(self, stream: str, user: str = "admin:admin") -> str:
+        """Of "Master-0" or "Slave-0" of a camera with --video."""
+        host = urllib.parse.urlsplit(self.url).netloc.rpartition(":")[0]
+        return f"rtsp://{user}@{host}:{self.now()['videoPort']}/{stream}"
+
     def shown(self) -> str:
         """What a person sees on the terminal."""
         return self.terminal.read_text(errors="surrogateescape")

@@ -16,10 +16,13 @@ run_packages=(g++ cmake ninja-build pkg-config libfcgi-dev libsqlite3-dev libxml
   libgtest-dev python3 lighttpd iproute2 net-tools tzdata curl libfaketime sqlite3)
 # and what the unit and service tests need besides:
 suite_packages=(mount python3-pytest python3-lxml)
+# With --video it also needs
+video_packages=(python3-gi gir1.2-gst-rtsp-server-1.0 gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+  gstreamer1.0-plugins-ugly gstreamer1.0-x gstreamer1.0-libav fonts-dejavu-core)
 # and what the other tests and checks need besides:
 test_packages=(clang-format clang-tidy shellcheck black flake8 mypy chromium chromium-driver python3-selenium
   nginx-light lighttpd-mod-openssl openssl spawn-fcgi busybox-static systemd dpkg-dev file xsdcxx
-  libxerces-c-dev)
+  libxerces-c-dev python3-pyftpdlib python3-aiosmtpd ffmpeg "${video_packages[@]}")
 # and what scripts/test --debian makes another release's root with:
 root_tools=(mmdebstrap debian-archive-keyring uidmap)
 # and what scripts/fuzz needs besides:

@@ -155,7 +155,9 @@ function draw(now) {
     ["Zone", now.zone === network.TimeZone ? now.zone : `${now.zone}; ${network.TimeZone} from the next boot on`],
     ["NTP server", `${network.NTPServer}, every ${network.NTPInterval} min`], ["Up for", now.up ? `${now.uptime} s` : "down"]]);
   draw_schedule(row("Event", "Trigger", "0"));
-  draw_alarm(row("Event", "Trigger", "0"));
+  draw_alarm(row("Event", "Trigger", "0"), now.relays);
+  $("stream-urls").textContent = now.videoPort === 0 ? "Nobody sends video: scripts/run --video does." :
+    `rtsp://${location.hostname}:${now.videoPort}/Master-0 and /Slave-0`;
   fill_table("accounts", ["Name", "May"], (tables.User ?? []).map((user) => [user.UserID,
     {0: "do everything", 1: "change clock, media and events", 2: "read", 3: "read"}[user.Level] ?? "nothing"]), "No accounts");
   fill_table("viewers", ["Stream", "Address"], (tables.ClientList ?? []).map((viewer) =>
@@ -180,14 +182,22 @@ function draw_schedule(event) {
     (to > from ? "." : ": never, as it ends before it starts.")}));
 }
 
-function draw_alarm(event) {
+function draw_alarm(event, closed) {
   const relay = row("SensorRelay", "DeviceID", event.RelayID), ftp = row("FTPServer", "FTPServerID", event.FTPServerID);
   const mail = row("SMTPServer", "SMTPServerID", event.SMTPServerID);
   fill_list("alarm", [["Input", row("SensorRelay", "DeviceID", "0").Alias ?? "none"], ["At most every", `${event.IgnoreInterval} s`],
-    ["Relay", event.RelayID >= 0 && relay.Alias ? `${relay.Alias} for ${relay.Interval} s` : "–"],
+    ["Relay", event.RelayID >= 0 && relay.Alias ?
+      `${relay.Alias} for ${relay.Interval} s${closed.includes(relay.Alias) ? ", closed now" : ""}` : "–"],
     ["Upload", ftp.Alias ? `${ftp.Alias}, ftp://${ftp.Address}:${ftp.Port}${ftp.Path}` : "–"],
     ["Mail", mail.Alias ? `${mail.Alias}, ${mail.Address}:${mail.Port}` : "–"]]);
 }
+
+$("sensor").onclick = async () => {
+  const answer = await ask("/camera/sensor", {method: "PUT"}).catch(() => null);
+  $("sensor-note").textContent = !answer ? "The camera does not answer." :
+    answer.ok ? "What follows is in the list of what happens." : await answer.text();
+  look();
+};
 
 // The lines of a journal entry about what a request did.
 function effects(entry) {

@@ -158,7 +158,7 @@ def test_a_killed_camera_leaves_nothing_in_the_way_of_the_next(start, tmp_path):
     port = killed.url.rpartition(":")[2]
     pid = killed.process.pid
     children = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
-    assert len(children) == 2, "the web server and the service"
+    assert len(children) == 3, "the web server, the service and the process that delivers alarms"
     ends = [os.pidfd_open(int(child)) for child in children]
     leave_a_change_unanswered(killed)
     killed.process.kill()

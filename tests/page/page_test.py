@@ -82,6 +82,9 @@ def test_the_page(browser, camera):
     slider = browser.find_element(By.NAME, "brightness")
     eventually(lambda: slider.get_property("value") == "60", "the slider back at 60")
 
+    browser.element("sensor").click()
+    browser.sees("sensor-note", "Only an administrator may do this.")
+
     browser.element("sign-out").click()
     browser.sign_in("admin", "admin")
     browser.sees("user-name", "admin")

@@ -1,0 +1,192 @@
+"""The streams of a camera with --video, as ffprobe and ffmpeg see them over RTSP."""
+import base64
+import json
+import re
+import shutil
+import socket
+import subprocess
+
+import pytest
+
+from simulator.options import PROJECT
+from simulator.testing import RunningCamera, eventually
+
+NEEDS = "import gi; gi.require_version('GstRtspServer', '1.0'); from gi.repository import GstRtspServer"
+if not shutil.which("ffprobe") or subprocess.run(["/usr/bin/python3", "-c", NEEDS], capture_output=True).returncode:
+    print("skipped: GStreamer's RTSP server or ffprobe is not installed")
+    pytest.skip("no GStreamer", allow_module_level=True)
+
+
+@pytest.fixture(scope="module")
+def running():
+    started = RunningCamera("--video", "--video-port", "0", "--boot", "3",
+                            "--set", "insert into User values ('nobody', 'nobody', 4)")
+    yield started
+    started.stop()
+
+
+@pytest.fixture
+def camera(running):
+    running.reset()
+    return running
+
+
+def ffprobe(camera, stream, *options, user="admin:admin", transport="tcp"):
+    """What it tells; its error message where there is no stream."""
+    told = subprocess.run(["ffprobe", "-v", "error", "-of", "json", "-rtsp_transport", transport, *options,
+                           camera.stream_url(stream, user)], capture_output=True, text=True, timeout=60)
+    return json.loads(told.stdout) if told.returncode == 0 else told.stderr
+
+
+def found(camera, stream, **access):
+    """The stream in words."""
+    told = ffprobe(camera, stream, "-show_streams", **access)
+    if isinstance(told, str):
+        return told
+    video, *audio = sorted(told["streams"], key=lambda one: one["codec_type"] == "audio")
+    rate = video["r_frame_rate"].removesuffix("/1")
+    return " ".join([f"{video['codec_name']} {video['width']}x{video['height']} {rate}", *(
+        one["codec_name"] for one in audio)])
+
+
+def put_stream(camera, channel, video, audio="", enabled="true"):
+    answer = camera.put(f"/PSIA/Streaming/channels/{channel}", f"<StreamingChannel><id>{channel}</id>"
+                        f"<enabled>{enabled}</enabled><Video>{video}</Video>{audio}</StreamingChannel>")
+    assert "<statusCode>1<" in answer
+
+
+@pytest.fixture
+def watch(request):
+    """Starts clients, which are processes, and waits until the camera lists each."""
+    def start(camera, stream, transport="tcp"):
+        client = subprocess.Popen(["ffmpeg", "-v", "quiet", "-rtsp_transport", transport, "-i",
+                                   camera.stream_url(stream), "-f", "null", "-"], stdin=subprocess.DEVNULL)
+        request.addfinalizer(client.kill)
+        eventually(lambda: "127.0.0.1" in camera.get(f"/PSIA/Streaming/channels/{stream}/status"), "the viewer")
+        return client
+    return start
+
+
+@pytest.mark.parametrize("transport", ["tcp", "udp"])
+def test_both_streams_of_the_factory(camera, transport):
+    assert found(camera, "Master-0", transport=transport) == "h264 1920x1080 30 pcm_mulaw"
+    assert found(camera, "Slave-0", transport=transport) == "mjpeg 352x240 15 pcm_mulaw"
+
+
+SMALL = ("<videoResolutionWidth>704</videoResolutionWidth><videoResolutionHeight>240</videoResolutionHeight>"
+         "<maxFrameRate>1000</maxFrameRate>")
+
+
+@pytest.mark.parametrize("channel, video, audio, expected", [
+    (2, "<videoCodecType>H.264</videoCodecType>" + SMALL, "", "h264 704x240 10 pcm_mulaw"),
+    (1, "<videoCodecType>MJPEG</videoCodecType><videoResolutionHeight>720</videoResolutionHeight>"
+        "<maxFrameRate>500</maxFrameRate>", "", "mjpeg 1280x720 5 pcm_mulaw"),
+    (2, SMALL, "<Audio><enabled>true</enabled><audioCompressionType>G.711alaw</audioCompressionType></Audio>",
+     "h264 704x240 10 pcm_alaw"),
+    (2, SMALL, "<Audio><enabled>true</enabled><audioCompressionType>G.726</audioCompressionType></Audio>",
+     "h264 704x240 10 adpcm_g726le"),
+    (2, SMALL, "<Audio><enabled>false</enabled></Audio>", "h264 704x240 10")])
+def test_a_stream_is_what_a_client_has_set(camera, channel, video, audio, expected):
+    put_stream(camera, channel, video, audio)
+    assert found(camera, ["Master-0", "Slave-0"][channel - 1]) == expected
+
+
+def test_pictures_of_4_to_3():
+    """The largest is the largest that RTP has for MJPEG."""
+    camera = RunningCamera("--video", "--video-port", "0", "--set", "update VideoSource set CaptureMode = 1;"
+                           "update VideoEncoder set Codec = 1 - Codec, Framerate = 2, Resolution = 5 - VideoEncoderID")
+    try:
+        assert found(camera, "Master-0").startswith("mjpeg 2040x1536 2")
+        assert found(camera, "Slave-0").startswith("h264 1280x1024 2")
+    finally:
+        camera.stop()
+
+
+@pytest.mark.parametrize("kilobits", [256, 2048])
+def test_bit_rate_and_distance_of_key_frames(camera, kilobits):
+    put_stream(camera, 2, "<videoCodecType>H.264</videoCodecType><videoQualityControlType>CBR</videoQualityControlType>"
+                          f"<constantBitRate>{kilobits}</constantBitRate>{SMALL}")
+    packets = ffprobe(camera, "Slave-0", "-show_packets", "-select_streams", "v", "-read_intervals", "%+#60")["packets"]
+    keys = [number for number, packet in enumerate(packets) if "K" in packet["flags"]]
+    assert {after - before for before, after in zip(keys, keys[1:])} == {15}
+    sent = sum(int(packet["size"]) for packet in packets[15:]) * 8 / 1000 / (len(packets[15:]) / 10)
+    assert kilobits / 2 < sent < kilobits * 1.5
+
+
+def brightness(camera):
+    """The mean of all colours of a picture."""
+    picture = subprocess.run(["ffmpeg", "-v", "quiet", "-rtsp_transport", "tcp", "-i", camera.stream_url("Slave-0"),
+                              "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "rgb24", "-"], capture_output=True,
+                             check=True, timeout=60).stdout
+    return sum(picture) / len(picture)
+
+
+def test_the_brightness_is_seen_by_who_watches_already(camera, watch):
+    client = watch(camera, "Slave-0")
+    before = brightness(camera)
+    camera.put("/PSIA/System/Video/inputs/channels/1", "<VideoInputChannel><id>0</id><brightnessLevel>10</brightnessLevel>"
+               "<contrastLevel>50</contrastLevel><hueLevel>50</hueLevel></VideoInputChannel>")
+    assert brightness(camera) < before - 50
+    assert client.poll() is None
+
+
+def test_who_may_watch(camera):
+    for refused in "admin:wrong", "nobody:nobody", ":":
+        assert "401" in found(camera, "Slave-0", user=refused)
+    assert found(camera, "Slave-0", user="anonymous:").startswith("mjpeg")
+    assert "401" in found(camera, "Slave-0", user="bob:secret")
+    camera.put("/PSIA/Security/AAA/users", "<User><userName>bob</userName><password>secret</password></User>", "POST")
+    assert found(camera, "Slave-0", user="bob:secret").startswith("mjpeg")
+    camera.ask("DELETE", "/PSIA/Security/AAA/users/bob")
+    assert "401" in found(camera, "Slave-0", user="bob:secret")
+    # ffprobe has used Digest so far.
+    with socket.create_connection(("127.0.0.1", camera.now()["videoPort"])) as connection:
+        connection.sendall(b"DESCRIBE %s RTSP/1.0\r\nCSeq: 1\r\nAuthorization: Basic %s\r\n\r\n"
+                           % (camera.stream_url("Slave-0").encode(), base64.b64encode(b"guest:guest")))
+        assert connection.recv(100).startswith(b"RTSP/1.0 200 OK")
+
+
+@pytest.mark.parametrize("transport", ["tcp", "udp"])
+def test_who_watches_is_told_as_long_as_he_does(camera, watch, transport):
+    client = watch(camera, "Slave-0", transport)
+    assert "<totalStreamingSessions>1<" in camera.get("/PSIA/Streaming/status")
+    client.kill()
+    eventually(lambda: "<totalStreamingSessions>0<" in camera.get("/PSIA/Streaming/status"), "no viewer")
+
+
+def test_a_change_ends_the_sessions_of_its_stream_alone(camera, watch):
+    master, slave = watch(camera, "Master-0"), watch(camera, "Slave-0")
+    put_stream(camera, 2, SMALL)
+    slave.wait(20)
+    assert master.poll() is None
+    assert camera.log(contains="answer: done (Slave-0: H.264 704x240, 10 frames a second)", wait=10)
+    put_stream(camera, 1, "", enabled="false")
+    master.wait(20)
+    assert "404" in found(camera, "Master-0")
+
+
+def test_what_the_daemons_did_not_take_has_no_effect(camera, watch):
+    client = watch(camera, "Slave-0")
+    camera.answers("2=failed")
+    put_stream(camera, 2, SMALL)
+    assert found(camera, "Slave-0") == "mjpeg 352x240 15 pcm_mulaw" and client.poll() is None
+
+
+def test_streams_end_with_a_reboot_and_come_back(camera, watch):
+    client = watch(camera, "Slave-0")
+    camera.put("/PSIA/System/reboot")
+    client.wait(20)
+    assert not camera.log(contains="the camera boots"), "the sessions end with the outage, not with the boot"
+    eventually(lambda: camera.now()["up"] and camera.get("/PSIA/System/status"), "the boot")
+    assert "<totalStreamingSessions>0<" in camera.get("/PSIA/Streaming/status")
+    assert found(camera, "Slave-0") == "mjpeg 352x240 15 pcm_mulaw"
+
+
+
+
+def test_the_example_of_the_documents(tmp_path):
+    page = (PROJECT / "docs/clients.md").read_text()
+    (tmp_path / "test_example.py").write_text(re.findall(r"```python\n(.*?)```", page, re.DOTALL)[-1])
+    done = subprocess.run(["pytest-3", "-q", "-p", "no:cacheprovider", "test_example.py"], cwd=tmp_path,
+                          text=True, capture_output=True, check=False)
+    assert "1 passed" in done.stdout, done.stdout
