@@ -123,9 +123,10 @@ def test_the_example_does_what_it_offers(camera, tmp_path):
         assert camera.log(contains=change), change
 
 
-def test_the_pytest_file_of_the_clients_page_passes(tmp_path):
-    (tmp_path / "test_camera.py").write_text(re.search(r"```python\n(.*?)```", CLIENTS, re.DOTALL)[1])
-    done = subprocess.run(["pytest-3", "-q", "-p", "no:cacheprovider", "test_camera.py"], cwd=tmp_path,
+def test_the_pytest_files_of_the_clients_page_pass(tmp_path):
+    for number, block in enumerate(re.findall(r"```python\n(.*?)```", CLIENTS, re.DOTALL)):
+        (tmp_path / f"test_{number}.py").write_text(block)
+    done = subprocess.run(["pytest-3", "-q", "-p", "no:cacheprovider"], cwd=tmp_path,
                           text=True, capture_output=True, check=False)
     assert done.returncode == 0, done.stdout
 
