@@ -83,20 +83,11 @@ SMALL = ("<videoResolutionWidth>704</videoResolutionWidth><videoResolutionHeight
         "<maxFrameRate>500</maxFrameRate>", "", "mjpeg 1280x720 5 pcm_mulaw"),
     (2, SMALL, "<Audio><enabled>true</enabled><audioCompressionType>G.726</audioCompressionType></Audio>",
      "h264 704x240 10 adpcm_g726le"),
-    (2, SMALL, "<Audio><enabled>false</enabled></Audio>", "h264 704x240 10")])
+    (2, SMALL, "<Audio><enabled>false</enabled></Audio>", "h264 704x240 10"),
+])
 def test_a_stream_is_what_a_client_has_set(camera, channel, video, audio, expected):
     put_stream(camera, channel, video, audio)
     assert found(camera, ["Master-0", "Slave-0"][channel - 1]) == expected
-
-
-def test_the_largest_pictures_of_4_to_3():
-    """No larger MJPEG fits into RTP."""
-    camera = RunningCamera("--video", "--video-port", "0", "--set", "update VideoSource set CaptureMode = 1;"
-                           "update VideoEncoder set Codec = 0, Framerate = 2, Resolution = 5")
-    try:
-        assert found(camera, "Master-0").startswith("mjpeg 2040x1536 2")
-    finally:
-        camera.stop()
 
 
 @pytest.mark.parametrize("kilobits", [256, 2048])
@@ -124,7 +115,8 @@ def test_the_brightness_is_seen_by_who_watches_already(camera, watch):
     client = watch(camera, "Slave-0")
     before = brightness(camera)
     levels = "<brightnessLevel>10</brightnessLevel><contrastLevel>50</contrastLevel><hueLevel>50</hueLevel>"
-    camera.put("/PSIA/System/Video/inputs/channels/1", f"<VideoInputChannel><id>0</id>{levels}</VideoInputChannel>")
+    channel = f"<VideoInputChannel><id>0</id>{levels}</VideoInputChannel>"
+    camera.put("/PSIA/System/Video/inputs/channels/1", channel)
     assert brightness(camera) < before - 50
     assert client.poll() is None
 
@@ -137,8 +129,6 @@ def test_who_may_watch(camera):
     bob = "<User><userName>bob</userName><password>secret</password></User>"
     camera.put("/PSIA/Security/AAA/users", bob, "POST")
     assert found(camera, "Slave-0", user="bob:secret").startswith("mjpeg")
-    camera.ask("DELETE", "/PSIA/Security/AAA/users/bob")
-    assert "401" in found(camera, "Slave-0", user="bob:secret")
     # ffprobe has used Digest so far.
     with socket.create_connection(("127.0.0.1", camera.now()["videoPort"])) as connection:
         connection.sendall(b"DESCRIBE %s RTSP/1.0\r\nCSeq: 1\r\nAuthorization: Basic %s\r\n\r\n"
