@@ -118,7 +118,7 @@ def socket_of_camera(tmp_path):
     process = subprocess.Popen([*CAMERA, "--socket", path, "--", os.environ["PSIA_BINARY"]],
                                stdout=subprocess.DEVNULL,
                                preexec_fn=lambda: processes.die_with(os.getppid(), signal.SIGTERM))
-    eventually(lambda: os.path.exists(path), "the socket")
+    eventually(lambda: socket.socket(socket.AF_UNIX).connect_ex(path) == 0, "the socket")
     yield path
     process.terminate()
     assert process.wait(20) == 0 and not os.path.exists(path)
