@@ -3,19 +3,17 @@ of the documents, for example. It can import this package."""
 import argparse
 import os
 import pathlib
-import subprocess
-import sys
 import time
 
-from simulator import Fault, daemons, device
-from simulator.messages import Message
-from simulator.processes import die_with
+from simulator import daemons, device
+from simulator.processes import start
 
 PROJECT = pathlib.Path(__file__).parents[1]
 
-# The command reads here which messages the daemons received, a line for each.
-MESSAGES = pathlib.Path("/usr/local/messages")
 ROUND = 0.002  # seconds between two looks at the queue, which cannot be waited for with a timeout
+
+# The command is process 1 of a namespace: the kernel kills the others when it ends.
+UNSHARE = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]
 
 
 def main(arguments: list[str]) -> int:
@@ -27,37 +25,12 @@ def main(arguments: list[str]) -> int:
     if not options.command:
         parser.error("the command is missing")
     device.enter()
-    command = start(options.command)
-
-    def hear(message: Message) -> None:
-        with MESSAGES.open("a", errors="surrogateescape") as log:
-            log.write(message.describe() + "\n")
-
-    played = daemons.Daemons(daemons.act_on, hear=hear, rules=options.answer)
+    os.environ["PYTHONPATH"] = os.pathsep.join([str(PROJECT), *os.environ.get("PYTHONPATH", "").split()])
+    command = start([*UNSHARE, *options.command], process_group=None)
+    played = daemons.Daemons(daemons.act_on, rules=options.answer)
     if options.without_daemons:
         command.wait()
     while command.poll() is None:
         played.step()
         time.sleep(ROUND)
     return max(command.returncode, -1) % 256
-
-
-def start(command: list[str]) -> subprocess.Popen[bytes]:
-    """Starts the command as process 1 of a namespace: the kernel kills the others when it ends."""
-    parent = os.getpid()
-
-    def prepare() -> None:
-        die_with(parent)
-        try:
-            device.mount("proc", "/proc", "proc")
-        except OSError as error:
-            print(f"{error} (in docker: --security-opt systempaths=unconfined)", file=sys.stderr, flush=True)
-            os._exit(1)
-
-    if not device.unshare(device.NEW_PROCESSES):
-        raise Fault("Cannot create a namespace of processes.")
-    path = os.pathsep.join([str(PROJECT), *os.environ.get("PYTHONPATH", "").split()])
-    try:
-        return subprocess.Popen(command, preexec_fn=prepare, env=os.environ | {"PYTHONPATH": path})
-    except OSError as error:
-        raise Fault(f"Cannot start {command[0]}: {error.strerror}") from error

@@ -5,6 +5,7 @@ import socket
 import subprocess
 import time
 from collections.abc import Callable
+from dataclasses import dataclass
 from typing import IO, Any
 
 from simulator import Fault, clock
@@ -15,52 +16,44 @@ DIE_WITH_PARENT = 1  # PR_SET_PDEATHSIG of prctl(2)
 PATIENCE = 3  # seconds that a service has to end
 
 
-def die_with(parent: int, number: signal.Signals = signal.SIGKILL) -> None:
+def die_with(parent: int, number: int = signal.SIGKILL) -> None:
     """What a child does first: it receives the signal when its parent ends."""
     libc.prctl(DIE_WITH_PARENT, number)
-    if os.getppid() not in (parent, 0):  # 0: of another namespace
+    if os.getppid() != parent:
         os._exit(1)
 
 
-def start(command: list[str], **options: Any) -> subprocess.Popen[bytes]:
-    """Starts a child that ends with this process, however that happens, and that no key on the terminal
-    reaches."""
+def start(command: list[str], number: int = signal.SIGKILL, **options: Any) -> subprocess.Popen[bytes]:
+    """Starts a child that receives the signal when this process ends, however that happens. No key on the
+    terminal reaches it, unless the options say process_group=None."""
     parent = os.getpid()
+    options.setdefault("process_group", 0)
     try:
-        return subprocess.Popen(command, preexec_fn=lambda: die_with(parent), process_group=0, **options)
+        return subprocess.Popen(command, preexec_fn=lambda: die_with(parent, number), **options)
     except (OSError, subprocess.SubprocessError) as error:
         raise Fault(f"Cannot run {command[0]}: {error}") from error
 
 
 def read_waiting(stream: IO[bytes] | None) -> str:
     """What can be read without waiting."""
-    data = b""
-    while piece := stream and stream.read():  # None: nothing now
-        data += piece
-    return decoded(data)
+    return decoded((stream and stream.read()) or b"")  # None: nothing now
 
 
+@dataclass
 class Service:
-    """The service's process. `printed` is given what it writes on standard output, `told` lines about it."""
+    """The service's process."""
 
-    def __init__(
-        self,
-        binary: str,
-        listener: socket.socket,
-        printed: Callable[[str], None],
-        told: Callable[[str], None],
-    ) -> None:
-        self.binary = binary
-        self.listener = listener  # which becomes its standard input
-        self.printed = printed
-        self.told = told
-        self.process: subprocess.Popen[bytes] | None = None
-        self.kill_at = 0.0  # 0: it is not stopping
-        self.ended_at = 0.0
+    binary: str
+    listener: socket.socket  # which becomes its standard input
+    printed: Callable[[str], None]  # is given what it writes on standard output
+    told: Callable[[str], None]  # is given lines about it
+    process: subprocess.Popen[bytes] | None = None
+    kill_at: float = 0  # 0: it is not stopping
+    ended_at: float = 0
 
     def start(self) -> None:
         pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "bufsize": 0}
-        self.process = start([self.binary], stdin=self.listener.fileno(), env=clock.environment(), **pipes)
+        self.process = start([self.binary], stdin=self.listener, env=clock.environment(), **pipes)
         for stream in (self.process.stdout, self.process.stderr):
             os.set_blocking(stream.fileno() if stream else -1, False)
         self.told(f"service started, process {self.process.pid}")
@@ -96,6 +89,5 @@ class Service:
         if status is not None:
             self.process = None
             self.kill_at, self.ended_at = 0, time.monotonic()
-            self.told(
-                f"service ended {f'by signal {-status}' if status < 0 else f'with exit status {status}'}"
-            )
+            how = f"by signal {-status}" if status < 0 else f"with exit status {status}"
+            self.told(f"service ended {how}")
