@@ -10,9 +10,11 @@ from collections.abc import Iterator
 from simulator import Fault
 from simulator.messages import libc
 
-# Holds the seconds by which the camera's clock is ahead of the machine's. libfaketime fixes the name.
+# Holds the seconds by which the camera's clock is ahead of the machine's. libfaketime fixes the name: in the
+# service, the variables of each request replace those of environment().
 FILE = pathlib.Path("/etc/faketimerc")
 LOCAL_TIME = pathlib.Path("/etc/localtime")
+OWN_ZONE = f":{LOCAL_TIME}"  # as a TZ text
 ZONES = pathlib.Path("/usr/share/zoneinfo")
 NEW_TIME = 0x80  # CLONE_NEWTIME
 
@@ -31,8 +33,8 @@ def ahead() -> int:
 
 def set_ahead(seconds: int) -> None:
     """Sets the camera's clock; with 0 to the machine's, as a good NTP server would."""
-    place = FILE.parent / os.readlink(FILE) if FILE.is_symlink() else FILE
-    draft = place.with_name(place.name + ".new")
+    place = FILE.resolve()  # with the settings
+    draft = place.with_suffix(".new")
     try:
         draft.write_text(f"{seconds:+d}\n")
         draft.replace(place)  # the service may read it at any time
@@ -43,15 +45,13 @@ def set_ahead(seconds: int) -> None:
 @contextlib.contextmanager
 def in_zone(zone: str) -> Iterator[None]:
     """The zone is a TZ text; empty for the camera's own."""
-    before = os.environ.get("TZ")
-    os.environ["TZ"] = zone or f":{LOCAL_TIME}"
+    before = os.environ.get("TZ", OWN_ZONE)
+    os.environ["TZ"] = zone or OWN_ZONE
     time.tzset()
     try:
         yield
     finally:
-        del os.environ["TZ"]
-        if before is not None:
-            os.environ["TZ"] = before
+        os.environ["TZ"] = before
         time.tzset()
 
 
@@ -83,25 +83,22 @@ def take_zone(name: str) -> bool:
 def restart_uptime() -> bool:
     """Sets the time since start to 0 for processes that start from now on. False when the kernel has no time
     namespaces; the camera then shows the machine's."""
-    seconds = int(time.clock_gettime(time.CLOCK_BOOTTIME))
-    if libc.unshare(NEW_TIME) != 0:
-        return False
+    seconds = int(time.clock_gettime(time.CLOCK_BOOTTIME))  # rounded down: it may not become negative
     with contextlib.suppress(OSError):
-        # From the machine's clock (time_namespaces(7)); the time since start may not become negative.
-        pathlib.Path("/proc/self/timens_offsets").write_text(f"boottime {-seconds} 0\n")
-        return True
+        if libc.unshare(NEW_TIME) == 0:
+            # An offset from the machine's (time_namespaces(7)).
+            pathlib.Path("/proc/self/timens_offsets").write_text(f"boottime {-seconds} 0\n")
+            return True
     return False
 
 
 def environment() -> dict[str, str]:
     """For programs that are to see the camera's clock."""
     variables = {name: value for name, value in os.environ.items() if name != "TZ"}
-    if faketime_library():
-        variables |= {
-            "LD_PRELOAD": faketime_library(),
-            "FAKETIME_NO_CACHE": "1",
-            "FAKETIME_DONT_FAKE_MONOTONIC": "1",
-        }
-        # Without the file's name libfaketime prefers a file in the home directory.
-        variables |= {"NO_FAKE_STAT": "1", "FAKETIME_TIMESTAMP_FILE": str(FILE)}
-    return variables
+    return variables | {
+        "LD_PRELOAD": faketime_library(),
+        "FAKETIME_NO_CACHE": "1",
+        "FAKETIME_DONT_FAKE_MONOTONIC": "1",
+        "NO_FAKE_STAT": "1",
+        "FAKETIME_TIMESTAMP_FILE": str(FILE),  # or it would prefer a file in the home directory
+    }

@@ -112,7 +112,7 @@ def tell_ready(given: Namespace, ports: list[int], ready_file: ReadyFile) -> Non
     urls = [f"http://{front.authority(front.reachable(given.listen), port)}" for port in ports]
     print()
     for number, url in enumerate(urls, given.number):
-        own = device.identity(number)
+        own = device.Identity(number)
         print(f"{own.name}, serial number {own.serial_number}: page {url}/  management service {url}/PSIA")
     if not front.is_loopback(given.listen):
         print(REACHABLE.format(address=given.listen))
