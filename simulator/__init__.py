@@ -23,8 +23,7 @@ The modules, each of which imports only those before it:
     options    the options of the command "camera"
     camera     daemons, boots and outages of a camera that runs
     control    what the camera answers itself: /camera/, refusals
-    runs       what tells of a run while it lasts
-    shell      a shell inside a camera
+    runs       how --shell and test programs find a run, and the shell inside it
     people     the command "camera": one camera or several, on a terminal
     testing    a running camera for the tests of clients
 """

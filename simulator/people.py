@@ -11,14 +11,14 @@ import time
 from argparse import Namespace
 from collections.abc import Callable
 
-from simulator import Fault, device, front, options, settings, shell
+from simulator import Fault, device, front, options, settings
 from simulator.camera import SERVICE_SOCKET, Camera, listen_at
 from simulator.control import Control
 from simulator.front import WebServer
 from simulator.outside import VIDEO_PORTS, Outside
 from simulator.processes import die_with
 from simulator.relay import Relay
-from simulator.runs import ReadyFile, announce, running
+from simulator.runs import ReadyFile, announce, join_shell, running, start_shell
 
 HELP = (pathlib.Path(__file__).parent / "help.txt").read_text()
 FIRST_PORT, LAST_PORT = 8080, 8180
@@ -57,7 +57,7 @@ def main(arguments: list[str]) -> int:
     if given.shell:
         for port, process in running(given.run_directory).items():
             if given.port in (None, port):
-                shell.join(process, given.service)
+                join_shell(process, given.service)
         if given.port is not None:
             raise Fault(f"No camera of this folder and user runs on port {given.port}.")
         print("No camera runs: the shell is inside one with its daemons only.", flush=True)
@@ -162,7 +162,7 @@ def run_camera(
             camera.relay = Relay(web_socket, SERVICE_SOCKET, Control(camera), *notes)
         else:
             camera.boot()
-        return asyncio.run(camera.run(web_server, None if web_socket else shell.start(given.service)))
+        return asyncio.run(camera.run(web_server, None if web_socket else start_shell(given.service)))
     finally:
         if web_server:
             web_server.stop()

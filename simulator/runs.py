@@ -1,14 +1,25 @@
-"""What tells of a run while it lasts: a socket by which --shell finds it, and the file that --ready-file
-names."""
+"""How a run is found while it lasts: by --shell through a socket, by test programs through the file of
+--ready-file. And the shell inside it."""
+import contextlib
 import hashlib
 import os
 import pathlib
 import re
+import signal
 import socket
+import subprocess
 
-from simulator import Fault
+from simulator import Fault, clock, processes, settings
 
-READY_CONTENT = re.compile(r"(http://\S+\n)*")
+GREETING = """A shell inside the camera. Some things to look at:
+  sqlite3 -header -column {database} 'select * from Network'
+  ip address show eth0; route -n; cat /etc/resolv.conf; ipcs -q; date; cat /proc/uptime
+  ls /usr/local/httpd/htdocs/Web/updownload
+The service by hand, as a plain CGI program (it empties the queues under a running one):
+  REQUEST_METHOD=GET REQUEST_URI=/PSIA/Custom/Event \\
+    HTTP_AUTHORIZATION='Basic YWRtaW46YWRtaW4=' {service} </dev/null
+exit leaves it."""
+SHELL = ["sh", "-c", "exec $(command -v bash && echo --norc --noprofile || echo sh)"]
 
 
 def name_of(directory: pathlib.Path) -> str:
@@ -26,36 +37,62 @@ def announce(directory: pathlib.Path, port: int) -> socket.socket:
 def running(directory: pathlib.Path) -> dict[int, int]:
     """The processes of the directory's runs by their ports: this user's, since anybody may use such names."""
     sockets = pathlib.Path("/proc/net/unix").read_text()
-    processes = {}
+    found = {}
     for port, process in re.findall(rf" @{name_of(directory)}(\d+)-(\d+)$", sockets, re.MULTILINE):
-        path = pathlib.Path("/proc", process)
-        if path.exists() and path.stat().st_uid == os.geteuid():
-            processes[int(port)] = int(process)
-    return processes
+        with contextlib.suppress(FileNotFoundError):  # it has just ended
+            if os.stat(f"/proc/{process}").st_uid == os.geteuid():
+                found[int(port)] = int(process)
+    return found
+
+
+def greet(service: pathlib.Path) -> dict[str, str]:
+    """Gives the environment of the shell."""
+    print(GREETING.format(database=settings.DATABASE, service=service), flush=True)
+    return clock.environment() | {"PS1": r"camera:\w\$ "}
+
+
+def start_shell(service: pathlib.Path) -> subprocess.Popen[bytes]:
+    """Starts a shell in the camera that this process has entered."""
+    return processes.start(SHELL, signal.SIGHUP, process_group=None, env=greet(service))
+
+
+def join_shell(process: int, service: pathlib.Path) -> None:
+    """This process becomes a shell in the camera of another one."""
+    spaces = pathlib.Path(f"/proc/{process}/ns")
+    enter = ["nsenter", f"--target={process}", "--mount", "--ipc", "--net", f"--wdns={os.getcwd()}"]
+    try:
+        # The user namespace gives the right to enter the others.
+        if not os.path.samefile(spaces / "user", "/proc/self/ns/user"):
+            enter += ["--user", "--preserve-credentials"]
+        if (spaces / "time_for_children").exists():
+            enter.append(f"--time={spaces}/time_for_children")
+        # Not nsenter itself: libfaketime would leave files in the machine's /dev/shm.
+        own = [f"{name}={value}" for name, value in greet(service).items() if os.environ.get(name) != value]
+        signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # Python ignores it, and so would the shell
+        os.execvp(enter[0], [*enter, "env", "-u", "TZ", *own, *SHELL])
+    except OSError as error:
+        what = f"Cannot enter the camera of process {process}: {error.strerror}"
+        raise Fault(f"{what}\nDo it as the user who runs it.") from error
 
 
 class ReadyFile:
     """Tells test programs when the cameras answer, and at which URLs."""
 
     def __init__(self, path: pathlib.Path | None) -> None:
-        self.path: pathlib.Path | None = None
+        self.path = path
         self.written: os.stat_result | None = None
         if not path:
             return
         try:
             directory = os.open(path.parent, os.O_PATH | os.O_DIRECTORY)
             # By this name the camera reaches the directory also where its own files cover it.
-            self.path = pathlib.Path(f"/proc/self/fd/{directory}") / path.name
-            ours = (
-                path.is_file()
-                and not path.is_symlink()
-                and READY_CONTENT.fullmatch(path.read_text(errors="replace"))
-            )
-            if ours:
-                path.unlink()  # of a run that was killed, or empty
+            self.path = pathlib.Path(f"/proc/self/fd/{directory}", path.name)
+            if path.is_file() and not path.is_symlink():
+                if re.fullmatch(r"(http://\S+\n)*", path.read_text(errors="replace")):
+                    path.unlink()  # of a run that was killed, or empty
         except OSError as error:
             raise Fault(f"Cannot write {path}: {error.strerror}") from error
-        if path.exists() or path.is_symlink():
+        if os.path.lexists(path):
             raise Fault(f"{path} is there, and no camera wrote it. Give --ready-file another name.")
 
     def write(self, text: str) -> None:
@@ -72,10 +109,6 @@ class ReadyFile:
 
     def remove(self) -> None:
         """Removes the file that write() made, and no other."""
-        if (
-            self.path
-            and self.written
-            and self.path.exists()
-            and os.path.samestat(self.path.stat(), self.written)
-        ):
-            self.path.unlink()
+        with contextlib.suppress(FileNotFoundError):
+            if self.path and self.written and os.path.samestat(self.path.stat(), self.written):
+                self.path.unlink()
