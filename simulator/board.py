@@ -26,9 +26,8 @@ WELCOME = """The settings and both message queues are there. Accounts, name:pass
 
 
 def main(arguments: list[str]) -> int:
-    parser = argparse.ArgumentParser(
-        prog="camera-daemons", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
-    )
+    parser = argparse.ArgumentParser("camera-daemons", description=__doc__)
+    parser.formatter_class = argparse.RawDescriptionHelpFormatter
     parser.parse_args(arguments)
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, lambda *_: exit(0))
