@@ -38,18 +38,12 @@ def indented(document: str) -> list[str]:
         return lines_of(document)
     lines: list[str] = []
     depth = 0
-    leaf = False  # the last line is an opened element that nothing but text has followed
-    for token in re.findall("<[^>]*>?|[^<]+", document):
-        content = token.strip(" \t\r\n")
-        if not content:
-            continue
-        is_tag, closes = content.startswith("<"), content.startswith("</")
-        depth = max(0, depth - closes)
-        if leaf and (closes or not is_tag):
-            lines[-1] += content
-        else:
-            lines.append("  " * min(depth, DEEPEST) + content)
-        opens = is_tag and not content.startswith(("</", "<?", "<!")) and not content.endswith("/>")
-        depth += opens
-        leaf = opens if is_tag else leaf
+    # An opened element with its text and, where nothing else is in it, its end; another tag; a text.
+    for opened, text, end, other in re.findall(
+        "(<(?![/?!])[^>]*(?<!/)>)([^<]*)(</[^>]*>?)?|(<[^>]*>?|[^<]+)", document
+    ):
+        if line := (opened + text.strip() + end + other).strip():
+            depth = max(0, depth - line.startswith("</"))
+            lines.append("  " * min(depth, DEEPEST) + line)
+            depth += bool(opened and not end)
     return lines
