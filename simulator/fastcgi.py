@@ -1,8 +1,12 @@
 """FastCGI: the records, and a client, as a web server is one."""
+import collections
+import contextlib
+import io
 import select
 import socket
 import struct
 from collections.abc import Mapping
+from typing import Any
 
 from simulator.texts import decoded
 
@@ -25,25 +29,18 @@ def parameter(name: str, value: str) -> bytes:
 
 
 def variables(parameters: bytes) -> dict[str, str]:
-    """The variables of a whole parameter stream; those before the mistake where there is one."""
-    found: dict[str, str] = {}
-    place = 0
+    """The variables of a whole parameter stream. One that is missing is empty."""
+    found: dict[str, str] = collections.defaultdict(str)
+    rest = io.BytesIO(parameters)
 
     def length() -> int:
-        nonlocal place
-        size = 1 if parameters[place] < 128 else 4
-        place += size
-        return int.from_bytes(parameters[place - size : place]) & 0x7FFFFFFF
+        first = rest.read(1)
+        return int.from_bytes(first if first < b"\x80" else first + rest.read(3)) & 0x7FFFFFFF
 
-    while place < len(parameters):
-        try:
-            name, value = length(), length()
-        except IndexError:
-            break
-        if place + name + value > len(parameters):
-            break
-        found[decoded(parameters[place : place + name])] = decoded(parameters[place + name :][:value])
-        place += name + value
+    while rest.tell() < len(parameters):
+        sizes = length(), length()
+        name, value = [decoded(rest.read(size)) for size in sizes]
+        found[name] = value
     return found
 
 
@@ -54,14 +51,12 @@ def answer_records(request: int, text: bytes) -> bytes:
 class Connection:
     """One connection to the socket at a path, on which a request is sent at once."""
 
-    def __init__(
-        self, path: str, variables: Mapping[str, str], body: bytes, **options: bool | int | None
-    ) -> None:
+    def __init__(self, path: str, variables: Mapping[str, str], body: bytes, **options: Any) -> None:
         self.socket = socket.socket(socket.AF_UNIX)
         self.socket.settimeout(30)
         self.socket.connect(path)
         self.rest = b""
-        self.send(variables, body, **options)  # type: ignore[arg-type]
+        self.send(variables, body, **options)
 
     def send(
         self,
@@ -83,27 +78,19 @@ class Connection:
         self.send_bytes(self.rest)
 
     def send_bytes(self, data: bytes) -> None:
-        try:
+        with contextlib.suppress(BrokenPipeError):  # the service need not read a request that it refuses
             self.socket.sendall(data)
-        except BrokenPipeError:
-            pass  # the service need not read all of a request that it refuses
 
     def answers_within(self, seconds: float) -> bool:
         return bool(select.select([self.socket], [], [], seconds)[0])
 
     def receive(self) -> tuple[str, str]:
         """What was sent on the output stream, and on the error stream."""
-        out, errors = self.receive_bytes()
-        return out.decode(), errors.decode()
-
-    def receive_bytes(self) -> tuple[bytes, bytes]:
-        out, errors = b"", b""
+        sent = {OUTPUT: b"", ERRORS: b"", END: b""}
         with self.socket.makefile("rb") as records:
             while header := records.read(HEADER.size):
                 _, kind, _, length, padding = HEADER.unpack(header)
-                content = records.read(length + padding)[:length]
-                out += content if kind == OUTPUT else b""
-                errors += content if kind == ERRORS else b""
+                sent[kind] += records.read(length + padding)[:length]
                 if kind == END:
-                    return out, errors
-        raise AssertionError(f"The connection was closed without an end of the request, after {out!r}")
+                    return sent[OUTPUT].decode(), sent[ERRORS].decode()
+        raise AssertionError(f"The peer closed without an end of the request, after {sent[OUTPUT]!r}")
