@@ -158,8 +158,7 @@ def run_camera(
             listener.close()
         camera = Camera(given, prefix, ready, outside)
         if web_socket:
-            notes = camera.journal.begin_request, camera.end_request
-            camera.relay = Relay(web_socket, SERVICE_SOCKET, Control(camera), *notes)
+            camera.relay = Relay(web_socket, SERVICE_SOCKET, Control(camera))
         else:
             camera.boot()
         return asyncio.run(camera.run(web_server, None if web_socket else start_shell(given.service)))

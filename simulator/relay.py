@@ -2,76 +2,69 @@
 other because the service takes one at a time, and notes each request and its answer. Requests that the camera
 answers itself do not reach the service: those below /camera, and all of them during an outage."""
 import asyncio
+import collections
 import contextlib
 import re
 import socket
 import time
-from collections.abc import Callable
-from dataclasses import dataclass, field
-from typing import NamedTuple, Protocol
+from typing import Any, Protocol
 
 from simulator import fastcgi
+from simulator.texts import decoded
 
-MAX_NOTED = 1 << 16  # bytes of an answer, or of variables, that are looked at
-BODY_START = 4096
+MAX_NOTED = 1 << 17  # bytes of a stream that are looked at; a web server sends far less in variables
 FAREWELL = 5  # seconds for which a web server may go on sending after its answer
 
 
-@dataclass
 class Exchange:
     """A request, and once it has ended its answer."""
 
-    arrived: float = field(default_factory=time.monotonic)
-    method: str = ""
-    url: str = ""
-    authorization: str = ""  # the header's value, like the two below
-    host: str = ""
-    origin: str = ""
-    body_start: bytes = b""  # at most BODY_START bytes
-    body_size: int = 0
-    input_ended: bool = False
-    http_status: int = 500  # as the client receives it; the web server turns an empty answer into 500
-    status_code: int = 0  # of a ResponseStatus document; 0 for any other answer
-    milliseconds: int = 0
+    def __init__(self) -> None:
+        self.arrived = time.monotonic()
+        self.number = 0  # of the request in its records
+        self.streams: dict[int, bytes] = collections.defaultdict(bytes)  # by kind; at most MAX_NOTED bytes
+        self.ended: set[int] = set()  # kinds of the streams that have arrived whole
+        self.variables: dict[str, str] = {}
+        self.method = self.url = ""
+        # As the client receives it; the web server turns an empty answer into 500. Status and words are those
+        # of a ResponseStatus document.
+        self.answer: dict[str, Any] = {"http": 500, "status": 0, "words": "?", "milliseconds": 0}
 
-    def note_variables(self, variables: dict[str, str]) -> None:
-        self.method, self.url = variables.get("REQUEST_METHOD", ""), variables.get("REQUEST_URI", "")
-        self.authorization = variables.get("HTTP_AUTHORIZATION", "")
-        self.host, self.origin = variables.get("HTTP_HOST", ""), variables.get("HTTP_ORIGIN", "")
+    @property
+    def body_start(self) -> bytes:
+        return self.streams[fastcgi.INPUT]
 
-    def note_body(self, record: "Record | None") -> None:
-        if record and record.kind == fastcgi.INPUT:
-            self.body_start += record.content[: BODY_START - len(self.body_start)]
-            self.body_size += len(record.content)
-            self.input_ended = not record.content
+    def note(self, kind: int, content: bytes) -> None:
+        """A part of a stream; an empty one ends it."""
+        self.streams[kind] += content[: MAX_NOTED - len(self.streams[kind])]
+        if not content:
+            self.ended.add(kind)
 
-    def note_answer(self, answer: bytes) -> None:
-        """Takes an answer in CGI form, or its start. One without header lines changes nothing."""
-        header_end = re.search(rb"\r\n\r\n|\n\n", answer)
-        if header_end:
-            status = re.match(rb"Status: *([0-9]+)", answer)
-            self.http_status = int(status[1]) if status else 200
-            body = answer[header_end.end() :]
-            code = re.search(rb"<ResponseStatus .*?<statusCode>([0-9]+)", body, re.DOTALL)
-            self.status_code = int(code[1]) if code else 0
+    def note_end(self) -> None:
+        output = self.streams[fastcgi.OUTPUT]
+        if re.search(rb"\r\n\r\n|\n\n", output):  # there are header lines
+            status = re.match(rb"Status: *([0-9]+)", output)
+            self.answer["http"] = int(status[1]) if status else 200
+        pattern = rb"<ResponseStatus .*?<statusCode>([0-9]+)<.*?<statusString>([^<]*)"
+        if found := re.search(pattern, output, re.DOTALL):
+            self.answer |= {"status": int(found[1]), "words": decoded(found[2])}
+        self.answer["milliseconds"] = int((time.monotonic() - self.arrived) * 1000)
 
 
-class OwnAnswers(Protocol):
+class Camera(Protocol):
+    """What the relay asks and tells."""
+
     def answers(self, exchange: Exchange) -> bool:
         """Whether the camera answers a request itself."""
 
     async def answer(self, exchange: Exchange) -> bytes:
         """Its answer, in CGI form."""
 
+    def begin(self) -> None:
+        """A request is about to reach the service."""
 
-Note = Callable[[Exchange], None]
-
-
-class Record(NamedTuple):
-    kind: int
-    request: int
-    content: bytes
-    whole: bytes
+    def end(self, exchange: Exchange) -> None:
+        """That request has ended."""
 
 
 async def receive(peer: socket.socket, size: int) -> bytes:
@@ -84,16 +77,16 @@ async def receive(peer: socket.socket, size: int) -> bytes:
     return data
 
 
-async def receive_record(peer: socket.socket) -> Record | None:
-    """None at the end of the stream."""
+async def receive_record(peer: socket.socket, exchange: Exchange) -> bytes:
+    """The next record, which the exchange notes; empty at the end of the stream."""
     header = await receive(peer, fastcgi.HEADER.size)
-    if len(header) < fastcgi.HEADER.size:
-        return None
-    _, kind, request, length, padding = fastcgi.HEADER.unpack(header)
-    content = await receive(peer, length + padding)
-    if len(content) < length + padding:
-        return None
-    return Record(kind, request, content[:length], header + content)
+    if len(header) == fastcgi.HEADER.size:
+        _, kind, exchange.number, length, padding = fastcgi.HEADER.unpack(header)
+        content = await receive(peer, length + padding)
+        if len(content) == length + padding:
+            exchange.note(kind, content[:length])
+            return header + content
+    return b""
 
 
 async def send(peer: socket.socket, data: bytes) -> None:
@@ -102,31 +95,22 @@ async def send(peer: socket.socket, data: bytes) -> None:
         await asyncio.get_running_loop().sock_sendall(peer, data)
 
 
-def shut(peer: socket.socket) -> None:
-    with contextlib.suppress(OSError):
-        peer.shutdown(socket.SHUT_WR)
-
-
 async def pass_request(exchange: Exchange, begun: bytes, web: socket.socket, service: socket.socket) -> None:
     """Passes the request on. The web server's bytes are received also when the service takes no more of them:
     it answers before it has read a body that is too large, and the web server receives the answer when it has
     sent the body."""
     await send(service, begun)
-    while record := await receive_record(web):
-        exchange.note_body(record)
-        await send(service, record.whole)
-    shut(service)
+    while record := await receive_record(web, exchange):
+        await send(service, record)
+    with contextlib.suppress(OSError):
+        service.shutdown(socket.SHUT_WR)
 
 
 class Relay:
-    def __init__(
-        self, web: socket.socket, service_path: str, own: OwnAnswers, begin: Note, end: Note
-    ) -> None:
+    def __init__(self, web: socket.socket, service_path: str, camera: Camera) -> None:
         self.web = web  # listens for the web server
         self.service_path = service_path
-        self.own = own
-        self.begin = begin  # is told that a request is about to reach the service
-        self.end = end  # is told that it has ended there
+        self.camera = camera
         self.turn = asyncio.Lock()  # of the request that is at the service
         self.current: Exchange | None = None  # that request
         self.connections: set[asyncio.Task[None]] = set()  # each one request that is not answered yet
@@ -145,58 +129,43 @@ class Relay:
             web.setblocking(False)
             await self.serve_request(web)
             # The web server may lose an answer if the connection is closed while it still sends.
-            shut(web)
-            with contextlib.suppress(asyncio.TimeoutError):
+            with contextlib.suppress(OSError):  # a TimeoutError, too
+                web.shutdown(socket.SHUT_WR)
                 async with asyncio.timeout(FAREWELL):
                     while await receive(web, 65536):
                         pass
 
     async def serve_request(self, web: socket.socket) -> None:
-        exchange = Exchange()
-        begun = parameters = b""
-        while True:
-            record = await receive_record(web)
+        exchange, begun = Exchange(), b""
+        while fastcgi.PARAMETERS not in exchange.ended:
+            record = await receive_record(web, exchange)
             if not record:
                 return
-            begun += record.whole
-            if record.kind == fastcgi.PARAMETERS:
-                if not record.content:
-                    break
-                parameters += record.content[: MAX_NOTED - len(parameters)]
-        exchange.note_variables(fastcgi.variables(parameters))
-        if not self.own.answers(exchange):
+            begun += record
+        variables = exchange.variables = fastcgi.variables(exchange.streams[fastcgi.PARAMETERS])
+        exchange.method, exchange.url = variables["REQUEST_METHOD"], variables["REQUEST_URI"]
+        if not self.camera.answers(exchange):
             async with self.turn:
-                if await self.is_served(exchange, begun, web):
-                    return
-        while record and not exchange.input_ended:
-            record = await receive_record(web)
-            exchange.note_body(record)
-        if record:
-            answer = await self.own.answer(exchange)
-            await send(web, fastcgi.answer_records(record.request, answer))
+                if not self.camera.answers(exchange):  # no outage has begun meanwhile
+                    return await self.pass_on(exchange, begun, web)
+        while fastcgi.INPUT not in exchange.ended:
+            if not await receive_record(web, exchange):
+                return
+        answer = await self.camera.answer(exchange)
+        await send(web, fastcgi.answer_records(exchange.number, answer))
 
-    async def is_served(self, exchange: Exchange, begun: bytes, web: socket.socket) -> bool:
-        """Whether the service has served the request; otherwise the camera has to."""
-        if self.own.answers(exchange):
-            return False
+    async def pass_on(self, exchange: Exchange, begun: bytes, web: socket.socket) -> None:
+        """Has the service answer the request."""
         with socket.socket(socket.AF_UNIX) as service:
-            try:
-                service.connect(self.service_path)
-            except OSError:
-                return False
+            service.connect(self.service_path)  # the camera itself listens there, also while no service runs
             service.setblocking(False)
             self.current = exchange
-            self.begin(exchange)
+            self.camera.begin()
             request = asyncio.create_task(pass_request(exchange, begun, web, service))
-            answer = b""
-            while record := await receive_record(service):
-                if record.kind == fastcgi.OUTPUT:
-                    answer += record.content[: MAX_NOTED - len(answer)]
-                await send(web, record.whole)
+            while record := await receive_record(service, exchange):
+                await send(web, record)
             request.cancel()
             await asyncio.wait([request])
-        exchange.milliseconds = int((time.monotonic() - exchange.arrived) * 1000)
-        exchange.note_answer(answer)
+        exchange.note_end()
         self.current = None
-        self.end(exchange)
-        return True
+        self.camera.end(exchange)
