@@ -17,27 +17,10 @@ DIRECTORY = pathlib.Path("/dev/front")
 SIZE = "192m"
 SOCKET = DIRECTORY / "psia.socket"
 LOG = DIRECTORY / "lighttpd.log"
+CONFIGURATION = DIRECTORY / "lighttpd.conf"
 
 # The limits that a camera has, from the configuration that it is shipped with.
 SHIPPED = pathlib.Path(__file__).parents[1] / "deploy/lighttpd.conf"
-
-CONFIGURATION = """\
-server.modules = ("mod_fastcgi")
-server.systemd-socket-activation = "enable"
-server.bind = "{address}"
-server.port = {port}
-server.document-root = "{page}"
-index-file.names = ("index.html")
-mimetype.assign = (".html" => "text/html; charset=utf-8", ".js" => "text/javascript; charset=utf-8",
-  ".css" => "text/css; charset=utf-8", ".json" => "application/json")
-server.upload-dirs = ("{directory}")
-server.errorlog = "{log}"
-{limits}
-# The service compares URLs without regard to case, so the web server does too.
-$HTTP["url"] =~ "(?i)^/(PSIA|camera)(/|$)" {{
-  fastcgi.server = ("/" => (("socket" => "{socket}", "check-local" => "disable")))
-}}
-"""
 
 
 def is_ip_address(text: str) -> bool:
@@ -69,7 +52,7 @@ def listen(address: str, port: int) -> socket.socket:
 def limits() -> str:
     """The lines of the shipped configuration that limit requests."""
     try:
-        section = re.search(r"^# PSIA: bodies.*?\n\n", SHIPPED.read_text(), re.DOTALL | re.MULTILINE)
+        section = re.search(r"^# PSIA: bodies(.+\n)+", SHIPPED.read_text(), re.MULTILINE)
     except OSError as error:
         raise Fault(f"Cannot read {SHIPPED}: {error.strerror}") from error
     if not section or "max-request-size" not in section[0]:
@@ -77,33 +60,42 @@ def limits() -> str:
     return re.sub(r"^server\.upload-dirs.*\n", "", section[0], flags=re.MULTILINE)
 
 
+def configuration(listener: socket.socket, page: pathlib.Path) -> str:
+    bind, port = authority(*listener.getsockname()[:2]).rsplit(":", 1)
+    return f"""\
+server.modules = ("mod_fastcgi")
+server.systemd-socket-activation = "enable"
+server.bind = "{bind}"
+server.port = {port}
+server.document-root = "{page.absolute()}"
+index-file.names = ("index.html")
+mimetype.assign = (".html" => "text/html; charset=utf-8", ".js" => "text/javascript; charset=utf-8",
+  ".css" => "text/css; charset=utf-8", ".json" => "application/json")
+server.upload-dirs = ("{DIRECTORY}")
+server.errorlog = "{LOG}"
+{limits()}
+# The service compares URLs without regard to case, so the web server does too.
+$HTTP["url"] =~ "(?i)^/(PSIA|camera)(/|$)" {{
+  fastcgi.server = ("/" => (("socket" => "{SOCKET}", "check-local" => "disable")))
+}}
+"""
+
+
 class WebServer:
     def __init__(self, listener: socket.socket, page: pathlib.Path) -> None:
         """Starts it inside the camera. The listener is one of the machine's network, and so is what it
         accepts."""
-        address, port = listener.getsockname()[:2]
         DIRECTORY.mkdir()
         device.mount("tmpfs", DIRECTORY, "tmpfs", data=f"mode=700,size={SIZE}")
-        configuration = DIRECTORY / "lighttpd.conf"
-        configuration.write_text(
-            CONFIGURATION.format(
-                address=f"[{address}]" if ":" in address else address,
-                port=port,
-                page=page.absolute(),
-                directory=DIRECTORY,
-                log=LOG,
-                limits=limits(),
-                socket=SOCKET,
-            )
-        )
+        CONFIGURATION.write_text(configuration(listener, page))
+        LOG.touch()
         # The listener as descriptor 3, by systemd's protocol for sockets (sd_listen_fds(3)).
         take_over = 'LISTEN_FDS=1 LISTEN_PID=$$ exec lighttpd -D -f "$0" 3<&0 </dev/null'
-        self.process = start(["sh", "-c", take_over, str(configuration)], stdin=listener.fileno())
+        self.process = start(["sh", "-c", take_over, str(CONFIGURATION)], stdin=listener.fileno())
         deadline = time.monotonic() + 5
-        while not LOG.exists() or "server started" not in LOG.read_text():
+        while "server started" not in LOG.read_text():
             if self.has_ended() or time.monotonic() > deadline:
-                said = LOG.read_text() if LOG.exists() else ""
-                raise Fault(f"The web server lighttpd does not start.\n{said}")
+                raise Fault(f"The web server lighttpd does not start.\n{LOG.read_text()}")
             time.sleep(0.005)
 
     def has_ended(self) -> bool:
