@@ -163,9 +163,12 @@ class Relay:
             self.camera.begin()
             request = asyncio.create_task(pass_request(exchange, begun, web, service))
             while record := await receive_record(service, exchange):
+                if fastcgi.END in exchange.streams:
+                    break
                 await send(web, record)
             request.cancel()
             await asyncio.wait([request])
         exchange.note_end()
         self.current = None
         self.camera.end(exchange)
+        await send(web, record)  # last, because a client that has its answer looks for the request in the log
