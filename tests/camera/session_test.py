@@ -135,6 +135,22 @@ def test_a_web_server_can_send_all_of_a_body_that_the_service_refuses_early(sock
     assert "<statusCode>3<" in answer and answer.endswith("</ResponseStatus>\n")
 
 
+def test_a_client_that_has_its_answer_finds_the_request_in_the_log(start, tmp_path, monkeypatch):
+    """Also when the service does not close the connection yet."""
+    service, answer = tmp_path / "service", fastcgi.answer_records(1, b"Status: 200 OK\r\n\r\n")
+    service.write_text(f"""#!{sys.executable}
+import signal, socket
+connection, _ = socket.socket(fileno=0).accept()
+connection.sendall({answer})
+signal.pause()
+""")
+    service.chmod(0o755)
+    monkeypatch.setenv("PSIA_BINARY", str(service))
+    camera = start()
+    camera.get("/PSIA/index")
+    assert camera.log(contains="GET /PSIA/index  200")
+
+
 def leave_a_change_unanswered(camera):
     """Returns while the service waits for its daemons."""
     camera.answers("3=never")
