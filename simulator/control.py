@@ -143,12 +143,11 @@ class Control:
     def set_rules(self, body: bytes) -> None:
         if len(body) > MAX_RULES:
             raise Refusal(400, f"The rules are longer than {MAX_RULES} bytes.")
-        rules = []
-        for word in decoded(body).split():
-            try:
-                rules.append(daemons.parse_rule(word))
-            except ValueError as error:
-                shown = word[:MAX_SHOWN] + "..." if len(word) > MAX_SHOWN else word
-                raise Refusal(400, f"'{shown}' is not {daemons.RULE_FORM}.") from error
+        try:
+            rules = [daemons.parse_rule(word) for word in decoded(body).split()]
+        except ValueError as error:
+            word = str(error)
+            shown = word[:MAX_SHOWN] + "..." if len(word) > MAX_SHOWN else word
+            raise Refusal(400, f"'{shown}' is not {daemons.RULE_FORM}.") from error
         self.camera.daemons.rules = rules
         self.journal.event("the daemons answer as usual" + (f", but for {decoded(body)}" if rules else ""))

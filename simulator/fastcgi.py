@@ -55,7 +55,6 @@ class Connection:
         self.socket = socket.socket(socket.AF_UNIX)
         self.socket.settimeout(30)
         self.socket.connect(path)
-        self.rest = b""
         self.send(variables, body, **options)
 
     def send(

@@ -40,7 +40,8 @@ Entry = dict[str, Any]  # as /camera/log shows it
 
 def entry_of(exchange: Exchange) -> Entry:
     user = credentials(exchange).split(":")[0] if exchange.variables["HTTP_AUTHORIZATION"] else "-"
-    return {"user": user, "method": exchange.method, "url": exchange.url} | exchange.answer
+    caused = {"messages": exchange.messages, "printed": printed_lines(exchange.printed)}
+    return {"user": user, "method": exchange.method, "url": exchange.url} | exchange.answer | caused
 
 
 def title(entry: Entry) -> str:
@@ -55,28 +56,27 @@ class Journal:
         self.prefix = prefix  # of each line on the terminal
         self.entries: collections.deque[Entry] = collections.deque(maxlen=MAX_ENTRIES)
         self.last = 0  # id of the newest entry; ids count from 1
-        self.messages: list[str] | None = None  # of the request that is at the service
-        self.printed_text = ""  # by the service during that request
+        self.request: Exchange | None = None  # that is at the service
 
-    def begin_request(self) -> None:
+    def begin_request(self, exchange: Exchange) -> None:
         """Until end_request, messages and printed texts belong to this request."""
-        self.messages = []
+        self.request = exchange
 
     def end_request(self, exchange: Exchange, changes: list[str]) -> None:
-        caused = {"messages": self.messages, "printed": printed_lines(self.printed_text)}
-        self.messages, self.printed_text = None, ""
-        self.add(entry_of(exchange) | {"changes": changes} | caused)
+        self.request = None
+        self.add(entry_of(exchange) | {"changes": changes})
 
     def refuse_request(self, exchange: Exchange, reason: str) -> None:
         """A request that does not reach the service."""
-        self.add(entry_of(exchange) | {"messages": [reason]})
+        exchange.messages.append(reason)
+        self.add(entry_of(exchange))
 
     def message(self, words: str) -> None:
         """A message to the daemons or the daemons' answer."""
-        if self.messages is None:
-            self.event(words)
+        if self.request:
+            self.request.messages.append(words)
         else:
-            self.messages.append(words)
+            self.event(words)
 
     def event(self, words: str, details: list[str] | None = None) -> None:
         self.add({"text": words, "changes": details or []})
@@ -84,10 +84,10 @@ class Journal:
     def printed(self, text: str) -> None:
         """What the service wrote on its standard output: a document with its header lines, or a diagnostic
         line."""
-        if self.messages is None:
+        if not self.request:
             self.add({"text": "the service printed", "printed": printed_lines(text)})
-        elif len(self.printed_text) < MAX_PRINTED:
-            self.printed_text += text
+        elif len(self.request.printed) < MAX_PRINTED:
+            self.request.printed += text
 
     def add(self, what: Entry) -> None:
         self.last += 1

@@ -26,9 +26,11 @@ class Exchange:
         self.ended: set[int] = set()  # kinds of the streams that have arrived whole
         self.variables: dict[str, str] = {}
         self.method = self.url = ""
-        # As the client receives it; the web server turns an empty answer into 500. Status and words are those
-        # of a ResponseStatus document.
+        # The answer as the client receives it: the web server turns an empty one into 500. Status and words
+        # are those of a ResponseStatus document.
         self.answer: dict[str, Any] = {"http": 500, "status": 0, "words": "?", "milliseconds": 0}
+        self.messages: list[str] = []  # that it caused, in words
+        self.printed = ""  # by the service
 
     @property
     def body_start(self) -> bytes:
@@ -41,8 +43,7 @@ class Exchange:
             self.ended.add(kind)
 
     def note_end(self) -> None:
-        output = self.streams[fastcgi.OUTPUT]
-        if re.search(rb"\r\n\r\n|\n\n", output):  # there are header lines
+        if output := self.streams[fastcgi.OUTPUT]:
             status = re.match(rb"Status: *([0-9]+)", output)
             self.answer["http"] = int(status[1]) if status else 200
         pattern = rb"<ResponseStatus .*?<statusCode>([0-9]+)<.*?<statusString>([^<]*)"
@@ -60,7 +61,7 @@ class Camera(Protocol):
     async def answer(self, exchange: Exchange) -> bytes:
         """Its answer, in CGI form."""
 
-    def begin(self) -> None:
+    def begin(self, exchange: Exchange) -> None:
         """A request is about to reach the service."""
 
     def end(self, exchange: Exchange) -> None:
@@ -160,7 +161,7 @@ class Relay:
             service.connect(self.service_path)  # the camera itself listens there, also while no service runs
             service.setblocking(False)
             self.current = exchange
-            self.camera.begin()
+            self.camera.begin(exchange)
             request = asyncio.create_task(pass_request(exchange, begun, web, service))
             while record := await receive_record(service, exchange):
                 if fastcgi.END in exchange.streams:
