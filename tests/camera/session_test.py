@@ -154,9 +154,9 @@ signal.pause()
 def leave_a_change_unanswered(camera):
     """Returns while the service waits for its daemons."""
     camera.answers("3=never")
-    threading.Thread(target=camera.ask, args=("PUT", AUDIO, AUDIO_OFF)).start()
     settings = pathlib.Path(f"/proc/{camera.process.pid}/root/usr/local/orvid/morvid.db")
     before = settings.read_bytes()
+    threading.Thread(target=camera.ask, args=("PUT", AUDIO, AUDIO_OFF)).start()
     journal = settings.with_name("morvid.db-journal")  # gone when the change is committed
     eventually(lambda: settings.read_bytes() != before and not journal.exists(), "the stored change")
 
