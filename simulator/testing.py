@@ -2,24 +2,22 @@
 import atexit
 import base64
 import functools
+import http.client
 import json
 import os
 import pathlib
-import signal
 import subprocess
 import sys
 import tempfile
 import time
-import urllib.error
-import urllib.parse
-import urllib.request
 from collections.abc import Callable
 from typing import Any, TypeVar
+from urllib.parse import urlencode, urlsplit
 
 import pytest
 
 from simulator.options import PROJECT
-from simulator.processes import die_with
+from simulator.processes import start
 
 Found = TypeVar("Found")
 TIMEOUT = 240  # seconds; an export may take 180
@@ -43,20 +41,15 @@ class RunningCamera:
         service = pathlib.Path(os.environ.get("PSIA_BINARY", PROJECT / "build/psia.fcgi"))
         if not service.exists():
             subprocess.run([PROJECT / "scripts/run", "--build"], check=True)
-        self.temporary = None if directory else tempfile.TemporaryDirectory(prefix="camera-")
-        directory = directory or pathlib.Path(self.temporary.name if self.temporary else "")
+        self.temporary = tempfile.TemporaryDirectory(prefix="camera-")
+        directory = directory or pathlib.Path(self.temporary.name)
         self.ready_file, self.terminal = directory / "ready", directory / "terminal"
         self.since = 0  # id of the journal's newest entry at the last reset
         command = [sys.executable, str(PROJECT / "simulator"), "camera", "--port", "0"]
         command += ["--ready-file", str(self.ready_file), "--run-directory", str(directory)]
-        parent = os.getpid()
         with self.terminal.open("w") as terminal:
-            self.process = subprocess.Popen(
-                [*command, *options, "--", service],
-                stdout=terminal,
-                stderr=subprocess.STDOUT,
-                preexec_fn=lambda: die_with(parent, signal.SIGTERM),
-            )
+            streams = {"stdout": terminal, "stderr": subprocess.STDOUT}
+            self.process = start([*command, *options, "--", str(service)], **streams)
         eventually(lambda: self.ready_file.exists() or self.process.poll() is not None, "the camera's start")
         assert self.ready_file.exists(), f"the camera does not start:\n{self.shown()}"
         self.urls = self.ready_file.read_text().split()
@@ -67,13 +60,12 @@ class RunningCamera:
     ) -> tuple[int, str]:
         """HTTP status and body of the answer; a status of 0 when there is none."""
         content = body.encode() if isinstance(body, str) else body
-        request = urllib.request.Request(self.url + path, content or None, headers, method=method)
-        request.add_header("Authorization", "Basic " + base64.b64encode(user.encode()).decode())
+        headers["Authorization"] = "Basic " + base64.b64encode(user.encode()).decode()
+        connection = http.client.HTTPConnection(urlsplit(self.url).netloc, timeout=TIMEOUT)
         try:
-            with urllib.request.urlopen(request, timeout=TIMEOUT) as answer:
-                return answer.status, answer.read().decode(errors="surrogateescape")
-        except urllib.error.HTTPError as error:
-            return error.code, error.read().decode(errors="surrogateescape")
+            connection.request(method, path, content or None, headers)
+            answer = connection.getresponse()
+            return answer.status, answer.read().decode(errors="surrogateescape")
         except OSError:
             return 0, ""
 
@@ -105,13 +97,13 @@ class RunningCamera:
 
     def log(self, contains: str = "", wait: int = 0) -> list[dict[str, Any]]:
         """The journal's entries since the last reset that contain a text; waits so many seconds for one."""
-        query = urllib.parse.urlencode({"since": self.since, "contains": contains, "wait": wait})
+        query = urlencode({"since": self.since, "contains": contains, "wait": wait})
         entries: list[dict[str, Any]] = self.control("GET", "log?" + query)["entries"]
         return entries
 
     def stream_url(self, stream: str, user: str = "admin:admin") -> str:
         """Of "Master-0" or "Slave-0" of a camera with --video."""
-        host = urllib.parse.urlsplit(self.url).netloc.rpartition(":")[0]
+        host = urlsplit(self.url).netloc.rpartition(":")[0]
         return f"rtsp://{user}@{host}:{self.now()['videoPort']}/{stream}"
 
     def shown(self) -> str:
@@ -126,8 +118,7 @@ class RunningCamera:
         """Ends the camera. Gives its exit status."""
         self.process.terminate()
         status = self.process.wait(20)
-        if self.temporary:
-            self.temporary.cleanup()
+        self.temporary.cleanup()
         return status
 
 
