@@ -11,20 +11,11 @@ from simulator import Fault
 # By their modules, of which only the one that is needed is loaded.
 COMMANDS = {"camera": "people", "inside": "inside", "daemons": "board"}
 
-
-def main() -> int:
-    name, *arguments = sys.argv[1:] or [""]
-    if name not in COMMANDS:
-        print(f"Usage: python3 -m simulator {'|'.join(COMMANDS)} [--help] ...", file=sys.stderr)
-        return 2
-    command = importlib.import_module(f"simulator.{COMMANDS[name]}")
-    try:
-        status: int = command.main(arguments)
-    except Fault as fault:
-        print(fault, file=sys.stderr)
-        return 1
-    return status
-
-
-if __name__ == "__main__":
-    sys.exit(main())
+name, *arguments = sys.argv[1:] or [""]
+if name not in COMMANDS:
+    print(f"Usage: python3 -m simulator {'|'.join(COMMANDS)} [--help] ...", file=sys.stderr)
+    sys.exit(2)
+try:
+    sys.exit(importlib.import_module(f"simulator.{COMMANDS[name]}").main(arguments))
+except Fault as fault:
+    sys.exit(str(fault))
