@@ -1,7 +1,7 @@
 # What `cmake --install` places and what `cpack` packs, in three components: the service with its set-ups, the
 # documents, and the daemons for development boards.
 include(GNUInstallDirs)
-set(PSIA_DAEMONS_MODULES __init__.py __main__.py texts.py messages.py settings.py clock.py device.py daemons.py uploads.py
+set(PSIA_DAEMONS_MODULES __init__.py __main__.py texts.py messages.py settings.py clock.py device.py daemons.py
   board.py schema.sql factory.sql namespaces.txt)
 
 option(PSIA_UNITS "Install the systemd units" ON)

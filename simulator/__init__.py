@@ -8,7 +8,6 @@ The modules, each of which imports only those before it:
     clock      the camera's clock, time zone and time since start
     device     the camera's files, network interface and queues, in private namespaces
     daemons    what the daemons do with each message, and how a rule makes them misbehave
-    uploads    settings that a client has uploaded
     board      the command "daemons": the daemons on a development board
     processes  children of a camera, the service among them
     inside     the command "inside": any program inside a camera

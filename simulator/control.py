@@ -60,7 +60,7 @@ class Control:
         self.run = int(time.time() * 1000)  # distinguishes the runs, whose journals all begin with 1
 
     def answers(self, exchange: Exchange) -> bool:
-        if exchange.url.startswith(PREFIX) or self.camera.is_down() or self.camera.ending:
+        if exchange.url.startswith(PREFIX) or not self.camera.up or self.camera.ending:
             return True
         return bool(why_foreign(exchange, self.camera.options.allow_host))
 
@@ -112,7 +112,7 @@ class Control:
     def state(self) -> dict[str, Any]:
         camera = self.camera
         return {
-            "up": not camera.is_down(),
+            "up": camera.up,
             "clock": clock.shown(camera.service_zone),
             "zone": camera.service_zone or camera.zone,
             "uptime": int(time.monotonic() - camera.booted_at),

@@ -1,7 +1,9 @@
 """The camera for people and test programs, or several: scripts/run starts it."""
 import asyncio
+import contextlib
 import errno
 import fcntl
+import functools
 import os
 import pathlib
 import signal
@@ -11,17 +13,16 @@ import time
 from argparse import Namespace
 from collections.abc import Callable
 
-from simulator import Fault, device, front, options, settings
+from simulator import Fault, device, front, options
 from simulator.camera import SERVICE_SOCKET, Camera, listen_at
 from simulator.control import Control
-from simulator.front import WebServer
 from simulator.outside import VIDEO_PORTS, Outside
 from simulator.processes import die_with
 from simulator.relay import Relay
 from simulator.runs import ReadyFile, announce, join_shell, running, start_shell
 
-HELP = (pathlib.Path(__file__).parent / "help.txt").read_text()
 FIRST_PORT, LAST_PORT = 8080, 8180
+END_SIGNALS = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
 ANSWERS = signal.SIGRTMIN  # by which one of several cameras tells that it does; each counts
 WELCOME = """
 Accounts of the factory, name:password, from the most to the least privileged:
@@ -45,12 +46,9 @@ long as these have the factory's passwords, and those travel unencrypted."""
 
 def main(arguments: list[str]) -> int:
     if "--help" in arguments:
-        print(HELP, end="")
+        print(pathlib.Path(__file__).with_name("help.txt").read_text(), end="")
         return 0
-    check = arguments[:1] == ["--check"]  # scripts/run has not built anything yet
-    given = options.read(arguments[check:])
-    if check:
-        return 0
+    given = options.read(arguments)
     if not os.access(given.service, os.X_OK):
         raise Fault(f"Cannot run {given.service}. Build the service first.")
     given.service = given.service.absolute()
@@ -62,14 +60,15 @@ def main(arguments: list[str]) -> int:
             raise Fault(f"No camera of this folder and user runs on port {given.port}.")
         print("No camera runs: the shell is inside one with its daemons only.", flush=True)
     pin_own_zone()
+    for number in END_SIGNALS:  # until a camera has handlers of its own, so that nothing is left of it
+        signal.signal(number, lambda *_: sys.exit(0))
     listeners = [] if given.socket or given.shell else open_ports(given)
-    ports = [listener.getsockname()[1] for listener in listeners]
     ready_file = ReadyFile(given.ready_file)
+    ready = functools.partial(tell_ready, given, listeners, ready_file)
     try:
         if given.cameras > 1:
-            return run_cameras(given, listeners, ports, ready_file)
-        listener = listeners[0] if listeners else None
-        return run_camera(given, "", listener, lambda: tell_ready(given, ports, ready_file))
+            return run_cameras(given, listeners, ready)
+        return run_camera(given, listeners[0] if listeners else None, ready)
     finally:
         ready_file.remove()
 
@@ -86,32 +85,28 @@ def open_ports(given: Namespace) -> list[socket.socket]:
     firsts = range(FIRST_PORT, LAST_PORT + 1) if given.port is None else [given.port]
     for first in firsts:
         listeners: list[socket.socket] = []
-        for number in range(given.cameras):
-            port = first + number if first else 0
-            try:
+        try:
+            for number in range(given.cameras):
+                port = first and first + number
                 listeners.append(front.listen(given.listen, port))
-            except OSError as error:
-                if error.errno != errno.EADDRINUSE:
-                    where = front.authority(given.listen, port)
-                    raise Fault(f"Cannot listen at {where}: {os.strerror(error.errno or 0)}") from error
-                break
-        if len(listeners) == given.cameras:
-            if given.port is None and first != FIRST_PORT:
-                print(f"Port {FIRST_PORT} is taken; using {first}.")
-            return listeners
-        for listener in listeners:
-            listener.close()
+        except OSError as error:
+            if error.errno != errno.EADDRINUSE:
+                where = front.authority(given.listen, port)
+                raise Fault(f"Cannot listen at {where}: {os.strerror(error.errno or 0)}") from error
+            continue
+        if given.port is None and first != FIRST_PORT:
+            print(f"Port {FIRST_PORT} is taken; using {first}.", flush=True)
+        return listeners
     advice = " Leave --port out to have a free one chosen." if given.port is not None else ""
     raise Fault(f"Port {port} is taken.{advice}")
 
 
-def tell_ready(given: Namespace, ports: list[int], ready_file: ReadyFile) -> None:
+def tell_ready(given: Namespace, listeners: list[socket.socket], ready_file: ReadyFile) -> None:
     """Shows the welcome and writes the ready file, once all cameras answer."""
-    if not ports:
-        return
+    ports = [listener.getsockname()[1] for listener in listeners]
     urls = [f"http://{front.authority(front.reachable(given.listen), port)}" for port in ports]
     print()
-    for number, url in enumerate(urls, given.number):
+    for number, url in enumerate(urls, 1):
         own = device.Identity(number)
         print(f"{own.name}, serial number {own.serial_number}: page {url}/  management service {url}/PSIA")
     if not front.is_loopback(given.listen):
@@ -120,91 +115,75 @@ def tell_ready(given: Namespace, ports: list[int], ready_file: ReadyFile) -> Non
     ready_file.write("".join(f"{url}\n" for url in urls))
 
 
-def lock(directory: pathlib.Path) -> None:
-    """Sees to it that no other camera keeps its settings there, as long as this process lives."""
-    try:
-        directory.mkdir(parents=True, exist_ok=True)
-        fcntl.flock(os.open(directory / "lock", os.O_RDWR | os.O_CREAT, 0o600), fcntl.LOCK_EX | fcntl.LOCK_NB)
-    except BlockingIOError as error:
-        raise Fault(f"Cannot use {directory}: another camera keeps its settings there.") from error
-    except OSError as error:
-        raise Fault(f"Cannot use {directory}: {error.strerror}") from error
-
-
-def run_camera(
-    given: Namespace, prefix: str, listener: socket.socket | None, ready: Callable[[], None]
-) -> int:
-    """Runs one camera in this process. Without a listener there is no web server."""
-    # Before anything is made that a signal's end would leave.
-    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-        signal.signal(number, lambda *_: sys.exit(0))
-    # In the machine's network, before the camera enters its own.
-    port = given.video_port
-    ports = VIDEO_PORTS if port is None else [port and port + given.number - 1]
-    outside = Outside(given.listen, ports if given.video else [])
-    announced = announce(given.run_directory, listener.getsockname()[1]) if listener else None
-    web_server: WebServer | None = None
-    # In the machine's file system, before the camera's covers it.
-    web_socket = listen_at(given.socket) if given.socket and not given.shell else None
-    try:
-        if given.keep:
-            lock(given.keep)
-        device.enter(given.number, given.keep)
-        for statement in given.set:
-            settings.execute(statement)
-        if listener:
-            web_server = WebServer(listener, given.page)
-            web_socket = listen_at(front.SOCKET)
-            listener.close()
-        camera = Camera(given, prefix, ready, outside)
-        if web_socket:
-            camera.relay = Relay(web_socket, SERVICE_SOCKET, Control(camera))
-        else:
-            camera.boot()
-        return asyncio.run(camera.run(web_server, None if web_socket else start_shell(given.service)))
-    finally:
-        if web_server:
-            web_server.stop()
-        if announced:
-            announced.close()
-        if given.socket and web_socket:
-            given.socket.unlink(missing_ok=True)
-
-
-def run_cameras(
-    given: Namespace, listeners: list[socket.socket], ports: list[int], ready_file: ReadyFile
-) -> int:
-    """Several cameras, each in a process of its own. All end when one does, or when this process is told
-    to."""
+def run_cameras(given: Namespace, listeners: list[socket.socket], ready: Callable[[], None]) -> int:
+    """Each camera in a process of its own. All end when one does, or when this process is told to."""
     parent = os.getpid()
-    signals = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGCHLD, ANSWERS}
+    signals = END_SIGNALS | {signal.SIGCHLD, ANSWERS}
     signal.pthread_sigmask(signal.SIG_BLOCK, signals)
     processes = []
-    for number, listener in enumerate(listeners):
+    for number, listener in enumerate(listeners, 1):
         process = os.fork()
         if process == 0:
-            status = 1
-            try:
-                die_with(parent, signal.SIGTERM)
-                os.setpgid(0, 0)  # the parent hears the keys of the terminal
-                signal.pthread_sigmask(signal.SIG_UNBLOCK, signals)
-                given.number += number
-                given.keep = given.keep and given.keep / str(given.number)
-                status = run_camera(given, f"{ports[number]}  ", listener, lambda: os.kill(parent, ANSWERS))
-            except Fault as fault:
-                print(fault, file=sys.stderr)
-            finally:
-                sys.stdout.flush()
-                os._exit(status)
+            die_with(parent, signal.SIGTERM)
+            os.setpgid(0, 0)  # the parent hears the keys of the terminal
+            signal.pthread_sigmask(signal.SIG_UNBLOCK, signals)
+            given.number, given.prefix = number, f"{listener.getsockname()[1]}  "
+            given.keep = given.keep and given.keep / str(number)
+            given.video_port = given.video_port and given.video_port + number - 1
+            # Ten interpreters that clean up before they end would take half a second more.
+            os._exit(run_camera(given, listener, lambda: os.kill(parent, ANSWERS)))
         processes.append(process)
     try:
-        answering = 0
-        while signal.sigwait(signals) == ANSWERS:
-            answering += 1
-            if answering == len(processes):
-                tell_ready(given, ports, ready_file)
+        if all(signal.sigwait(signals) == ANSWERS for _ in processes):
+            ready()
+            signal.sigwait(signals)
     finally:
         for process in processes:
             os.kill(process, signal.SIGTERM)
         statuses = [os.waitpid(process, 0)[1] for process in processes]
     return 1 if any(statuses) else 0
+
+
+def run_camera(given: Namespace, listener: socket.socket | None, ready: Callable[[], None]) -> int:
+    """Runs one camera in this process. Without a listener there is no web server."""
+    with contextlib.ExitStack() as at_end:
+        # In the machine's network and file system, before the camera enters its own.
+        video_ports = VIDEO_PORTS if given.video_port is None else [given.video_port]
+        outside = Outside(given.listen, video_ports if given.video else [])
+        web_socket = web_server = None
+        if listener:
+            at_end.enter_context(announce(given.run_directory, listener.getsockname()[1]))
+        elif not given.shell:
+            web_socket = listen_at(given.socket)
+            at_end.callback(given.socket.unlink, missing_ok=True)
+        if given.keep:
+            lock(given.keep)
+        device.enter(given.number, given.keep)
+        if listener:
+            web_server = front.WebServer(listener, given.page)
+            at_end.callback(web_server.stop)
+            web_socket = listen_at(front.SOCKET)
+        camera = Camera(given, outside)
+        at_end.callback(camera.streams.stop)
+        for number in END_SIGNALS:
+            signal.signal(number, camera.end)
+        if web_socket:
+            relay = Relay(web_socket, str(SERVICE_SOCKET), Control(camera))
+            camera.service.start()
+            if listener:
+                ready()
+            asyncio.run(camera.run(relay, web_server))
+        else:
+            camera.run_beside(start_shell(given.service))
+    return 0
+
+
+def lock(directory: pathlib.Path) -> None:
+    """Sees to it that no other camera keeps its settings there, as long as this process lives."""
+    try:
+        directory.mkdir(parents=True, exist_ok=True)
+        fcntl.flock(os.open(directory / "lock", os.O_RDWR | os.O_CREAT, 0o600), fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except OSError as error:
+        taken = error.errno == errno.EWOULDBLOCK
+        reason = "another camera keeps its settings there." if taken else error.strerror
+        raise Fault(f"Cannot use {directory}: {reason}") from error

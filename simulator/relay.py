@@ -113,7 +113,6 @@ class Relay:
         self.service_path = service_path
         self.camera = camera
         self.turn = asyncio.Lock()  # of the request that is at the service
-        self.current: Exchange | None = None  # that request
         self.connections: set[asyncio.Task[None]] = set()  # each one request that is not answered yet
 
     async def run(self) -> None:
@@ -160,7 +159,6 @@ class Relay:
         with socket.socket(socket.AF_UNIX) as service:
             service.connect(self.service_path)  # the camera itself listens there, also while no service runs
             service.setblocking(False)
-            self.current = exchange
             self.camera.begin(exchange)
             request = asyncio.create_task(pass_request(exchange, begun, web, service))
             while record := await receive_record(service, exchange):
@@ -170,6 +168,5 @@ class Relay:
             request.cancel()
             await asyncio.wait([request])
         exchange.note_end()
-        self.current = None
         self.camera.end(exchange)
         await send(web, record)  # last, because a client that has its answer looks for the request in the log
