@@ -64,7 +64,7 @@ def prepare_settings() -> None:
 def act_on(message: messages.Message) -> daemons.Deed:
     """What of a message can be done without changing the board."""
     if message.command == messages.CLOCK:
-        settings.execute(f"update Network set DateTimeSync={message.number(messages.PAYLOAD)}")
+        settings.execute(f"update Network set DateTimeSync={message.fields['mode']}")
         return daemons.Deed("the mode is stored, the board's clock stays")
     if message.command == messages.FACTORY_RESET:
         settings.take_rows()

@@ -39,21 +39,26 @@ def connect(path: pathlib.Path = DATABASE, mode: str = "rw") -> sqlite3.Connecti
     return connection
 
 
-def execute(sql: str, path: pathlib.Path = DATABASE) -> None:
+@contextlib.contextmanager
+def opened(path: pathlib.Path = DATABASE, mode: str = "rw") -> Iterator[sqlite3.Connection]:
+    """What SQLite cannot do is a fault."""
     try:
-        with contextlib.closing(connect(path)) as database:
-            database.executescript(sql)
+        with contextlib.closing(connect(path, mode)) as database:
+            yield database
     except (sqlite3.Error, sqlite3.Warning) as error:
         raise Fault(f"{path}: {error}") from error
 
 
+def execute(sql: str, path: pathlib.Path = DATABASE) -> None:
+    with opened(path) as database:
+        database.executescript(sql)
+
+
 def query(sql: str, path: pathlib.Path = DATABASE) -> list[tuple[Any, ...]]:
     """The rows that a statement gives; none when it fails."""
-    try:
-        with contextlib.closing(connect(path)) as database:
-            return database.execute(sql).fetchall()
-    except sqlite3.Error:
-        return []
+    with contextlib.suppress(Fault), opened(path) as database:
+        return database.execute(sql).fetchall()
+    return []
 
 
 def create(own_rows: str = "") -> None:
@@ -68,17 +73,14 @@ def create(own_rows: str = "") -> None:
 def take_rows(source: pathlib.Path = DEFAULTS) -> None:
     """Puts the rows of another database into the camera's, in place of all that it has: those of the factory,
     for example."""
-    try:
-        with contextlib.closing(connect()) as database:
-            database.execute("pragma trusted_schema=off")
-            database.execute("attach ? as source", (str(source),))
-            database.execute("begin immediate")
-            for (table,) in database.execute(TABLES).fetchall():
-                database.execute(f"delete from main.{table}")
-                database.execute(f"insert into main.{table} select * from source.{table}")
-            database.execute("commit")
-    except sqlite3.Error as error:
-        raise Fault(f"{DATABASE}: {error}") from error
+    with opened() as database:
+        database.execute("pragma trusted_schema=off")
+        database.execute("attach ? as source", (str(source),))
+        database.execute("begin immediate")
+        for (table,) in database.execute(TABLES).fetchall():
+            database.execute(f"delete from main.{table}")
+            database.execute(f"insert into main.{table} select * from source.{table}")
+        database.execute("commit")
 
 
 def check(path: pathlib.Path) -> None:
@@ -87,12 +89,12 @@ def check(path: pathlib.Path) -> None:
         own.executescript(SCHEMA)
         expected = own.execute(COLUMNS).fetchall()
     try:
-        with contextlib.closing(connect(path, "ro")) as database:
+        with opened(path, "ro") as database:
             database.execute("pragma trusted_schema=off")
             verdict = database.execute("pragma quick_check(1)").fetchall()
             columns = database.execute(COLUMNS).fetchall()
-    except sqlite3.Error as error:
-        raise Fault("it is no SQLite database") from error
+    except Fault as fault:
+        raise Fault("it is no SQLite database") from fault
     if verdict != [("ok",)]:
         raise Fault("the database is damaged")
     if columns != expected:
@@ -101,7 +103,7 @@ def check(path: pathlib.Path) -> None:
 
 def read(database: sqlite3.Connection) -> Tables:
     """All rows. The key of a row is its first column; in a table without a key "", "1", "2" and so on."""
-    tables: Tables = {}
+    tables: Tables = collections.defaultdict(dict)  # also for a table that somebody has removed
     for (table,) in database.execute(TABLES).fetchall():
         has_key = database.execute("select 1 from pragma_table_info(?) where pk = 1", (table,)).fetchone()
         found = database.execute(f'select * from "{table}"')
@@ -113,12 +115,8 @@ def read(database: sqlite3.Connection) -> Tables:
 
 
 def current() -> Tables:
-    """All rows now, also for a table that somebody has removed."""
-    try:
-        with contextlib.closing(connect(DATABASE, "ro")) as database:
-            return collections.defaultdict(dict, read(database))
-    except sqlite3.Error as error:
-        raise Fault(f"{DATABASE}: {error}") from error
+    with opened(DATABASE, "ro") as database:
+        return read(database)
 
 
 def number(value: Any) -> int:
@@ -137,21 +135,24 @@ class Change(NamedTuple):
 
 
 def differences(before: Tables, after: Tables) -> Iterator[Change]:
-    for table in after:
-        old, new = before.get(table, {}), after[table]
-        for key, row in old.items():
-            if key not in new:
-                yield Change(table, key, "", row, None)
+    for table, new_rows in after.items():
+        old_rows = before.get(table, {})
+        for key in old_rows | new_rows:
+            old, new = old_rows.get(key), new_rows.get(key)
+            if old is None or new is None:
+                yield Change(table, key, "", old, new)
                 continue
-            for column, value in row.items():
-                if value != new[key].get(column):
-                    yield Change(table, key, column, value, new[key].get(column))
-        for key, row in new.items():
-            if key not in old:
-                yield Change(table, key, "", None, row)
+            for column, value in old.items():
+                if value != new.get(column):
+                    yield Change(table, key, column, value, new.get(column))
 
 
-def text(value: Any) -> str:
+def public(row: Row) -> dict[str, str]:
+    """The values as texts, without passwords."""
+    return {name: "" if value is None else str(value) for name, value in row.items() if name != "Password"}
+
+
+def short(value: Any) -> str:
     shown = "" if value is None else str(value)
     return shown[:MAX_VALUE] + "..." if len(shown) > MAX_VALUE else shown
 
@@ -162,11 +163,11 @@ def in_words(change: Change) -> str:
     if change.column == "Password":
         return f"{place}.{change.column}: changed, not shown"
     if change.column:
-        return f"{place}.{change.column}: {text(change.before)} -> {text(change.after)}"
+        return f"{place}.{change.column}: {short(change.before)} -> {short(change.after)}"
     if change.after is None:
         return f"{place} removed"
-    values = {column: text(value) for column, value in change.after.items() if column != "Password"}
-    added = [f" {column} {value}" for column, value in values.items() if value not in ("", text(change.key))]
+    values = public(change.after).items()
+    added = [f" {column} {short(value)}" for column, value in values if value not in ("", change.key)]
     return f"{place} added:" + "".join(added)
 
 
@@ -194,17 +195,8 @@ class Watch:
 
     def shown(self) -> dict[str, list[dict[str, str]]]:
         """All rows without passwords, for the page and for test programs."""
-        return {
-            table: [
-                {
-                    column: "" if value is None else str(value)
-                    for column, value in row.items()
-                    if column != "Password"
-                }
-                for _, row in sorted(rows.items())
-            ]
-            for table, rows in self.tables.items()
-        }
+        tables = self.tables.items()
+        return {table: [public(row) for _, row in sorted(rows.items())] for table, rows in tables}
 
     def close(self) -> None:
         self.database.close()
