@@ -11,19 +11,16 @@ from simulator.settings import Row, Tables, number
 LINKS = {"SensorRelay": "RelayID", "FTPServer": "FTPServerID", "SMTPServer": "SMTPServerID"}
 
 
-def hours(value: int) -> str:
-    return f"{value // 100:02d}:{value % 100:02d}"
-
-
 def why_disarmed(trigger: Row, now: datetime) -> str:
     """Empty when the schedule has the trigger armed at the camera's local time."""
     start, end = number(trigger["StartTime"]), number(trigger["EndTime"])
+    since, until = (f"{time // 100:02d}:{time % 100:02d}" for time in (start, end))
     if start >= end:
-        return f"the schedule ends at {hours(end)}, before it starts at {hours(start)}"
+        return f"the schedule ends at {until}, before it starts at {since}"
     if not number(trigger["Week"]) >> now.isoweekday() % 7 & 1:
         return f"the schedule has no {now:%A}"
     if not start <= now.hour * 100 + now.minute < end:
-        return f"it is {now:%H:%M}, and the schedule is from {hours(start)} to {hours(end)}"
+        return f"it is {now:%H:%M}, and the schedule is from {since} to {until}"
     return ""
 
 

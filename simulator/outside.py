@@ -12,7 +12,7 @@ from collections.abc import Callable, Iterator, Sequence
 from typing import Any
 
 from simulator import Fault, front
-from simulator.processes import die_with
+from simulator.processes import die_with, start
 
 HERE = pathlib.Path(__file__).parent
 STILL = HERE / "still.jpg"  # the picture of an alarm without --video
@@ -41,18 +41,19 @@ class Outside:
         """Starts the process; this one must not have entered the device yet. With ports it is an RTSP server
         at the first that is free."""
         self.pipe, theirs = socket.socketpair(type=socket.SOCK_SEQPACKET)
-        listener, self.port, self.url = None, 0, ""
+        self.port, self.url = 0, ""
+        parent = os.getpid()
         if ports:
             listener = listen(address, ports)
             self.port = listener.getsockname()[1]
             self.url = f"rtsp://{front.authority(front.reachable(address), self.port)}"
-        parent = os.getpid()
-        if os.fork() == 0:
+            ends = theirs.fileno(), listener.fileno()
+            command = [PYTHON, "-m", "simulator.rtsp", *map(str, ends)]
+            start(command, pass_fds=ends, env=os.environ | {"PYTHONPATH": str(HERE.parent)})
+        elif os.fork() == 0:
             try:
                 die_with(parent)
                 os.setpgid(0, 0)  # no key on the terminal reaches it
-                if listener:
-                    start_rtsp_server(theirs, listener)
                 os.closerange(3, theirs.fileno())
                 os.closerange(theirs.fileno() + 1, os.sysconf("SC_OPEN_MAX"))
                 while message := theirs.recv(MAX_MESSAGE):
@@ -70,13 +71,6 @@ class Outside:
         except ConnectionResetError:
             pass  # it has ended with messages unread
         raise Fault("The RTSP server has ended. scripts/run --video installs what it needs.")
-
-
-def start_rtsp_server(pipe: socket.socket, listener: socket.socket) -> None:
-    for end in pipe, listener:
-        end.set_inheritable(True)
-    arguments = [PYTHON, "-m", "simulator.rtsp", str(pipe.fileno()), str(listener.fileno())]
-    os.execve(PYTHON, arguments, os.environ | {"PYTHONPATH": str(HERE.parent)})
 
 
 def deliver(alarm: dict[str, Any], picture: Callable[[], bytes], pipe: socket.socket) -> None:

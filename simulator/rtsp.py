@@ -48,9 +48,8 @@ class Server:
         if self.state and before.get("accounts") != self.state["accounts"]:
             self.server.set_auth(self.accounts())
         for name in "Master-0", "Slave-0":
-            pipeline = self.state.get(name, "")
-            if pipeline != before.get(name, ""):
-                self.change(name, pipeline)
+            if before.get(name) != self.state.get(name):
+                self.change(name, self.state.get(name, ""))
         return self.show()
 
     def accounts(self) -> Any:

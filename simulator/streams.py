@@ -5,22 +5,23 @@ from typing import Any
 
 from simulator import clock, messages, settings
 from simulator.outside import Outside, tell
-from simulator.settings import number
+from simulator.settings import Row, number
 from simulator.texts import harmless
 
 Sizes = dict[int, tuple[int, int]]
 WIDE: Sizes = {0: (704, 480), 1: (704, 240), 2: (352, 240), 3: (144, 112), 4: (1280, 720), 5: (1920, 1080)}
 TALL = WIDE | {4: (1280, 1024), 5: (2040, 1536)}  # pictures of 4:3
+# Name, quantizer of H.264 and percentage of JPEG of each quality.
+QUALITIES = ("best", 18, 95), ("good", 22, 85), ("medium", 26, 70), ("low", 32, 50), ("lowest", 38, 30)
 SOUNDS = {
     0: ("G.711 µ-law", "mulawenc ! rtppcmupay"),
     1: ("G.711 A-law", "alawenc ! rtppcmapay"),
     2: ("G.726, 24 kbit/s", "avenc_g726 bitrate=24000 ! rtpg726pay"),
     3: ("G.726, 32 kbit/s", "avenc_g726 bitrate=32000 ! rtpg726pay"),
 }
-MOVING = "videotestsrc is-live=true horizontal-speed=2"
+DRESS = """videobalance name=picture ! textoverlay name=words shaded-background=true draw-outline=false
+    auto-resize=false valignment=top halignment=left line-alignment=left"""  # what changes while it runs
 ACCOUNTS = "select ifnull(UserID, ''), ifnull(Password, '') from User where Level between 0 and 3"
-# Name, quantizer of H.264 and percentage of JPEG of each quality.
-QUALITIES = ("best", 18, 95), ("good", 22, 85), ("medium", 26, 70), ("low", 32, 50), ("lowest", 38, 30)
 TOLD = (messages.PICTURE, messages.ENCODER, messages.AUDIO, messages.RTSP_PORT)
 
 
@@ -29,32 +30,24 @@ def within(least: int, value: Any, most: int) -> int:
     return max(least, min(number(value), most))
 
 
-def encoder(row: settings.Row) -> tuple[str, str]:
-    """As a pipeline, and in words."""
-    name, quantizer, percent = QUALITIES[row["Quality"] if row["Quality"] in range(5) else 2]
-    if not row["Codec"]:
-        return f"jpegenc quality={percent} ! rtpjpegpay", f"{name} quality"
-    rate, words = f"pass=quant quantizer={quantizer}", f"{name} quality"
-    if row["QualityType"] == 0:
-        bitrate = within(64, row["Bitrate"], 10240)
-        rate, words = f"bitrate={bitrate}", f"{bitrate} kbit/s"
-    # With several threads a picture has several slices, and a client shows the first picture in part.
-    encode = f"x264enc tune=zerolatency speed-preset=ultrafast threads=1 {rate}"
-    encode += f" key-int-max={within(1, row['GOPSize'], 300)} ! video/x-h264,profile=baseline"
-    return f"{encode} ! rtph264pay config-interval=-1", words
-
-
-def picture(row: settings.Row, sizes: Sizes) -> tuple[str, str]:
-    """What a stream shows, as a pipeline without its source, and in words."""
+def video(row: Row, sizes: Sizes) -> tuple[str, str, list[str]]:
+    """Pipelines of what a stream shows, without its source, and of its encoder; both in words."""
     width, height = sizes.get(row["Resolution"], sizes[4])
     rate = within(1, row["Framerate"], 30)
-    font = max(9, height / 32) * 640 / width  # the overlay counts 640 pixels to the line
-    pipeline = f"video/x-raw,format=I420,width={width},height={height},framerate={rate}/1"
-    pipeline += (
-        " ! videobalance name=picture ! textoverlay name=words shaded-background=true draw-outline=false"
-    )
-    pipeline += f' valignment=top halignment=left line-alignment=left font-desc="Monospace {font:.1f}px"'
-    return pipeline, f"{'H.264' if row['Codec'] else 'MJPEG'} {width}x{height}, {rate} frames a second"
+    form = f"video/x-raw,format=I420,width={width},height={height},framerate={rate}/1"
+    shown = f'{form} ! {DRESS} font-desc="Monospace {max(9, height / 32):.1f}px"'
+    name, quantizer, percent = QUALITIES[row["Quality"] if row["Quality"] in range(5) else 2]
+    codec, quality, encoder = "MJPEG", f"{name} quality", f"jpegenc quality={percent} ! rtpjpegpay"
+    if row["Codec"]:
+        codec, control = "H.264", f"pass=quant quantizer={quantizer}"
+        if row["QualityType"] == 0:
+            bitrate = within(64, row["Bitrate"], 10240)
+            quality, control = f"{bitrate} kbit/s", f"bitrate={bitrate}"
+        control += f" key-int-max={within(1, row['GOPSize'], 300)}"
+        # With several threads a picture has several slices, and a client shows the first picture in part.
+        encoder = f"x264enc tune=zerolatency speed-preset=ultrafast threads=1 {control}"
+        encoder += " ! video/x-h264,profile=baseline ! rtph264pay config-interval=-1"
+    return shown, encoder, [f"{codec} {width}x{height}, {rate} frames a second", quality]
 
 
 def from_settings() -> dict[str, Any]:
@@ -63,22 +56,22 @@ def from_settings() -> dict[str, Any]:
     source, audio = tables["VideoSource"].get("0", {}), tables["Audio"].get("0", {})
     names = "Brightness", "Contrast", "Hue"
     bright, contrast, hue = (within(0, source.get(name, 50), 100) for name in names)
-    levels = f"brightness {bright}, contrast {contrast}, hue {hue}"
-    state: dict[str, Any] = {"words": {}}
-    state["levels"] = {"brightness": bright / 100 - 0.5, "contrast": contrast / 50, "hue": hue / 50 - 1}
+    levels = {"brightness": bright / 100 - 0.5, "contrast": contrast / 50, "hue": hue / 50 - 1}
     heard, sound = SOUNDS.get(audio.get("Codec", 0), SOUNDS[0])
     sound = f"audiotestsrc is-live=true wave=ticks ! audio/x-raw,rate=8000,channels=1 ! {sound} name=pay1"
     if not number(audio.get("Enable")):
         heard, sound = "no audio", ""
+    state: dict[str, Any] = {"levels": levels, "words": {}}
     for key, row in tables["VideoEncoder"].items():
         name = "Slave-0" if key == "1" else "Master-0"
-        seen, words = picture(row, TALL if source.get("CaptureMode") == 1 else WIDE)
-        state.setdefault("still", f"videotestsrc num-buffers=1 ! {seen} ! jpegenc ! appsink name=sink")
+        shown, encoder, words = video(row, TALL if source.get("CaptureMode") == 1 else WIDE)
+        state.setdefault("still", f"videotestsrc num-buffers=1 ! {shown} ! jpegenc ! appsink name=sink")
         state["words"][name] = ["off"]
         if row["Enable"] == 1:
-            encode, quality = encoder(row)
-            state[name] = f"{MOVING} ! {seen} ! {encode} name=pay0 {sound}"
-            state["words"][name] = [words, quality, heard, levels]
+            words += [heard, f"brightness {bright}, contrast {contrast}, hue {hue}"]
+            moving = "videotestsrc is-live=true horizontal-speed=2"
+            state[name] = f"{moving} ! {shown} ! {encoder} name=pay0 {sound}"
+            state["words"][name] = words
     return state
 
 
@@ -124,10 +117,10 @@ class Streams:
         """Shows the state, with what needs no message: accounts, name, clock."""
         if self.state:
             accounts = settings.query(ACCOUNTS)
-            (name,) = (settings.query("select DDNSHostname from Network") or [("",)])[0]
+            name = next((str(name) for (name,) in settings.query("select DDNSHostname from Network")), "")
             # GStreamer takes no text that is no UTF-8.
             self.state["accounts"] = {user: word for user, word in accounts if f"{user}{word}".isprintable()}
-            self.state |= {"camera": harmless(str(name)), "zone": zone, "ahead": clock.ahead()}
+            self.state |= {"camera": harmless(name), "zone": zone, "ahead": clock.ahead()}
         if self.state != self.sent:
             self.sent = dict(self.state)
             tell(self.outside.pipe, state=self.state)
@@ -137,5 +130,4 @@ class Streams:
         """Who watches a stream is a row while he does."""
         settings.query(f"delete from ClientList where Address = '{address}' and Port = {port}")
         if watches:
-            values = f"null, '{watches}', '{address}', {port}"
-            settings.query(f"insert into ClientList values ({values})")
+            settings.query(f"insert into ClientList values (null, '{watches}', '{address}', {port})")
