@@ -124,8 +124,7 @@ class Daemons:
 
     def step(self) -> None:
         """Answers what can be answered without waiting."""
-        while self.unsent:
-            message, record = self.unsent[0]
+        for message, record in self.unsent[:]:
             gone = sender_has_ended(message)
             if not gone and not REPLIES.send(record):
                 break

@@ -7,7 +7,7 @@ import pathlib
 import sqlite3
 import urllib.parse
 from collections.abc import Iterator
-from typing import Any, NamedTuple
+from typing import Any
 
 from simulator import Fault
 from simulator.texts import decoded
@@ -17,9 +17,8 @@ DIRECTORY = pathlib.Path(os.environ.get("PSIA_SETTINGS_DIR", "/usr/local/orvid")
 DATABASE = DIRECTORY / "morvid.db"
 DEFAULTS = DIRECTORY / "conf/default.db"  # what a factory reset restores
 
-HERE = pathlib.Path(__file__).parent
-SCHEMA = (HERE / "schema.sql").read_text()
-FACTORY_ROWS = (HERE / "factory.sql").read_text()
+SCHEMA = pathlib.Path(__file__).with_name("schema.sql").read_text()
+FACTORY_ROWS = pathlib.Path(__file__).with_name("factory.sql").read_text()
 COLUMNS = """select t.name, c.name from sqlite_master t, pragma_table_info(t.name) c
     where t.type = 'table' order by t.name, c.cid"""
 TABLES = "select name from sqlite_master where type = 'table' order by name"
@@ -124,27 +123,19 @@ def number(value: Any) -> int:
     return value if isinstance(value, int) else 0
 
 
-class Change(NamedTuple):
-    """What has become of a row, or of one of its values."""
-
-    table: str
-    key: str
-    column: str  # "": the whole row
-    before: Any
-    after: Any
-
-
-def differences(before: Tables, after: Tables) -> Iterator[Change]:
+def differences(before: Tables, after: Tables) -> Iterator[tuple[str, str, str, Any, Any]]:
+    """What has changed: table, key and column with the old and the new value. Without a column the values are
+    whole rows, None for one that is not there."""
     for table, new_rows in after.items():
         old_rows = before.get(table, {})
         for key in old_rows | new_rows:
             old, new = old_rows.get(key), new_rows.get(key)
             if old is None or new is None:
-                yield Change(table, key, "", old, new)
+                yield table, key, "", old, new
                 continue
             for column, value in old.items():
                 if value != new.get(column):
-                    yield Change(table, key, column, value, new.get(column))
+                    yield table, key, column, value, new.get(column)
 
 
 def public(row: Row) -> dict[str, str]:
@@ -157,17 +148,16 @@ def short(value: Any) -> str:
     return shown[:MAX_VALUE] + "..." if len(shown) > MAX_VALUE else shown
 
 
-def in_words(change: Change) -> str:
+def in_words(table: str, key: str, column: str, old: Any, new: Any) -> str:
     """As "Audio[0].Enable: 1 -> 0". Passwords are not shown."""
-    place = f"{change.table}[{change.key}]" if change.key else change.table
-    if change.column == "Password":
-        return f"{place}.{change.column}: changed, not shown"
-    if change.column:
-        return f"{place}.{change.column}: {short(change.before)} -> {short(change.after)}"
-    if change.after is None:
+    place = f"{table}[{key}]" if key else table
+    if column == "Password":
+        return f"{place}.{column}: changed, not shown"
+    if column:
+        return f"{place}.{column}: {short(old)} -> {short(new)}"
+    if new is None:
         return f"{place} removed"
-    values = public(change.after).items()
-    added = [f" {column} {short(value)}" for column, value in values if value not in ("", change.key)]
+    added = [f" {name} {short(value)}" for name, value in public(new).items() if value not in ("", key)]
     return f"{place} added:" + "".join(added)
 
 
@@ -188,7 +178,7 @@ class Watch:
             tables = read(self.database)
         except sqlite3.Error:
             return []  # locked or replaced: seen the next time
-        lines = [in_words(change) for change in differences(self.tables, tables)]
+        lines = [in_words(*change) for change in differences(self.tables, tables)]
         self.version, self.tables = version, tables
         more = len(lines) - MAX_CHANGES
         return lines[:MAX_CHANGES] + [f"and {more} more"] * (more > 0)

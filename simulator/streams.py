@@ -1,6 +1,5 @@
 """The streams of a camera with --video: what the media daemon makes of the settings when it is told of a
 change. The RTSP server serves them."""
-
 from typing import Any
 
 from simulator import clock, messages, settings
@@ -51,7 +50,7 @@ def video(row: Row, sizes: Sizes) -> tuple[str, str, list[str]]:
 
 
 def from_settings() -> dict[str, Any]:
-    """What the RTSP server is to show: a pipeline for each stream that is on, and words about them."""
+    """What the RTSP server is to show: the pipelines of the streams, empty for off, and words about them."""
     tables = settings.current()
     source, audio = tables["VideoSource"].get("0", {}), tables["Audio"].get("0", {})
     names = "Brightness", "Contrast", "Hue"
@@ -66,12 +65,11 @@ def from_settings() -> dict[str, Any]:
         name = "Slave-0" if key == "1" else "Master-0"
         shown, encoder, words = video(row, TALL if source.get("CaptureMode") == 1 else WIDE)
         state.setdefault("still", f"videotestsrc num-buffers=1 ! {shown} ! jpegenc ! appsink name=sink")
-        state["words"][name] = ["off"]
-        if row["Enable"] == 1:
-            words += [heard, f"brightness {bright}, contrast {contrast}, hue {hue}"]
-            moving = "videotestsrc is-live=true horizontal-speed=2"
-            state[name] = f"{moving} ! {shown} ! {encoder} name=pay0 {sound}"
-            state["words"][name] = words
+        pipeline = f"videotestsrc is-live=true horizontal-speed=2 ! {shown} ! {encoder} name=pay0 {sound}"
+        words += [heard, f"brightness {bright}, contrast {contrast}, hue {hue}"]
+        is_on = row["Enable"] == 1
+        state[name] = pipeline if is_on else ""
+        state["words"][name] = words if is_on else ["off"]
     return state
 
 
