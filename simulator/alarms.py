@@ -14,7 +14,7 @@ LINKS = {"SensorRelay": "RelayID", "FTPServer": "FTPServerID", "SMTPServer": "SM
 def why_disarmed(trigger: Row, now: datetime) -> str:
     """Empty when the schedule has the trigger armed at the camera's local time."""
     start, end = number(trigger["StartTime"]), number(trigger["EndTime"])
-    since, until = (f"{time // 100:02d}:{time % 100:02d}" for time in (start, end))
+    since, until = (f"{value // 100:02d}:{value % 100:02d}" for value in (start, end))
     if start >= end:
         return f"the schedule ends at {until}, before it starts at {since}"
     if not number(trigger["Week"]) >> now.isoweekday() % 7 & 1:

@@ -40,7 +40,7 @@ def connect(path: pathlib.Path = DATABASE, mode: str = "rw") -> sqlite3.Connecti
 
 @contextlib.contextmanager
 def opened(path: pathlib.Path = DATABASE, mode: str = "rw") -> Iterator[sqlite3.Connection]:
-    """What SQLite cannot do is a fault."""
+    """For a few statements; what SQLite refuses is a fault."""
     try:
         with contextlib.closing(connect(path, mode)) as database:
             yield database
@@ -102,7 +102,7 @@ def check(path: pathlib.Path) -> None:
 
 def read(database: sqlite3.Connection) -> Tables:
     """All rows. The key of a row is its first column; in a table without a key "", "1", "2" and so on."""
-    tables: Tables = collections.defaultdict(dict)  # also for a table that somebody has removed
+    tables: Tables = collections.defaultdict(dict)  # a table that somebody has removed has no rows
     for (table,) in database.execute(TABLES).fetchall():
         has_key = database.execute("select 1 from pragma_table_info(?) where pk = 1", (table,)).fetchone()
         found = database.execute(f'select * from "{table}"')

@@ -7,8 +7,7 @@ from simulator.outside import Outside, tell
 from simulator.settings import Row, number
 from simulator.texts import harmless
 
-Sizes = dict[int, tuple[int, int]]
-WIDE: Sizes = {0: (704, 480), 1: (704, 240), 2: (352, 240), 3: (144, 112), 4: (1280, 720), 5: (1920, 1080)}
+WIDE = {0: (704, 480), 1: (704, 240), 2: (352, 240), 3: (144, 112), 4: (1280, 720), 5: (1920, 1080)}
 TALL = WIDE | {4: (1280, 1024), 5: (2040, 1536)}  # pictures of 4:3
 # Name, quantizer of H.264 and percentage of JPEG of each quality.
 QUALITIES = ("best", 18, 95), ("good", 22, 85), ("medium", 26, 70), ("low", 32, 50), ("lowest", 38, 30)
@@ -29,7 +28,7 @@ def within(least: int, value: Any, most: int) -> int:
     return max(least, min(number(value), most))
 
 
-def video(row: Row, sizes: Sizes) -> tuple[str, str, list[str]]:
+def video(row: Row, sizes: dict[int, tuple[int, int]]) -> tuple[str, str, list[str]]:
     """Pipelines of what a stream shows, without its source, and of its encoder; both in words."""
     width, height = sizes.get(row["Resolution"], sizes[4])
     rate = within(1, row["Framerate"], 30)
