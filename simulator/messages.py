@@ -18,7 +18,7 @@ MASTER = 1  # stream of ENCODER; any other: Slave
 TYPE_WORD = struct.calcsize("@l")  # 4 bytes on the camera, 8 on a 64-bit machine
 BODY = 4112  # bytes of a record behind its type word: command, result, payload
 MAX_PAYLOAD = BODY - 9  # of a reply: command and result come before it, a zero byte behind
-CREATE, NO_WAIT, TRUNCATE, REMOVE = 0o1000, 0o4000, 0o10000, 0
+CREATE, NO_WAIT, TRUNCATE, REMOVE = 0o1000, 0o4000, 0o10000, 0  # NO_WAIT: no signal interrupts a call
 
 libc = ctypes.CDLL(None, use_errno=True)
 libc.msgrcv.argtypes = [ctypes.c_int, ctypes.c_void_p, ctypes.c_size_t, ctypes.c_long, ctypes.c_int]
