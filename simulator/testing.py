@@ -6,6 +6,7 @@ import http.client
 import json
 import os
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
@@ -48,8 +49,8 @@ class RunningCamera:
         command = [sys.executable, str(PROJECT / "simulator"), "camera", "--port", "0"]
         command += ["--ready-file", str(self.ready_file), "--run-directory", str(directory)]
         with self.terminal.open("w") as terminal:
-            streams = {"stdout": terminal, "stderr": subprocess.STDOUT}
-            self.process = start([*command, *options, "--", str(service)], **streams)
+            command += [*options, "--", str(service)]
+            self.process = start(command, signal.SIGTERM, stdout=terminal, stderr=subprocess.STDOUT)
         eventually(lambda: self.ready_file.exists() or self.process.poll() is not None, "the camera's start")
         assert self.ready_file.exists(), f"the camera does not start:\n{self.shown()}"
         self.urls = self.ready_file.read_text().split()
