@@ -68,7 +68,7 @@ server.port = {port}
 server.document-root = "{page.absolute()}"
 index-file.names = ("index.html")
 mimetype.assign = (".html" => "text/html; charset=utf-8", ".js" => "text/javascript; charset=utf-8",
-  ".css" => "text/css; charset=utf-8", ".json" => "application/json")
+  ".css" => "text/css; charset=utf-8", ".json" => "application/json", ".jpg" => "image/jpeg")
 server.upload-dirs = ("{DIRECTORY}")
 server.errorlog = "{LOG}"
 {limits()}

@@ -15,7 +15,7 @@ from simulator import Fault, front
 from simulator.processes import die_with, start
 
 HERE = pathlib.Path(__file__).parent
-STILL = HERE / "still.jpg"  # the picture of an alarm without --video
+STILL = HERE / "page/scene.jpg"  # the picture of an alarm without --video
 PYTHON = "/usr/bin/python3"  # GStreamer's bindings are Debian's, for this one
 VIDEO_PORTS = range(8554, 8755)  # that are tried without --video-port
 MAX_MESSAGE = 1 << 17  # bytes; a socket takes that many at once
