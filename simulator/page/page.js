@@ -25,11 +25,12 @@ const ask = (method, url, body) =>
 
 // Signing in and out. The account stays signed in when the page is loaded again.
 
-function sign_in(user, credentials) {
+async function sign_in(user, credentials) {
   authorization = credentials;
   sessionStorage.account = JSON.stringify([user, credentials]);
   $("user-name").textContent = user;
-  look();  // tells whether the camera takes the account
+  await look();  // tells whether the camera takes the account
+  $("resource").focus();
 }
 
 function sign_out(note) {
@@ -58,7 +59,8 @@ async function poll() {
   const [answer, content] = await ask("GET", `/camera/log?since=${journal.last}`);
   if (authorization !== asked_by) return;
   if (answer?.status === 401) return sign_out("User or password is wrong.");
-  if (!answer?.ok) return show_state("no answer", `No answer. ${seen}`);
+  const problem = answer ? `The camera answers ${answer.status}.` : "No answer.";
+  if (!answer?.ok) return show_state("no answer", `${problem} ${seen}`);
   const {run, last, entries, now} = JSON.parse(await content.text());
   if (run !== journal.run) {
     journal = {run, last: 0, entries: []};
@@ -66,14 +68,12 @@ async function poll() {
   }
   journal = {run, last, entries: [...journal.entries, ...entries].slice(-200)};
   tables = now.tables;
-  seen = `Everything shown is from ${new Date().toTimeString().slice(0, 8)}.`;
+  seen = `It answered last at ${new Date().toTimeString().slice(0, 8)}.`;
   show_state(now.up ? "running" : "restarting", now.up ? "" : "The camera restarts");
   draw(now);
-  if (entries.length > 0) draw_journal();
-  if (!document.body.className) {
-    document.body.className = "signed-in";
-    $("resource").focus();
-  }
+  const newest = journal.entries.slice(-60).reverse();
+  if (entries.length > 0) $("log").replaceChildren(...newest.map(log_item));
+  document.body.className = "signed-in";
 }
 
 // `words` are the state's; `outage` tells why there is no picture, and is empty when there is one.
@@ -157,22 +157,21 @@ function draw_alarm(event, closed_relays) {
   const {StartTime: from, EndTime: to} = event;  // hours times 100 plus minutes
   const share = (time) => `${(Math.floor(time / 100) + time % 100 / 60) / 24 * 100}%`;
   const clock = (time) => String(time).padStart(3, "0").replace(/..$/, ":$&");
+  const never = to - from > 0 ? "" : ": never, as it ends before it starts";
   const days = ["Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"].map((day, bit) =>
     [day, element("i", {className: event.Week >> bit & 1 ? "armed" : ""})]);
-  const never = to - from > 0 ? "" : ": never, as it ends before it starts";
-  $("schedule").style.cssText = `--from: ${share(from)}; --to: ${share(to)}`;
-  draw_card("schedule", "Alarm schedule", [...days, ["Armed", `${clock(from)} to ${clock(to)}${never}`]],
-    ["", "0 6 12 18 24"]);
-
   const relay = row("SensorRelay", event.RelayID), closed = closed_relays.includes(relay.Alias);
   const ftp = row("FTPServer", event.FTPServerID), mail = row("SMTPServer", event.SMTPServerID);
-  draw_card("alarm", "Alarm links", [
+  $("alarm").style.cssText = `--from: ${share(from)}; --to: ${share(to)}`;
+  draw_card("alarm", "Alarm", [
+    ...days,
+    ["Armed", `${clock(from)} to ${clock(to)}${never}`],
     ["Input", row("SensorRelay", "0").Alias ?? "none"],
     ["At most every", `${event.IgnoreInterval} s`],
     ["Relay", relay.Alias ? `${relay.Alias} for ${relay.Interval} s${closed ? ", closed now" : ""}` : "–"],
     ["Upload", ftp.Alias ? `${ftp.Alias}, ftp://${ftp.Address}:${ftp.Port}${ftp.Path}` : "–"],
     ["Mail", mail.Alias ? `${mail.Alias}, ${mail.Address}:${mail.Port}` : "–"],
-  ]);
+  ], ["", "0 6 12 18 24"]);
 }
 
 // The journal, and requests.
@@ -188,13 +187,12 @@ function effects({method, changes, messages}) {
     ...messages.map((text) => line(tags[text.split(/\W/)[0]] ?? "", text.replace(/^refused: /, "")))];
 }
 
-function draw_journal() {
-  $("log").replaceChildren(...journal.entries.slice(-60).reverse().map((entry) => element("li", {},
-    element("time", {}, entry.time),
-    entry.text ?? `${entry.user}  ${entry.method} ${entry.url} · ${entry.http}${outcome(entry)}`,
-    element("ul", {}, ...effects(entry)),
-    element("details", {hidden: entry.printed.length === 0},
-      element("summary", {}, "printed document"), element("pre", {}, entry.printed.join("\n"))))));
+function log_item(entry) {
+  const words = entry.text ?? `${entry.user}  ${entry.method} ${entry.url} · ${entry.http}${outcome(entry)}`;
+  const printed = element("details", {hidden: entry.printed.length === 0},
+    element("summary", {}, "printed document"), element("pre", {}, entry.printed.join("\n")));
+  return element("li", {},
+    element("time", {}, entry.time), ` ${words}`, element("ul", {}, ...effects(entry)), printed);
 }
 
 const kNoEntry = {milliseconds: "?", changes: [], messages: [], printed: []};
@@ -225,8 +223,8 @@ $("levels").oninput = ({target}) => target.previousElementSibling.value = target
 $("levels").onchange = async ({currentTarget: form}) => {
   const move = ++moves;
   const levels = [...new FormData(form)].map(([name, level]) => `<${name}Level>${level}</${name}Level>`);
-  const document = ["<VideoInputChannel><id>0</id>", ...levels, "</VideoInputChannel>"];
-  const body = new Blob(document, {type: "application/xml"});
+  const channel = ["<VideoInputChannel><id>0</id>", ...levels, "</VideoInputChannel>"];
+  const body = new Blob(channel, {type: "application/xml"});
   const {words, good, stored} = await send("PUT", "/PSIA/System/Video/inputs/channels/1", body);
   $("levels-note").textContent = (good ? "Set: " : stored ? "Stored, but: " : "Not changed: ") + words;
   $("levels-note").className = good ? "hint" : "bad";
@@ -268,7 +266,6 @@ function indented(text) {
 
 // The resources to choose from.
 
-// Each has an index and a description.
 const kRoots = ["", "/System", "/System/Network", "/System/Audio", "/System/Video", "/Security",
   "/Security/AAA", "/Streaming", "/Custom/Event"];
 const kMay = ["Only administrators (level 0) may do this.", "Levels 0 and 1 may do this."];
@@ -276,8 +273,9 @@ const chosen = () => resources[$("resource").value];
 
 async function load_resources() {
   resources = await (await fetch("resources.json")).json();
-  for (const url of kRoots.flatMap((root) => [`/PSIA${root}/index`, `/PSIA${root}/description`]))
-    resources.push({group: "Index and description", title: url, url, methods: {GET: ""}});
+  const documents = kRoots.flatMap((root) => [`/PSIA${root}/index`, `/PSIA${root}/description`]);
+  resources.push(...documents.map((url) =>
+    ({group: "Index and description", title: url, url, methods: {GET: ""}})));
   const groups = Object.groupBy(resources, (resource) => resource.group);
   $("resource").append(...Object.entries(groups).map(([label, members]) => element("optgroup", {label},
     ...members.map((resource) => new Option(resource.title, resources.indexOf(resource))))));
