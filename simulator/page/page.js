@@ -66,13 +66,12 @@ async function poll() {
     journal = {run, last: 0, entries: []};
     return poll();
   }
-  journal = {run, last, entries: [...journal.entries, ...entries].slice(-200)};
+  journal = {run, last, entries: [...journal.entries, ...entries].slice(-100)};
   tables = now.tables;
   seen = `It answered last at ${new Date().toTimeString().slice(0, 8)}.`;
   show_state(now.up ? "running" : "restarting", now.up ? "" : "The camera restarts");
   draw(now);
-  const newest = journal.entries.slice(-60).reverse();
-  if (entries.length > 0) $("log").replaceChildren(...newest.map(log_item));
+  if (entries.length > 0) $("log").replaceChildren(...journal.entries.map(log_item).reverse());
   document.body.className = "signed-in";
 }
 
@@ -274,7 +273,7 @@ const chosen = () => resources[$("resource").value];
 async function load_resources() {
   resources = await (await fetch("resources.json")).json();
   const documents = kRoots.flatMap((root) => [`/PSIA${root}/index`, `/PSIA${root}/description`]);
-  resources.push(...documents.map((url) =>
+  resources.push(...["/PSIA/indexr", ...documents].map((url) =>
     ({group: "Index and description", title: url, url, methods: {GET: ""}})));
   const groups = Object.groupBy(resources, (resource) => resource.group);
   $("resource").append(...Object.entries(groups).map(([label, members]) => element("optgroup", {label},

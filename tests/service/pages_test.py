@@ -150,8 +150,7 @@ def test_the_time_zone_tables_tell_what_each_text_selects(camera):
 
 def test_the_page_of_the_simulated_camera_offers_the_requests_of_the_reference():
     file = "simulator/page/resources.json"
-    offered = {(method, resource["url"]): body.split()
-               for resource in json.loads((ROOT / file).read_text())
+    offered = {(method, resource["url"]): body.split() for resource in json.loads((ROOT / file).read_text())
                for method, body in resource["methods"].items()}
     first = {(example.method, example.uri): example for example in reversed(BLOCKS)}
     for example in first.values():
