@@ -170,15 +170,15 @@ class Camera:
             self.journal.event(f"the camera goes down and is back in {self.options.boot} s")
             self.streams.stop()
         start_at = self.service.ended_at + 1 if self.up else self.restart_at + self.options.boot
+        if not self.service.runs() and not self.ending and now >= start_at:
+            if not self.up:
+                self.boot()
+            self.service.start()
         self.daemons.refuses = self.ending or not self.up
         if self.service.runs() and self.daemons.refuses:
             if self.journal.request:
                 self.daemons.answer_all_waiting()
             self.service.stop()
-        elif not self.service.runs() and not self.ending and now >= start_at:
-            if not self.up:
-                self.boot()
-            self.service.start()
 
     def begin(self) -> None:
         """A start, with the rows and rules of the command line."""
