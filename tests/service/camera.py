@@ -15,7 +15,7 @@ from faults import SYSTEM_CALLS, FaultPlan  # noqa: F401
 from simulator import messages, settings
 from simulator.device import FACTORY_DATA, RESOLVER
 from simulator.fastcgi import Connection
-from simulator.messages import libc, reply  # noqa: F401
+from simulator.messages import reply  # noqa: F401
 from simulator.settings import DATABASE, DEFAULTS, DIRECTORY
 from simulator.testing import eventually
 
@@ -45,7 +45,6 @@ class Camera:
         self.program = program
         self.process = None
         self.environment = {}  # of every service that is started
-        self.before_start = None  # called in the new process
         self.settings_content = self.settings_values = None  # as they were read last
         DATABASE.unlink(missing_ok=True)
         for path, content in FACTORY_FILES.items():
@@ -66,8 +65,7 @@ class Camera:
                 listener.bind(SOCKET)
                 listener.listen(128)
             self.process = subprocess.Popen([self.program], stdin=listener, stdout=out, stderr=errors,
-                                            env=os.environ | self.environment | (environment or {}),
-                                            preexec_fn=self.before_start)
+                                            env=os.environ | self.environment | (environment or {}))
 
     def stop_service(self, number=signal.SIGTERM):
         """Its exit status, or minus the signal that ended it."""

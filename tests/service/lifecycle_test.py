@@ -7,7 +7,7 @@ import socket
 import pytest
 
 from answers import DEVICE_BUSY, DEVICE_ERROR, LOGGED_IN, NO_RESOURCE, OK, answer, logged_in
-from camera import DATABASE, REPLIES, REQUESTS, libc, reply
+from camera import DATABASE, REPLIES, REQUESTS, reply
 from peers import peer, up_to_uri
 from simulator.messages import BODY, DONE, FAILED, TYPE_WORD
 
@@ -21,20 +21,12 @@ STOPS = [pytest.param(signal.SIGTERM, id="SIGTERM"), pytest.param(signal.SIGUSR1
 
 # The start.
 
-@pytest.fixture
-def camera_without_a_database(unstarted_camera):
-    content = DATABASE.read_bytes()
+def test_without_a_database_it_says_so_and_ends(unstarted_camera):
     DATABASE.unlink()
-    DATABASE.mkdir()  # otherwise it would be created
-    yield unstarted_camera
-    DATABASE.rmdir()
-    DATABASE.write_bytes(content)
-
-
-def test_without_a_database_it_says_so_and_ends(camera_without_a_database):
-    camera_without_a_database.start_service()
-    assert camera_without_a_database.wait_for_exit() == 0xFF  # of its result -1 a parent sees the low byte
-    assert camera_without_a_database.standard_error() == "PSIA: DB Open Failed\n"
+    DATABASE.symlink_to("/no/such/folder/morvid.db")  # otherwise the service would create the file
+    unstarted_camera.start_service()
+    assert unstarted_camera.wait_for_exit() == 0xFF  # of its result -1 a parent sees the low byte
+    assert unstarted_camera.standard_error() == "PSIA: DB Open Failed\n"
 
 
 @pytest.mark.parametrize("number", STOPS)
@@ -60,30 +52,16 @@ def test_a_stop_that_the_parent_blocked_ends_it(unstarted_camera, blocked_signal
     assert unstarted_camera.stop_service(blocked_signal) == 0
 
 
-@pytest.fixture
-def create_queues():
-    """Creates both queues, the first ones in a new IPC namespace. So the first one has the number 0."""
-    current = os.open("/proc/self/ns/ipc", os.O_RDONLY)
-    new_ipc_namespace = 0x08000000
-    assert libc.unshare(new_ipc_namespace) == 0
-
-    def create():
+def test_requests_wait_until_both_queues_are_there(unstarted_camera):
+    REQUESTS.remove()
+    REPLIES.remove()
+    unstarted_camera.start_service()
+    with peer(unstarted_camera, "GET", NO_RESOURCE) as early:
+        unstarted_camera.wait_until_blocked_in("clock_nanosleep")
         REQUESTS.create()
         REPLIES.create()
-    yield create
-    assert libc.setns(current, new_ipc_namespace) == 0
-    os.close(current)
-
-
-def test_requests_wait_until_both_queues_are_there(faulty_camera, create_queues):
-    faulty_camera.stop_service()
-    faulty_camera.plan.speed = 20
-    faulty_camera.start_service()
-    with peer(faulty_camera, "GET", NO_RESOURCE) as early:
-        faulty_camera.wait_until_blocked_in("clock_nanosleep")
-        create_queues()
         assert early.receive()[0] == LOGGED_IN
-    assert faulty_camera.effects("PUT", AUDIO, "<AudioChannel/>") == SWITCHED_OFF
+    assert unstarted_camera.effects("PUT", AUDIO, "<AudioChannel/>") == SWITCHED_OFF
 
 
 def test_messages_left_in_the_queues_are_discarded_at_the_start(unstarted_camera):

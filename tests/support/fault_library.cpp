@@ -132,12 +132,6 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec
   return 0;
 }
 
-unsigned int sleep(unsigned int seconds) {
-  const long nanoseconds = static_cast<long>(seconds) * 1000000000L / speed();
-  const timespec time{nanoseconds / 1000000000L, nanoseconds % 1000000000L};
-  return original(&clock_nanosleep, "clock_nanosleep")(CLOCK_MONOTONIC, 0, &time, nullptr) == 0 ? 0 : seconds;
-}
-
 int setitimer(__itimer_which_t which, const itimerval* wanted, itimerval* old) noexcept {
   const auto faster = [](const timeval& time) {
     const long microseconds = (time.tv_sec * 1000000L + time.tv_usec + speed() - 1) / speed();
