@@ -14,23 +14,14 @@ import pytest
 
 from simulator import fastcgi, processes
 from simulator.options import PROJECT
-from simulator.testing import RunningCamera, camera, eventually  # noqa: F401
+from simulator.testing import eventually
 
 AUDIO = "/PSIA/System/Audio/channels/1"
 AUDIO_OFF = "<AudioChannel><enabled>false</enabled></AudioChannel>"
 ADDRESS = "/PSIA/System/Network/interfaces/eth0/ipAddress"
 SETTINGS = "/PSIA/System/configurationData"
+OPTIONS = []
 CAMERA = [sys.executable, str(PROJECT / "simulator"), "camera"]
-
-
-@pytest.fixture
-def start(request):
-    """Starts cameras that end with the test."""
-    def start_camera(*options, directory=None):
-        started = RunningCamera(*options, directory=directory)
-        request.addfinalizer(started.stop)
-        return started
-    return start_camera
 
 
 def accepted(camera, path, body=b"", method="PUT"):
@@ -100,12 +91,12 @@ def test_changes_uploads_and_resets_over_two_boots(start):
     ("PUT", "/PSIA/System/deviceInfo", 3_000_000 * "x", 413, ""),
     ("GET", "/lighttpd.conf", "", 404, ""),
     ("GET", "/Web/updownload/settings.db", "", 404, "")], ids=lambda value: str(value)[:30])
-def test_what_the_camera_refuses(camera, method, path, body, status, said):  # noqa: F811
+def test_what_the_camera_refuses(camera, method, path, body, status, said):
     answered, text = camera.ask(method, path, body)
     assert answered == status and said in text and len(text) < 700
 
 
-def test_the_log_is_for_accounts_and_changes_are_for_administrators(camera):  # noqa: F811
+def test_the_log_is_for_accounts_and_changes_are_for_administrators(camera):
     assert camera.ask("GET", "/camera/log", user="admin:wrong") == (401, "Unauthorized\n")
     assert camera.ask("GET", "/camera/log?since=1&wait=0", user="guest:guest")[0] == 200
     assert camera.ask("PUT", "/camera/reset", user="operator:operator")[0] == 403

@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-from simulator.testing import RunningCamera, eventually
+from simulator.testing import eventually
 
 NEEDS = "import gi; gi.require_version('GstRtspServer', '1.0'); from gi.repository import GstRtspServer"
 HAS_GSTREAMER = subprocess.run(["/usr/bin/python3", "-c", NEEDS], capture_output=True).returncode == 0
@@ -16,18 +16,8 @@ if not shutil.which("ffprobe") or not HAS_GSTREAMER:
     pytest.skip("no GStreamer", allow_module_level=True)
 
 
-@pytest.fixture(scope="module")
-def running():
-    started = RunningCamera("--video", "--video-port", "0", "--boot", "3",
-                            "--set", "insert into User values ('nobody', 'nobody', 4)")
-    yield started
-    started.stop()
-
-
-@pytest.fixture
-def camera(running):
-    running.reset()
-    return running
+OPTIONS = ["--video", "--video-port", "0", "--boot", "3",
+           "--set", "insert into User values ('nobody', 'nobody', 4)"]
 
 
 def ffprobe(camera, stream, *options, user="admin:admin", transport="tcp"):

@@ -8,7 +8,9 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.support.select import Select
 
-from simulator.testing import RunningCamera, eventually
+from simulator.testing import eventually
+
+OPTIONS = ["--boot", "5"]  # seconds, long enough for the page to be seen without a camera
 
 
 class Browser(webdriver.Chrome):
@@ -52,13 +54,6 @@ class Browser(webdriver.Chrome):
         self.execute_script("document.getElementById('body').value = arguments[0]", body)
         self.element("request").submit()
         self.sees("verdict", until)
-
-
-@pytest.fixture
-def camera():
-    running = RunningCamera("--boot", "5")  # long enough for the page to be seen without a camera
-    yield running
-    running.stop()
 
 
 @pytest.fixture

@@ -8,26 +8,13 @@ import sys
 
 import pytest
 
-from simulator.testing import RunningCamera, eventually
+from simulator.testing import eventually
 
 ROOT = pathlib.Path(__file__).parents[2]
 CLIENTS = (ROOT / "docs/clients.md").read_text()
+OPTIONS = ["--boot", "1"]
 EXAMPLE = ROOT / "docs/examples/camera.py"
 PAGES = [*ROOT.glob("*.md"), *sorted((ROOT / "docs").rglob("*.md"))]
-
-
-@pytest.fixture(scope="module")
-def running():
-    found = RunningCamera("--boot", "1")
-    yield found
-    found.stop()
-
-
-@pytest.fixture
-def camera(running):
-    """A camera in its factory state, over HTTP."""
-    running.reset()
-    return running
 
 
 def lines_of(page, pattern):
