@@ -1,0 +1,106 @@
+"""Changes that cannot be shown in the factory state, where docs/reference/ shows the others."""
+import pytest
+
+from answers import DEVICE_BUSY, DEVICE_ERROR, OK
+from simulator.messages import BUSY
+
+USERS = "/PSIA/Security/AAA/users"
+VIDEO = "/PSIA/System/Video/inputs/channels/1"
+SENSOR = "/PSIA/Custom/Event/triggers/Sensor-0"
+FTP = "/PSIA/Custom/Event/notification/ftp"
+MAIL = "/PSIA/Custom/Event/notification/mailing"
+INSERT_FTP = "insert into FTPServer (FTPServerID, Alias, Address, Port) values "
+
+
+@pytest.mark.parametrize("uri, body", [
+    ("/PSIA/System/Audio/channels/1", "<AudioChannel/>"),
+    (VIDEO, "<VideoInputChannel/>"),
+    ("/PSIA/System/Network/interfaces/eth0/ipAddress",
+     "<IPAddress><addressingType>dynamic</addressingType></IPAddress>"),
+    ("/PSIA/System/factoryReset?mode=full", ""),
+    ("/PSIA/System/time", "<Time/>"),
+    ("/PSIA/System/time/localTime", "2024-07-01T12:00:00"),
+    ("/PSIA/System/time/timeZone", "CET-1"),
+])
+def test_the_reply_of_the_daemons_is_the_answer(camera, uri, body):
+    unknown_result = -1
+    assert camera.effects("PUT", uri, body, [BUSY])[-1] == DEVICE_BUSY
+    assert camera.effects("PUT", uri, body, [unknown_result])[-1] == DEVICE_ERROR
+
+
+def test_the_id_in_the_body_selects_the_video_input_and_missing_levels_become_0(camera):
+    camera.execute("insert into VideoSource (VideoSourceID, Brightness, Hue) values (1, 11, 12)")
+    assert camera.effects("PUT", VIDEO, """
+        <VideoInputChannel>
+          <id>1</id>
+          <hueLevel>9</hueLevel>
+        </VideoInputChannel>""") == [
+            "VideoSource[1].Brightness = 0", "VideoSource[1].Contrast = 0", "VideoSource[1].Hue = 9",
+            "message 1 picture: source = 1", OK]
+
+
+LONGEST_NAME = 31 * "n"  # of a user
+
+
+@pytest.mark.parametrize("method, effects", [
+    pytest.param("PUT", [f"User[{LONGEST_NAME}].Password = new", OK], id="a change truncates the name"),
+    pytest.param("DELETE", [f"User[{LONGEST_NAME}x] is deleted", OK], id="a deletion does not"),
+])
+def test_a_user_with_a_long_name_is_changed_or_deleted(camera, method, effects):
+    camera.execute(f"insert into User values ('{LONGEST_NAME}', 'p', 2), ('{LONGEST_NAME}x', 'p', 2)")
+    body = "<User><password>new</password></User>"
+    assert camera.effects(method, f"{USERS}/{LONGEST_NAME}x", body) == effects
+
+
+def test_a_number_is_nobody_when_only_permanent_accounts_are_left(camera):
+    assert camera.effects("DELETE", USERS) == [
+        "User[operator] is deleted", "User[viewer] is deleted", "User[guest] is deleted", OK]
+    assert camera.effects("GET", USERS + "/1") == [DEVICE_ERROR]
+
+
+@pytest.mark.parametrize("method, uri, body", [
+    pytest.param("PUT", SENSOR, "<EventTrigger/>", id="a trigger without a notification"),
+    pytest.param("PUT", SENSOR + "/notifications", "<EventTriggerNotificationList/>", id="an empty list"),
+    pytest.param("DELETE", SENSOR, "", id="a deletion"),
+])
+def test_the_links_to_a_relay_an_ftp_server_and_a_mail_server_are_removed(camera, method, uri, body):
+    camera.execute("update Event set RelayID=8, FTPServerID=8, SMTPServerID=8")
+    no_link = -1
+    assert camera.effects(method, uri, body) == [
+        f"Event.RelayID = {no_link}", f"Event.FTPServerID = {no_link}", f"Event.SMTPServerID = {no_link}", OK]
+
+
+def test_servers_are_shown_in_the_order_of_their_numbers(camera):
+    camera.execute(INSERT_FTP + "(3, 'third', 'name.example', 21), (0, 'before', '1.2.3.4', 2121)")
+    assert camera.shown(FTP, "id") == ["before", "FTP-1", "third"]
+
+
+def test_texts_of_a_server_are_truncated_to_127_bytes_its_id_among_them(camera):
+    longest = 127 * "s"
+    camera.execute(INSERT_FTP + f"(5, '{longest}', '', 1)")
+    assert camera.effects("PUT", FTP + "/FTP-1", f"""
+        <FTPNotification>
+          <id>{longest}x</id>
+          <ipAddress>{longest}x</ipAddress>
+          <userName>{longest}x</userName>
+          <password>{longest}x</password>
+          <uploadPath>{longest}x</uploadPath>
+        </FTPNotification>""") == [
+            f"FTPServer[5].Address = {longest}", "FTPServer[5].Port = 21", f"FTPServer[5].UserID = {longest}",
+            f"FTPServer[5].Password = {longest}", f"FTPServer[5].Path = {longest}", OK]
+
+
+@pytest.mark.parametrize("stored, received", [(2, OK), (3, DEVICE_ERROR)])
+def test_no_server_is_added_to_three(camera, stored, received):
+    camera.execute("delete from FTPServer; delete from SMTPServer")
+    for number in range(stored):
+        camera.execute(f"insert into FTPServer (Alias) values ('FTP-{number}');"
+                       f"insert into SMTPServer (Alias) values ('Mail-{number}')")
+    assert camera.effects("POST", FTP, "<FTPNotificationList/>") == [received]
+    assert camera.effects("POST", MAIL, "<MailingNotificationList/>") == [received]
+
+
+def test_all_servers_of_a_name_are_deleted_and_no_others(camera):
+    camera.execute(INSERT_FTP + "(2, 'FTP-1', '', 1), (3, 'FTP-3', '', 1)")
+    assert camera.effects("DELETE", FTP + "/FTP-1") == [
+        "FTPServer[1] is deleted", "FTPServer[2] is deleted", OK]
