@@ -85,6 +85,13 @@ def cells(line):
     return [cell.strip() for cell in line.strip().strip("|").split("|")]
 
 
+def rows_of(page, first_cell):
+    """(place, cells) of the rows of all tables of a page whose first cell matches."""
+    for number, line in enumerate(page.read_text().split("\n"), 1):
+        if line.startswith("|") and re.fullmatch(first_cell, cells(line)[0]):
+            yield f"{page.relative_to(ROOT)}:{number}", cells(line)
+
+
 def read(page):
     """All examples of a page."""
     lines, examples = page.read_text().split("\n"), []

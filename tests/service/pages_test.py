@@ -5,7 +5,6 @@ media_pages_test runs the requests of the page on media beside these: half of al
 import difflib
 import json
 import os
-import pathlib
 import re
 
 import lxml.etree
@@ -13,7 +12,7 @@ import pytest
 
 import pages
 from camera import REQUESTS, status
-from pages import ROOT
+from pages import ROOT, rows_of
 
 SCHEMA = lxml.etree.XMLSchema(file=ROOT / "docs/psia.xsd")
 EXAMPLES = [example for page in pages.PAGES for example in pages.read(page)]
@@ -81,34 +80,12 @@ def test_every_document_is_valid_and_none_is_with_another_element(example, text)
         element.tag = name
 
 
-def rows_of(page, first_cell):
-    """(place, cells) of the rows of all tables of a page whose first cell matches."""
-    for number, line in enumerate(page.read_text().split("\n"), 1):
-        if line.startswith("|") and re.fullmatch(first_cell, pages.cells(line)[0]):
-            yield f"{page.relative_to(ROOT)}:{number}", pages.cells(line)
-
-
-def in_words(prefix, match, *methods):
-    """A row of the route table, as the pages write it."""
-    tail = "ID/notifications" if match == "kNested" else "ID" if prefix.endswith("/") else ""
-    levels = ", ".join(methods).replace("=0", " 0").replace("=", " 0–")
-    return prefix + tail, "exact" if match == "kExact" else "begins", levels
-
-
-def test_the_tables_of_urls_are_the_route_table():
-    table = pathlib.Path(os.environ["PSIA_ROUTES"]).read_text()
-    routes = [in_words(*line.split()) for line in table.splitlines()]
-    for page in (ROOT / "docs/reference/lists.md", ROOT / "docs/reference.md"):
-        for place, (url, match, methods, *_) in rows_of(page, "`/PSIA/.*`"):
-            row = (url.strip("`"), match, re.sub(r"\[(\w+)]\([^)]*\)", r"\1", methods))
-            if match != "ends":  # what one handler tells apart
-                check(row in routes, place, f"the program has no such route: {' | '.join(row)}")
-                routes.remove(row)
-            pattern = row[0].replace("ID", "[^/]+")
-            for method in re.findall(r"\[(\w+)]", methods):
-                shown = [block for block in BLOCKS if block.method == method and re.match(pattern, block.uri)]
-                check(shown, place, f"no page shows a {method} of {row[0]}")
-    check(not routes, place, f"the table ends here, but the program also has {routes}")
+def test_the_page_of_each_url_shows_all_its_methods():
+    for place, (url, _, methods, *_) in rows_of(ROOT / "docs/reference.md", "`/PSIA/.*`"):
+        pattern = url.strip("`").replace("ID", "[^/]+")
+        for method in re.findall(r"\[(\w+)]", methods):
+            shown = [block for block in BLOCKS if block.method == method and re.match(pattern, block.uri)]
+            check(shown, place, f"no page shows a {method} of {url}")
 
 
 def resource(name):
