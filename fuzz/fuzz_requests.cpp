@@ -38,7 +38,6 @@
 
 namespace {
 
-constexpr const char* kExportName = "settings.db";
 int daemons_result = 0;  // their reply to each message
 
 [[noreturn]] void fail(const char* what, const std::string& detail) {
@@ -50,7 +49,7 @@ int daemons_result = 0;  // their reply to each message
 class Camera {
  public:
   Camera() {
-    std::ofstream(std::string("/usr/local/httpd/htdocs/Web/updownload/") + kExportName) << "settings";
+    std::ofstream("/usr/local/httpd/htdocs/Web/updownload/settings.db") << "settings";
     factory_settings_ = content_of(psia::kConfigurationDatabase);
     dup2(memfd_create("body", 0), STDIN_FILENO);
     dup2(memfd_create("client", 0), STDOUT_FILENO);
@@ -111,10 +110,7 @@ class Camera {
   }
 
   static void replace(int descriptor, const std::string& content) {
-    if (ftruncate(descriptor, 0) != 0 ||
-        pwrite(descriptor, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
-      fail("No body", "");
-    }
+    std::ofstream("/proc/self/fd/" + std::to_string(descriptor), std::ios::binary) << content;
     lseek(descriptor, 0, SEEK_SET);
   }
 
@@ -180,8 +176,7 @@ extern "C" ssize_t msgrcv(int /*queue*/, void* message, std::size_t size, long t
     std::int32_t command;
     std::int32_t result;
     char payload[16];
-  } reply{.type = type, .command = 0, .result = daemons_result, .payload = {}};
-  std::strcpy(reply.payload, kExportName);
+  } reply{.type = type, .command = 0, .result = daemons_result, .payload = "settings.db"};
   std::memset(message, 0, sizeof(long) + size);
   std::memcpy(message, &reply, sizeof reply);
   return static_cast<ssize_t>(size);

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <regex>
 #include <string>
 
 #include "context.h"
@@ -25,7 +24,7 @@ class NotificationTest : public testing::Test {
     ASSERT_TRUE(accepted && queues_ && database_.open(kConfigurationDatabase));
   }
 
-  /// What the handler writes.
+  /// What a handler writes that is called for the end of a URL and a body.
   std::string run(void (*handler)(Context&, const Request&), const std::string& tail,
                   const std::string& body = "") {
     std::ofstream("/usr/local/body") << body;
@@ -37,14 +36,24 @@ class NotificationTest : public testing::Test {
     return testing::internal::GetCapturedStdout();
   }
 
-  /// The links to a relay, an FTP and a mail server after a request to the handler. Before it each is 8.
-  std::string links_after(void (*handler)(Context&, const Request&), const std::string& tail,
-                          const std::string& body = "") {
-    EXPECT_TRUE(database_.execute("update Event set RelayID=8, FTPServerID=8, SMTPServerID=8"));
-    EXPECT_NE(run(handler, tail, body).find("<statusString>OK<"), std::string::npos);
-    const Rows rows =
+  void link(int relay, int ftp_server, int mail_server) {
+    EXPECT_TRUE(database_.execute("update Event set RelayID=%d, FTPServerID=%d, SMTPServerID=%d", relay,
+                                  ftp_server, mail_server));
+  }
+
+  std::string links() {
+    const Rows row =
         database_.query("select RelayID || ' ' || FTPServerID || ' ' || SMTPServerID from Event");
-    return rows.text(0, 0);
+    return row.text(0, 0);
+  }
+
+  /// The ids in the document of a notification.
+  std::string shown(const std::string& id) {
+    const std::string document = run(read_notification, "Sensor-0/notifications/" + id);
+    std::string ids;
+    for (std::size_t at = 0; (at = document.find("<id>", at)) != std::string::npos; ++at)
+      ids += document.substr(at + 4, document.find('<', at + 4) - at - 4) + " ";
+    return ids;
   }
 
   Environment environment_;
@@ -56,38 +65,32 @@ class NotificationTest : public testing::Test {
 
 // With a relay the document also shows the FTP and mail links, with an FTP server the mail link.
 TEST_F(NotificationTest, ADocumentShowsTheNotificationThatTheUrlNamesAndLinksOfLaterKinds) {
-  const auto shown_ids = [this](const Links& links, const std::string& id) {
-    EXPECT_TRUE(database_.execute("update Event set RelayID=%d, FTPServerID=%d, SMTPServerID=%d", links.relay,
-                                  links.ftp, links.mail));
-    const std::string document = run(read_notification, "Sensor-0/notifications/" + id);
-    const std::regex ids("<id>([^<]*)");
-    std::string found;
-    for (std::sregex_iterator at(document.begin(), document.end(), ids), end; at != end; ++at)
-      found += at->str(1) + " ";
-    return found;
-  };
-  const Links all = {.relay = 2, .ftp = 1, .mail = 1};
-  EXPECT_EQ(shown_ids(all, "Relay-1"), "Relay-1 FTP-1 Mail-1 ");  // the relay named, not the one linked
-  EXPECT_EQ(shown_ids(all, "FTP-1"), "FTP-1 Mail-1 ");
-  EXPECT_EQ(shown_ids(all, "Mail-1"), "Mail-1 ");
-  EXPECT_EQ(shown_ids(all, "Sensor-0"), "");  // no row of Relay, though one of SensorRelay
-  const Links only_ftp = {.ftp = 1};
-  EXPECT_EQ(shown_ids(only_ftp, "Relay-1"), "");
-  EXPECT_EQ(shown_ids(only_ftp, "Mail-1"), "");
+  link(2, 1, 1);
+  EXPECT_EQ(shown("Relay-1"), "Relay-1 FTP-1 Mail-1 ");  // the relay named, not the one linked
+  EXPECT_EQ(shown("FTP-1"), "FTP-1 Mail-1 ");
+  EXPECT_EQ(shown("Mail-1"), "Mail-1 ");
+  EXPECT_EQ(shown("Sensor-0"), "");  // no row of Relay, though one of SensorRelay
+  link(kNoLink, 1, kNoLink);
+  EXPECT_EQ(shown("Relay-1") + shown("Mail-1"), "");
   EXPECT_NE(run(read_notification, "Relay-1/notifications/FTP-1").find("<statusCode>4<"), std::string::npos);
 }
 
 TEST_F(NotificationTest, AChangeSetsTheLinkThatTheBodyNames) {
-  EXPECT_EQ(links_after(write_notification, "Sensor-0/notifications/Relay-1",
-                        "<EventTriggerNotification>"
-                        "<id>FTP-1</id><notificationMethod>FTP</notificationMethod>"
-                        "</EventTriggerNotification>"),
-            "8 1 8");
+  link(8, 8, 8);
+  (void)run(write_notification, "Sensor-0/notifications/Relay-1",
+            "<EventTriggerNotification>"
+            "<id>FTP-1</id><notificationMethod>FTP</notificationMethod>"
+            "</EventTriggerNotification>");
+  EXPECT_EQ(links(), "8 1 8");
 }
 
 TEST_F(NotificationTest, ADeletionSetsTheLinkThatTheUrlNames) {
-  EXPECT_EQ(links_after(remove_notification, "Sensor-0/notifications/Relay-2"), "2 8 8");
-  EXPECT_EQ(links_after(remove_notification, "Sensor-0/notifications/Mail-1"), "8 8 1");
+  link(8, 8, 8);
+  EXPECT_NE(run(remove_notification, "Sensor-0/notifications/Relay-2").find(">OK<"), std::string::npos);
+  EXPECT_EQ(links(), "2 8 8");
+  link(8, 8, 8);
+  (void)run(remove_notification, "Sensor-0/notifications/Mail-1");
+  EXPECT_EQ(links(), "8 8 1");
 }
 
 }  // namespace
