@@ -28,6 +28,7 @@ SHARE = PREFIX / "share/psia"
 CONFIGURATION = CAMERA / "web.conf"
 ADMIN = "Basic " + base64.b64encode(b"admin:admin").decode()
 OK = b"<statusCode>1</statusCode>"
+pytestmark = pytest.mark.usefixtures("web_server")
 
 
 def request(method, url, body=None, credentials=ADMIN, tls=False):
@@ -45,15 +46,7 @@ def answers(tls=False):
         return request("GET", "/PSIA/index", tls=tls)[0] == 200
 
 
-class WebServer:
-    def stop(self):
-        self.server.terminate()
-        self.server.wait(15)
-        self.stop_service()
-        eventually(lambda: not processes(PROGRAM), "the end of the service")
-
-
-class Lighttpd(WebServer):
+class Lighttpd:
     source, log = SHARE / "lighttpd.conf", "/var/log/lighttpd/access.log"
 
     def start(self):
@@ -61,11 +54,13 @@ class Lighttpd(WebServer):
         subprocess.run([PREFIX / "libexec/psia/psia-rights", "--wait", "--socket", "www-data"])
         self.server = subprocess.Popen(["lighttpd", "-D", "-f", CONFIGURATION])
 
-    def stop_service(self):
-        pass  # lighttpd does
+    def stop(self):
+        self.server.terminate()
+        self.server.wait(15)
+        eventually(lambda: not processes(PROGRAM), "the end of the service")
 
 
-class NginxAndSystemd(WebServer):
+class NginxAndSystemd(Lighttpd):
     """Does what systemd makes of the units, after systemd's own check of them."""
 
     source, log = SHARE / "nginx.conf", "/var/log/nginx/psia.log"
@@ -77,16 +72,13 @@ class NginxAndSystemd(WebServer):
         self.server = subprocess.Popen(["nginx", "-c", main, "-e", "/var/log/nginx/error.log"])
 
     def start_service(self):
-        units = {}
-        for name in ("psia.socket", "psia.service"):
-            path = PREFIX / "lib/systemd/system" / name
-            check = ["systemd-analyze", "verify", "--man=no", path]
-            verdict = subprocess.run(check, stderr=subprocess.PIPE, text=True, check=True).stderr
-            assert "psia" not in verdict, verdict
-            units[name] = configparser.ConfigParser(interpolation=None, strict=False)
-            units[name].optionxform = str
-            units[name].read(path)
-        where, service = units["psia.socket"]["Socket"], units["psia.service"]["Service"]
+        files = [PREFIX / "lib/systemd/system" / name for name in ("psia.socket", "psia.service")]
+        check = ["systemd-analyze", "verify", "--man=no", *files]
+        verdict = subprocess.run(check, stderr=subprocess.PIPE, text=True, check=True).stderr
+        assert "psia" not in verdict, verdict
+        units = configparser.ConfigParser(interpolation=None, strict=False)
+        units.read(files)
+        where, service = units["Socket"], units["Service"]
         assert service["StandardInput"] == "socket" and service["StandardOutput"] == "null"
         path = pathlib.Path(where["ListenStream"])
         path.parent.mkdir(mode=int(where["DirectoryMode"], 8), exist_ok=True)
@@ -107,10 +99,11 @@ class NginxAndSystemd(WebServer):
             if self.service.wait() == 0 or service["Restart"] != "on-failure":
                 break
 
-    def stop_service(self):
+    def stop(self):
         self.service.terminate()
         assert self.service.wait(15) == 0, "a stop is no failure"
         self.listener.close()
+        super().stop()
 
 
 @pytest.fixture(scope="module")
@@ -136,15 +129,15 @@ def switch_audio(enabled):
     return request("PUT", "/PSIA/System/Audio/channels/1", body)[1]
 
 
-@pytest.mark.usefixtures("web_server")
-def test_requests():
+def test_requests_are_passed_on_with_their_credentials():
     assert request("GET", "/PSIA/System/deviceInfo", credentials=None)[0] == 401
     status, body = request("GET", "/psia/system/deviceinfo")
     assert status == 200, "lower case"
     assert b"<serialNumber>QC2040-0007-4242<" in body, "the rights on factory data"
 
-    # More than the 2 MB that any other URL may have.
-    upload = os.urandom(3_000_000)
+
+def test_an_upload_may_be_larger_than_other_bodies_and_cannot_be_downloaded():
+    upload = os.urandom(3_000_000)  # any other URL may have 2 MB
     assert request("PUT", "/PSIA/System/deviceInfo", upload)[0] == 413
     assert OK in request("PUT", "/PSIA/System/configurationData", upload)[1]
     assert (EXCHANGE / "psia_config.dat").read_bytes() == upload
@@ -152,10 +145,10 @@ def test_requests():
     for directory in ("/Web/updownload/", "/web/UPDOWNLOAD/", "/Web/%75pdownload/"):
         assert request("GET", directory + "psia_config.dat")[0] in (403, 404), directory
 
-    # Answered 4 s late.
+
+def test_an_export_that_takes_4_s_and_twelve_changes_at_once_are_answered():
     status, export = request("GET", "/PSIA/System/configurationData")
     assert status == 200 and export.startswith(b"SQLite format 3")
-
     with concurrent.futures.ThreadPoolExecutor(12) as pool:
         assert all(OK in answer for answer in pool.map(switch_audio, ["true", "false"] * 6))
 
@@ -163,8 +156,8 @@ def test_requests():
 @pytest.mark.parametrize("url, most", [
     ("/PSIA/System/deviceInfo", 16), ("/PSIA/System/configurationData", 2)])
 def test_one_address_may_have_so_many_bodies_on_their_way(web_server, url, most):
-    if isinstance(web_server, Lighttpd):
-        return  # it has no such limit
+    if not isinstance(web_server, NginxAndSystemd):
+        return  # lighttpd has no such limit
     header = f"PUT {url} HTTP/1.1\r\nHost: camera\r\nContent-Length: 9999\r\n\r\n"
     with contextlib.ExitStack() as bodies:
         begun = [bodies.enter_context(socket.create_connection(("127.0.0.1", 80))) for _ in range(most + 2)]
@@ -174,7 +167,6 @@ def test_one_address_may_have_so_many_bodies_on_their_way(web_server, url, most)
         assert all(b" 503 " in refused.recv(100) for refused in select.select(begun, [], [], 0)[0])
 
 
-@pytest.mark.usefixtures("web_server")
 def test_a_killed_service_is_started_again():
     (service,) = processes(PROGRAM)
     assert os.stat(f"/proc/{service}").st_uid != 0

@@ -18,16 +18,11 @@ cmake --build build >build.log || { tail build.log; exit 1; }
 wanted "warnings that were asked for are shown" grep -m 1 Wpadded build.log
 same "the builder's flags stay" "" "$(grep -oE '_FORTIFY_SOURCE=2|-flto' build/compile_commands.json)"
 
-cmake -S "$1" -B unflagged -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DSHLIBDEPS_PROGRAM= >>configure.log
+cmake -S "$1" -B unflagged -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >>configure.log
 wanted "without flags of the builder's, fortified functions" \
   grep -m 1 _FORTIFY_SOURCE=2 unflagged/compile_commands.json
 same "without flags of the builder's, warnings that are no errors" "" \
   "$(grep -oe -Werror unflagged/compile_commands.json)"
-cmake --build unflagged --target packages >packages.log 2>&1 || true
-wanted "without dpkg-shlibdeps, packing names what to install" \
-  grep 'apt-get install file dpkg-dev' packages.log
-same "without dpkg-shlibdeps, nothing is built or packed" "" \
-  "$(find unflagged -name '*.deb' -o -name psia.fcgi)"
 
 DESTDIR=$PWD/root cmake --install build --prefix /opt/camera >install.log
 same "without units and documents, these files are installed" "./libexec/psia/psia-rights

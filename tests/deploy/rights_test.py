@@ -1,6 +1,7 @@
 """psia-rights against whoever has taken the service over: it gives what the service needs and never touches a
 file that was put in the place of another."""
 
+import multiprocessing
 import os
 import pathlib
 import shutil
@@ -101,29 +102,28 @@ def check_secrets():
     assert state(SECRET) == ("0o100600", 0, 0) and state(SECRET_DIRECTORY) == ("0o40700", 0, 0)
 
 
-def as_user(user, action):
-    """A process of that user's that does it, and then nothing."""
-    process = os.fork()
-    if process == 0:
+def start_as(user, action, *arguments):
+    """A process of that user's that runs the function."""
+    def become_user_and_act():
         os.setgroups([])
         os.setresgid(USER, USER, USER)
         os.setresuid(user, user, user)
-        os.setsid()
-        action()
-        time.sleep(600)
-        os._exit(0)
+        action(*arguments)
+    process = multiprocessing.Process(target=become_user_and_act, daemon=True)
+    process.start()
     return process
 
 
 def test_processes_of_the_user_are_killed_and_no_others():
-    left = as_user(USER, lambda: signal.signal(signal.SIGTERM, signal.SIG_IGN))
-    others = as_user(USER + 1, lambda: None), as_user(0, lambda: None)
+    left = start_as(USER, time.sleep, 600)
+    others = start_as(USER + 1, time.sleep, 600), start_as(0, time.sleep, 600)
     assert rights("--kill", "root").returncode == 1
     assert rights("--kill", "psia").returncode == 0
-    assert os.waitstatus_to_exitcode(os.waitpid(left, 0)[1]) == -signal.SIGKILL
+    left.join(10)
+    assert left.exitcode == -signal.SIGKILL
     for other in others:
-        assert os.waitpid(other, os.WNOHANG) == (0, 0)
-        os.kill(other, signal.SIGKILL)
+        assert other.is_alive()
+        other.kill()
 
 
 def swap(path, target):
@@ -140,13 +140,13 @@ def swap(path, target):
 
 
 def test_a_file_swapped_meanwhile_is_left():
-    attacks = (lambda: swap(EXCHANGE / "a", SECRET), lambda: swap(ORVID / "morvid.db-journal", SECRET),
-               lambda: swap(ORVID / "conf", SECRET_DIRECTORY))
-    attackers = [as_user(USER, attack) for attack in attacks]
+    attackers = [start_as(USER, swap, EXCHANGE / "a", SECRET),
+                 start_as(USER, swap, ORVID / "morvid.db-journal", SECRET),
+                 start_as(USER, swap, ORVID / "conf", SECRET_DIRECTORY)]
     end = time.monotonic() + 4
     while time.monotonic() < end:
         rights()
         check_secrets()
     for attacker in attackers:
-        assert os.waitpid(attacker, os.WNOHANG) == (0, 0), "the attack went on all the time"
-        os.kill(attacker, signal.SIGKILL)
+        assert attacker.is_alive(), "the attack went on all the time"
+        attacker.kill()
