@@ -1,21 +1,18 @@
 """What follows when the contact of the sensor closes: at the relay, an FTP server and a mail server."""
-import asyncio
 import datetime
-import email
+import mailbox
 import socket
-import threading
+import subprocess
+import sys
 
 import pytest
-from aiosmtpd.smtp import SMTP
-from pyftpdlib.authorizers import DummyAuthorizer
-from pyftpdlib.handlers import FTPHandler
-from pyftpdlib.ioloop import IOLoop
-from pyftpdlib.servers import FTPServer
 
 from simulator import alarms
 from simulator.testing import eventually
 
 ALWAYS = "update Event set Week = 127, StartTime = 0, EndTime = 2400, IgnoreInterval = 60;"
+SUNDAY, MONDAY = 1 << 0, 1 << 1  # bits of Week
+START_OF_A_JPEG = b"\xff\xd8\xff"
 
 
 def close_contact(camera):
@@ -25,58 +22,45 @@ def close_contact(camera):
 
 
 @pytest.fixture
-def ftp_server(tmp_path):
-    """Its address. What is uploaded to its folder snapshots is in tmp_path."""
-    (tmp_path / "snapshots").mkdir()
-    accounts = DummyAuthorizer()
-    accounts.add_user("camera", "ftppass", str(tmp_path), perm="elw")
-    handler = type("Handler", (FTPHandler,), {"authorizer": accounts})
-    server = FTPServer(("127.0.0.1", 0), handler, ioloop=IOLoop())
-    thread = threading.Thread(target=server.serve_forever, kwargs={"timeout": 0.05})
-    thread.start()
-    yield "Address = '127.0.0.1', Port = %d" % server.address[1]
-    server.ioloop.call_later(0, server.close_all)
-    thread.join(10)
+def serve(request):
+    """Starts a server that is a module of Python. Gives its port, which takes the place of PORT."""
+    def start_server(*command):
+        with socket.create_server(("127.0.0.1", 0)) as free:
+            port = free.getsockname()[1]
+        module = [word.replace("PORT", str(port)) for word in command]
+        server = subprocess.Popen([sys.executable, "-m", *module])
+        request.addfinalizer(server.kill)
+        eventually(lambda: socket.socket().connect_ex(("127.0.0.1", port)) == 0, f"the server {command}")
+        return port
+    return start_server
 
 
-def test_a_picture_is_uploaded_once_within_the_interval(start, ftp_server, tmp_path):
-    camera = start("--set", f"update FTPServer set {ftp_server};" + ALWAYS)
+def test_a_picture_is_uploaded_once_within_the_interval(start, serve, tmp_path):
+    snapshots = tmp_path / "snapshots"  # the folder of the factory state
+    snapshots.mkdir()
+    port = serve("pyftpdlib", "--interface=127.0.0.1", "--port=PORT", "--write", f"--directory={tmp_path}",
+                 "--username=camera", "--password=ftppass")
+    camera = start("--set", f"update FTPServer set Address = '127.0.0.1', Port = {port};" + ALWAYS)
     assert "FTP-1 is to receive camera-1-" in close_contact(camera)
     assert "is uploaded" in camera.log(contains="FTP-1: ", wait=30)[0]["text"]
-    (picture,) = (tmp_path / "snapshots").iterdir()
-    assert picture.read_bytes().startswith(b"\xff\xd8\xff") and picture.name.endswith(".jpg")
+    (picture,) = snapshots.iterdir()
+    assert picture.read_bytes().startswith(START_OF_A_JPEG) and picture.name.endswith(".jpg")
     assert "nothing follows: the last event was" in close_contact(camera)
 
 
-@pytest.fixture
-def mail_server():
-    """Its port, and the mails that it has taken."""
-    mails = []
-
-    class Handler:
-        async def handle_DATA(self, _server, _session, envelope):
-            mails.append(envelope)
-            return "250 OK"
-    loop = asyncio.new_event_loop()
-    listening = loop.create_server(lambda: SMTP(Handler(), loop=loop), "127.0.0.1", 0)
-    port = loop.run_until_complete(listening).sockets[0].getsockname()[1]
-    thread = threading.Thread(target=loop.run_forever)
-    thread.start()
-    yield port, mails
-    loop.call_soon_threadsafe(loop.stop)
-    thread.join(10)
-
-
-def test_a_mail_has_the_picture(start, mail_server):
-    port, mails = mail_server
+def test_a_mail_has_the_picture(start, serve, tmp_path):
+    port = serve("aiosmtpd", "--nosetuid", "--listen=127.0.0.1:PORT", "--class=aiosmtpd.handlers.Mailbox",
+                 str(tmp_path / "mails"))
     server = f"Address = '127.0.0.1', Port = {port}, Recipient = 'guard@example.com'"
     camera = start("--set", f"update SMTPServer set {server};" + ALWAYS,
                    "--set", "update Event set FTPServerID = -1, SMTPServerID = 1")
     assert "Mail-1 is to receive" in close_contact(camera)
     assert "a mail to guard@example.com is sent" in camera.log(contains="Mail-1: ", wait=30)[0]["text"]
-    assert mails[0].rcpt_tos == ["guard@example.com"]
-    text, picture = email.message_from_bytes(mails[0].content).get_payload()
-    assert "camera-1" in text.get_payload() and picture.get_payload(decode=True).startswith(b"\xff\xd8\xff")
+    (mail,) = mailbox.Maildir(tmp_path / "mails")
+    assert mail["X-RcptTo"] == "guard@example.com"
+    text, picture = mail.get_payload()
+    assert "camera-1" in text.get_payload()
+    assert picture.get_payload(decode=True).startswith(START_OF_A_JPEG)
 
 
 def test_a_server_that_does_not_answer_delays_nothing(start):
@@ -99,12 +83,12 @@ def test_the_relay_is_closed_for_its_interval(start):
 
 
 @pytest.mark.parametrize("week, start, end, moment, expected", [
-    (0b0000010, 800, 1730, "2024-05-06T08:00", ""),
-    (0b0000010, 800, 1730, "2024-05-06T17:29", ""),
-    (0b0000010, 800, 1730, "2024-05-06T17:30", "it is 17:30, and the schedule is from 08:00 to 17:30"),
-    (0b0000010, 800, 1730, "2024-05-05T12:00", "the schedule has no Sunday"),
-    (0b0000001, 0, 2400, "2024-05-05T23:59", ""),
+    (MONDAY, 800, 1730, "2024-05-06T08:00", ""),
+    (MONDAY, 800, 1730, "2024-05-06T17:29", ""),
+    (MONDAY, 800, 1730, "2024-05-06T17:30", "it is 17:30, and the schedule is from 08:00 to 17:30"),
+    (MONDAY, 800, 1730, "2024-05-05T12:00", "the schedule has no Sunday"),
+    (SUNDAY, 0, 2400, "2024-05-05T23:59", ""),
 ])
-def test_days_and_hours(week, start, end, moment, expected):
+def test_an_alarm_does_nothing_outside_the_days_and_hours_of_the_schedule(week, start, end, moment, expected):
     trigger = {"Week": week, "StartTime": start, "EndTime": end}
     assert alarms.why_disarmed(trigger, datetime.datetime.fromisoformat(moment)) == expected

@@ -16,13 +16,13 @@ def start(request):
 
 @pytest.fixture(scope="module")
 def camera_of_the_file(request):
-    started = RunningCamera(*request.module.OPTIONS)
+    started = RunningCamera(*getattr(request.module, "OPTIONS", []))
     yield started
     started.stop()
 
 
 @pytest.fixture
 def camera(camera_of_the_file):
-    """In its factory state; a file of tests names the OPTIONS of its camera."""
+    """In its factory state. A file of tests may name OPTIONS of its camera."""
     camera_of_the_file.reset()
     return camera_of_the_file

@@ -14,7 +14,7 @@ def get(url, *options):
     return run("curl", "-sS", "-u", "admin:admin", *options, url)
 
 
-def test_three_cameras_in_a_network_of_several_addresses():
+def test_three_cameras_differ_and_answer_at_each_address_of_the_machine():
     device.enter_namespaces()
     for address in "127.0.0.1/8", "192.0.2.1/24", "2001:db8::1/64":
         run("ip", "address", "replace", address, "dev", "lo")
@@ -27,7 +27,8 @@ def test_three_cameras_in_a_network_of_several_addresses():
         address = get(f"http://[2001:db8::1]:{port}/PSIA/System/Network/interfaces/eth0/ipAddress")
         seen.append(re.findall("<(?:deviceName|deviceID|serialNumber|macAddress)>([^<]+)", info) +
                     re.findall("<ipAddress>([^<]+)", address)[:1])
-    assert len(seen[0]) == 5 and all(len(set(values)) == 3 for values in zip(*seen)), seen
+    assert len(seen[0]) == 5  # four values of deviceInfo, and the address
+    assert all(len(set(values)) == 3 for values in zip(*seen)), f"each value differs in each camera: {seen}"
     cameras.shows("OTHER MACHINES CAN REACH THIS")
     assert "--allow-host other" in get("http://192.0.2.1:20000/PSIA/index", "-H", "Host: other")
     log = "http://192.0.2.1:20000/camera/log"

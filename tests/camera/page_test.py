@@ -6,11 +6,10 @@ import pytest
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.select import Select
 
 from simulator.testing import eventually
-
-OPTIONS = ["--boot", "5"]  # seconds, long enough for the page to be seen without a camera
 
 
 class Browser(webdriver.Chrome):
@@ -38,12 +37,6 @@ class Browser(webdriver.Chrome):
             self.element(name).send_keys(text)
         self.element("sign-in").submit()
 
-    def move_slider(self, level):
-        self.execute_script("""const slider = document.getElementById('levels').elements.brightness;
-          slider.value = arguments[0];
-          for (const kind of ['input', 'change'])
-            slider.dispatchEvent(new Event(kind, {bubbles: true}))""", level)
-
     def send(self, url, method, body="", until=" ms"):
         """Chooses a resource of the list, sends, and waits for the words about the answer."""
         eventually(lambda: self.execute_script("return resources.length"), "the list of resources")
@@ -64,45 +57,53 @@ def browser():
         chromium.quit()
 
 
-def test_the_page(browser, camera):
+def test_a_change_that_the_account_may_not_make_is_refused_and_the_slider_goes_back(browser, camera):
     browser.get(camera.url)
     browser.sign_in("admin", "wrong")
     browser.sees("sign-in-note", "User or password is wrong.")
     browser.sign_in("viewer", "viewer")
     browser.sees("streams", "1920×1080")
-
-    # A change that this account may not make: it is refused, and the slider goes back.
-    browser.move_slider(90)
-    browser.sees("levels-note", "Not changed: 200 OK · status 4 Invalid Operation")
     slider = browser.find_element(By.NAME, "brightness")
+    slider.send_keys(Keys.END)
+    browser.sees("levels-note", "Not changed: 200 OK · status 4 Invalid Operation")
     eventually(lambda: slider.get_property("value") == "60", "the slider back at 60")
-
     browser.element("sensor").click()
     browser.sees("sensor-note", "Only an administrator may do this.")
-
     browser.element("sign-out").click()
     browser.sign_in("admin", "admin")
     browser.sees("user-name", "admin")
-    browser.move_slider(85)
+
+
+def test_a_change_is_seen_in_the_picture_and_in_the_log(browser, camera):
+    browser.get(camera.url)
+    browser.sign_in("admin", "admin")
+    browser.find_element(By.NAME, "brightness").send_keys(Keys.END)
     browser.sees("levels-note", "Set: 200 OK · status 1 OK")
     scene = browser.element("scene")
-    eventually(lambda: "brightness(1.42)" in scene.value_of_css_property("filter"), "the brighter picture")
-    browser.sees("log", "VideoSource[0].Brightness: 60 -> 85")
+    eventually(lambda: "brightness(1.6)" in scene.value_of_css_property("filter"), "the brighter picture")
+    browser.sees("log", "VideoSource[0].Brightness: 60 -> 100")
     browser.sees("log", "command 1: picture settings changed, video source 0")
 
-    # A document that goes to standard output, its passwords not shown.
-    browser.send("/PSIA/Custom/Event", "GET")
+
+def test_neither_passwords_nor_commands_of_a_terminal_are_shown(browser, camera):
+    browser.get(camera.url)
+    browser.sign_in("admin", "admin")
+    browser.send("/PSIA/Custom/Event", "GET")  # its document goes to standard output
     browser.sees("verdict", "500 Internal Server Error")
     browser.sees("why", "standard output")
     browser.sees("answer", "<EventNotification version")
     browser.sees("answer", "      <password>***</password>")
-    # A name that would be a terminal's command.
     browser.send("/PSIA/System/deviceInfo", "PUT",
                  "<DeviceInfo><deviceName>gate\u009b31m&amp;&lt;b></deviceName></DeviceInfo>")
     browser.sees("effects", "Network.DDNSHostname: camera-1 -> gate?31m&<b>")
     browser.sees("name", "gate?31m&<b>")
     assert "gate?31m" in camera.shown() and "\u009b" not in camera.shown()
 
+
+def test_a_restart_and_the_end_of_the_camera_are_seen(browser, start):
+    camera = start("--boot", "5")  # seconds, long enough for the page to be seen without a camera
+    browser.get(camera.url)
+    browser.sign_in("admin", "admin")
     browser.send("/PSIA/System/factoryReset?MODE=FULL", "PUT")
     browser.sees("no-picture", "The camera restarts")
     browser.sees("state", "restarting")

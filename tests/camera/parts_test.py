@@ -5,14 +5,14 @@ from simulator.daemons import Rule, parse_rule
 from simulator.texts import decoded, for_json, harmless, indented
 
 
-def test_rules_are_read_and_told():
+def test_a_rule_of_answer_is_read_and_shown():
     assert parse_rule("6=ok") == Rule(6, "ok") and parse_rule("10=late") == Rule(10, "late", 6)
     assert str(parse_rule("10=late:86400")) == "10=late:86400"
 
 
 @pytest.mark.parametrize("text", ["", "6", "6 =busy", "6=busyx", "6=busy:3", "6=late:", "6=late:-1",
                                   "6=late:86401", "99=busy", "3=busy\n"])
-def test_other_texts_are_no_rules(text):
+def test_another_text_is_no_rule_of_answer(text):
     with pytest.raises(ValueError):
         parse_rule(text)
 
@@ -27,11 +27,11 @@ def test_no_text_reaches_a_terminal_as_commands(data, shown):
     assert harmless(decoded(data)) == shown
 
 
-def test_lines_stay_lines_in_json():
+def test_json_for_a_terminal_keeps_line_feeds_but_no_other_control_character():
     assert for_json({"a": ["b\n\x1bc", 1]}) == {"a": ["b\n?c", 1]}
 
 
-def test_documents_are_indented_also_when_they_are_not_well_formed():
+def test_a_document_is_indented_also_when_it_is_not_well_formed():
     assert indented("<?xml?><a><b>1</b><c/><d></a><e") == [
         "<?xml?>", "<a>", "  <b>1</b>", "  <c/>", "  <d></a>", "  <e"]
     assert indented("plain <b>\n") == ["plain <b>"]

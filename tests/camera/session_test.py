@@ -4,7 +4,6 @@ import os
 import pathlib
 import re
 import select
-import signal
 import socket
 import subprocess
 import sys
@@ -12,7 +11,6 @@ import threading
 
 import pytest
 
-from simulator import fastcgi, processes
 from simulator.options import PROJECT
 from simulator.testing import eventually
 
@@ -20,7 +18,6 @@ AUDIO = "/PSIA/System/Audio/channels/1"
 AUDIO_OFF = "<AudioChannel><enabled>false</enabled></AudioChannel>"
 ADDRESS = "/PSIA/System/Network/interfaces/eth0/ipAddress"
 SETTINGS = "/PSIA/System/configurationData"
-OPTIONS = []
 CAMERA = [sys.executable, str(PROJECT / "simulator"), "camera"]
 
 
@@ -38,7 +35,7 @@ def wait_for_boot(camera, boots):
     assert seconds < 60 or "no time namespaces" in camera.shown()
 
 
-def test_changes_uploads_and_resets_over_two_boots(start):
+def test_changes_outlast_a_reboot_and_a_factory_reset_undoes_them_until_they_are_uploaded(start):
     camera = start("--boot", "1", "--set", "update Network set RTSPPort = 8554", "--answer", "3=busy")
     accepted(camera, ADDRESS, """
         <IPAddress>
@@ -152,7 +149,7 @@ def leave_a_change_unanswered(camera):
     eventually(lambda: settings.read_bytes() != before and not journal.exists(), "the stored change")
 
 
-def test_a_service_that_waits_for_its_daemons_ends_well(start):
+def test_a_camera_ends_well_while_its_service_waits_for_the_daemons(start):
     camera = start()
     leave_a_change_unanswered(camera)
     camera.process.terminate()
@@ -172,7 +169,7 @@ def test_a_killed_camera_leaves_nothing_in_the_way_of_the_next(start, tmp_path):
     leave_a_change_unanswered(killed)
     killed.process.kill()
     killed.process.wait()
-    eventually(lambda: select.select(ends, [], [], 0)[0] == ends, "the end of both")
+    eventually(lambda: select.select(ends, [], [], 0)[0] == ends, "the end of its children")
     again = start("--keep", str(tmp_path / "kept"), "--port", port, directory=tmp_path)
     eventually(lambda: "<enabled>false<" in again.get(AUDIO), "the change")
     assert again.stop() == 0
