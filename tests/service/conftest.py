@@ -3,7 +3,8 @@ import os
 
 import pytest
 
-from camera import Camera, FaultPlan
+from camera import Camera
+from faults import FaultPlan
 
 
 def pytest_addoption(parser):
@@ -15,11 +16,6 @@ def pytest_configure(config):
                    "faults: with the fault library, which cannot be loaded into a program of another machine",
                    "beyond_2038: not for an SQLite that was built with a time_t of 32 bits"]:
         config.addinivalue_line("markers", marker)
-
-
-def pytest_sessionfinish(session, exitstatus):
-    if exitstatus == pytest.ExitCode.NO_TESTS_COLLECTED and session.config.option.markexpr:
-        session.exitstatus = pytest.ExitCode.OK  # the markers leave out all tests of the file
 
 
 def pytest_collection_modifyitems(items):

@@ -8,7 +8,6 @@ from camera import DEFAULTS, FACTORY_DATA
 
 INFO = "/PSIA/System/deviceInfo"
 STATUS = "/PSIA/System/status"
-LONGEST_IDENTIFIER = 39
 SERIAL_NUMBER_AT = 256  # byte of the factory data; 31 characters and a zero byte
 HALF_PAST_FIVE = (5 * 60 + 30) * 60  # seconds
 
@@ -17,12 +16,11 @@ def information(camera, variables=None):
     return elements(camera.call("GET", INFO, variables=variables))
 
 
-def test_a_name_is_shown_whole_and_39_characters_of_an_identifier(camera):
-    text = "no placeholder" + 300 * "x"
-    camera.execute(f"update Network set DDNSHostname='{text}'; update System set uuid='{text}'")
+def test_a_long_name_is_shown_whole_and_an_identifier_is_truncated_to_39_characters(camera):
+    name, identifier = 300 * "n", 39 * "i"
+    camera.execute(f"update Network set DDNSHostname='{name}'; update System set uuid='{identifier}more'")
     shown = information(camera)
-    assert shown["deviceName"] == text
-    assert shown["deviceID"] == text[:LONGEST_IDENTIFIER]
+    assert (shown["deviceName"], shown["deviceID"]) == (name, identifier)
 
 
 def test_without_a_stored_name_the_host_name_of_request_or_start_is_shown(unstarted_camera, monkeypatch):

@@ -1,7 +1,9 @@
-"""What only the tests do to the service: operations that fail, and a look at what it waits for."""
+"""What only the tests do to the service: operations that fail, time that passes faster, and a look at what it
+waits for."""
 import ctypes
 import mmap
 import os
+import time
 
 from simulator.settings import DIRECTORY
 
@@ -15,6 +17,9 @@ SYSTEM_CALLS = {"x86_64": {"read": [0], "write": [1], "poll": [7, 271], "msgsnd"
 ATTEMPTS_AT_A_LOCK = 7
 WAIT_FOR_A_LOCK = 50 + 100 + 150 + 200 + 250 + 300
 LOCKS_OF_A_LOGIN = 2
+FOREVER = 1000000  # failures
+
+FAST = 100  # times: a wait of 5 s takes 50 ms
 
 
 class FaultPlan(ctypes.Structure):
@@ -32,3 +37,16 @@ class FaultPlan(ctypes.Structure):
     def let_fail(self, kind, skip=0, fail=1):
         """So many operations of the kind go well, then so many fail."""
         self.skip, self.fail, self.kind = skip, fail, kind
+
+    def stop_before_next_wait(self):
+        """Sends a SIGTERM just before the next accept, or the next send that blocks."""
+        self.let_fail(FaultPlan.STOP)
+
+
+def seconds(camera):
+    """What the clock of a service with the fault library shows."""
+    return time.monotonic() * camera.plan.speed
+
+
+def let_pass(camera, seconds):
+    time.sleep(seconds / camera.plan.speed)

@@ -6,8 +6,8 @@ import re
 import pytest
 
 from answers import OK
-from camera import DATABASE, FaultPlan
-from faults import ATTEMPTS_AT_A_LOCK
+from camera import DATABASE
+from faults import ATTEMPTS_AT_A_LOCK, FAST, FaultPlan
 from simulator.settings import FACTORY_ROWS
 
 USERS = "/PSIA/Security/AAA/users"
@@ -45,7 +45,7 @@ def restore_rows(camera):
 
 @pytest.mark.parametrize("kind, failures", [MEMORY, LOCK, READ])
 def test_a_read_that_fails_at_any_operation_changes_nothing(faulty_camera, kind, failures):
-    faulty_camera.plan.speed = 100
+    faulty_camera.plan.speed = FAST
     for number in each_failing(faulty_camera, kind, failures):
         # It also looks for the identifier of the device, which must not be taken for missing.
         effects = faulty_camera.effects("GET", "/PSIA/System/deviceInfo")
@@ -78,7 +78,7 @@ def test_a_read_that_fails_at_any_operation_changes_nothing(faulty_camera, kind,
 ])
 def test_a_change_that_fails_at_any_operation_leaves_a_beginning_of_its_effects(
         faulty_camera, uri, body, always_ok, kind, failures):
-    faulty_camera.plan.speed = 100
+    faulty_camera.plan.speed = FAST
     whole = faulty_camera.effects("PUT", uri, body)
     assert whole[-1] == OK
     restore_rows(faulty_camera)

@@ -7,21 +7,21 @@ import socket
 import pytest
 
 from answers import DEVICE_BUSY, DEVICE_ERROR, LOGGED_IN, NO_RESOURCE, OK, answer, logged_in
-from camera import DATABASE, REPLIES, REQUESTS, reply
-from peers import peer, up_to_uri
-from simulator.messages import BODY, DONE, FAILED, TYPE_WORD
+from camera import DATABASE, REPLIES, REQUESTS, peer, up_to_uri
+from faults import FAST
+from simulator.messages import BODY, DONE, FAILED, TYPE_WORD, reply
 
 AUDIO = "/PSIA/System/Audio/channels/1"
 REBOOT = "/PSIA/System/reboot"
 FACTORY_RESET = "/PSIA/System/factoryReset?mode=full"
 CHANNEL = "/PSIA/Streaming/channels/1"
-SWITCHED_OFF = ["Audio.Enable = 0", "message 3 audio", OK]  # what an AudioChannel does that says nothing
+AUDIO_SWITCHED_OFF = ["Audio.Enable = 0", "message 3 audio", OK]  # by <AudioChannel/>
 STOPS = [pytest.param(signal.SIGTERM, id="SIGTERM"), pytest.param(signal.SIGUSR1, id="SIGUSR1")]
 
 
 # The start.
 
-def test_without_a_database_it_says_so_and_ends(unstarted_camera):
+def test_without_a_database_the_service_says_so_and_ends(unstarted_camera):
     DATABASE.unlink()
     DATABASE.symlink_to("/no/such/folder/morvid.db")  # otherwise the service would create the file
     unstarted_camera.start_service()
@@ -31,25 +31,20 @@ def test_without_a_database_it_says_so_and_ends(unstarted_camera):
 
 @pytest.mark.parametrize("number", STOPS)
 @pytest.mark.parametrize("queue", [REQUESTS, REPLIES], ids=["requests", "replies"])
-def test_it_can_be_stopped_while_a_queue_is_missing(unstarted_camera, queue, number):
+def test_the_service_can_be_stopped_while_a_queue_is_missing(unstarted_camera, queue, number):
     queue.remove()
     unstarted_camera.start_service()
     unstarted_camera.wait_until_blocked_in("clock_nanosleep")
     assert unstarted_camera.stop_service(number) == 0
 
 
-@pytest.fixture(params=STOPS)
-def blocked_signal(request):
-    """A signal that the parent of the service blocks."""
-    signal.pthread_sigmask(signal.SIG_BLOCK, [request.param])
-    yield request.param
-    signal.pthread_sigmask(signal.SIG_UNBLOCK, [request.param])
-
-
-def test_a_stop_that_the_parent_blocked_ends_it(unstarted_camera, blocked_signal):
+@pytest.mark.parametrize("number", STOPS)
+def test_a_stop_ends_the_service_although_its_parent_blocked_the_signal(unstarted_camera, number):
+    signal.pthread_sigmask(signal.SIG_BLOCK, [number])  # a new process inherits this
     unstarted_camera.start_service()
+    signal.pthread_sigmask(signal.SIG_UNBLOCK, [number])
     assert logged_in(unstarted_camera)
-    assert unstarted_camera.stop_service(blocked_signal) == 0
+    assert unstarted_camera.stop_service(number) == 0
 
 
 def test_requests_wait_until_both_queues_are_there(unstarted_camera):
@@ -61,7 +56,7 @@ def test_requests_wait_until_both_queues_are_there(unstarted_camera):
         REQUESTS.create()
         REPLIES.create()
         assert early.receive()[0] == LOGGED_IN
-    assert unstarted_camera.effects("PUT", AUDIO, "<AudioChannel/>") == SWITCHED_OFF
+    assert unstarted_camera.effects("PUT", AUDIO, "<AudioChannel/>") == AUDIO_SWITCHED_OFF
 
 
 def test_messages_left_in_the_queues_are_discarded_at_the_start(unstarted_camera):
@@ -73,7 +68,7 @@ def test_messages_left_in_the_queues_are_discarded_at_the_start(unstarted_camera
     assert REPLIES.receive() is None
 
 
-def test_as_a_plain_cgi_program_it_serves_one_request(unstarted_camera):
+def test_as_a_plain_cgi_program_the_service_serves_one_request(unstarted_camera):
     unstarted_camera.start_service(cgi=True, environment={
         "REQUEST_METHOD": "GET", "REQUEST_URI": NO_RESOURCE,
         "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4="})  # admin:admin
@@ -86,7 +81,7 @@ def test_a_database_file_dated_2040_is_read_and_written(unstarted_camera):
     in_2040 = datetime.datetime(2040, 1, 1).timestamp()
     os.utime(DATABASE, (in_2040, in_2040))
     unstarted_camera.start_service()
-    assert unstarted_camera.effects("PUT", AUDIO, "<AudioChannel/>") == SWITCHED_OFF
+    assert unstarted_camera.effects("PUT", AUDIO, "<AudioChannel/>") == AUDIO_SWITCHED_OFF
 
 
 # Requests.
@@ -100,7 +95,7 @@ def test_a_kept_connection_carries_several_requests(camera):
             assert client.receive()[0] == LOGGED_IN
 
 
-def test_an_alarm_from_outside_does_not_end_it(camera):
+def test_a_sigalrm_from_outside_does_not_end_the_service(camera):
     camera.wait_until_blocked_in("accept")
     camera.process.send_signal(signal.SIGALRM)
     assert logged_in(camera)  # this request may arrive before the signal does
@@ -147,7 +142,7 @@ def test_a_thousand_requests_leave_memory_and_descriptors_where_they_were(camera
 @pytest.mark.parametrize("uri, seconds", [pytest.param(REBOOT, 5, id="reboot"),
                                           pytest.param(FACTORY_RESET, 180, id="factory reset")])
 def test_a_reply_is_awaited_for_5_s_or_180_s(faulty_camera, uri, seconds):
-    faulty_camera.plan.speed = 1000
+    faulty_camera.plan.speed = 1000  # 180 s take 0.2 s
     message, received = faulty_camera.effects("PUT", uri, replies=[None])
     assert received == DEVICE_BUSY
     last_poll = 100
@@ -155,7 +150,7 @@ def test_a_reply_is_awaited_for_5_s_or_180_s(faulty_camera, uri, seconds):
 
 
 def test_a_reply_to_another_process_is_not_taken(faulty_camera):
-    faulty_camera.plan.speed = 100
+    faulty_camera.plan.speed = FAST
     with peer(faulty_camera, "PUT", REBOOT) as client:
         message = REQUESTS.next()
         message.type += 1  # another process id
@@ -164,7 +159,7 @@ def test_a_reply_to_another_process_is_not_taken(faulty_camera):
 
 
 def test_a_late_reply_is_taken_for_the_next_request(faulty_camera):
-    faulty_camera.plan.speed = 100
+    faulty_camera.plan.speed = FAST
     with peer(faulty_camera, "PUT", REBOOT) as client:
         message = REQUESTS.next()
         assert client.receive()[0] == answer(REBOOT, DEVICE_BUSY)
@@ -176,7 +171,7 @@ def test_a_request_sends_32_messages_and_the_next_fails_its_update(faulty_camera
     def put_videos(count):
         videos = "".join(f"<Video><constantBitRate>{rate}</constantBitRate></Video>" for rate in range(count))
         return faulty_camera.effects("PUT", CHANNEL, f"<StreamingChannel>{videos}</StreamingChannel>")
-    faulty_camera.plan.speed = 30
+    faulty_camera.plan.speed = FAST
     for _ in range(2):  # each request counts anew
         effects = put_videos(33)
         assert effects.count("message 2 encoder: master = 1") == 32

@@ -4,9 +4,9 @@ import subprocess
 import pytest
 
 from answers import DEVICE_ERROR, OK, answer
-from camera import REPLIES, REQUESTS, reply
+from camera import REPLIES, REQUESTS
 from simulator.device import EXCHANGE
-from simulator.messages import BUSY, DONE
+from simulator.messages import BUSY, DONE, reply
 
 CONFIGURATION = "/PSIA/System/configurationData"
 UPLOADED = EXCHANGE / "psia_config.dat"

@@ -16,29 +16,16 @@ def run_ip(*commands):
     subprocess.run(["ip", "-batch", "-"], input="\n".join(commands), text=True, check=True)
 
 
-def restore_factory_addresses():
-    run_ip("address flush dev eth0", "address add 192.168.1.10/24 broadcast + dev eth0",
-           "route add default via 192.168.1.1 dev eth0")
-
-
-@pytest.fixture
-def no_addresses():
-    run_ip("address flush dev eth0")
-    yield
-    restore_factory_addresses()
-
-
 @pytest.fixture
 def no_eth0():
     run_ip("link set eth0 down", "link set eth0 name eth9")
     yield
     run_ip("link set eth9 name eth0", "link set eth0 up")
-    restore_factory_addresses()
 
 
-@pytest.mark.usefixtures("no_addresses")
 def test_the_live_state_is_shown(camera):
-    run_ip("address add 10.1.2.3/9 dev eth0", "route add default via 10.20.30.40 dev eth0")
+    run_ip("address flush dev eth0", "address add 10.1.2.3/9 dev eth0",
+           "route add default via 10.20.30.40 dev eth0")
     RESOLVER.write_text("search example\nnameserver 10.0.0.2")
     address, gateway, first_server, second_server = camera.shown(INTERFACE, "ipAddress")
     assert (address, gateway) == ("10.1.2.3", "10.20.30.40")
@@ -46,8 +33,8 @@ def test_the_live_state_is_shown(camera):
     assert camera.shown(INTERFACE, "subnetMask") == ["255.128.0.0"]
 
 
-@pytest.mark.usefixtures("no_addresses")
 def test_without_addresses_zeros_are_shown(camera):
+    run_ip("address flush dev eth0")
     RESOLVER.write_text("")
     address, gateway, first_server, second_server = camera.shown(INTERFACE, "ipAddress")
     assert (address, gateway) == ("0.0.0.0", "0.0.0.0")

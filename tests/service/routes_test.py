@@ -3,7 +3,8 @@ import re
 
 import pytest
 
-from camera import REQUESTS, status
+from answers import status
+from camera import REQUESTS
 from pages import ROOT, rows_of
 
 USERS = {"nobody": 4, "guest": 3, "viewer": 2, "operator": 1, "admin": 0}  # with their levels
@@ -16,7 +17,8 @@ TABLE = {}
 for page in ("docs/reference.md", "docs/reference/lists.md"):
     for _, (url, match, methods, *_) in rows_of(ROOT / page, "`/PSIA/.*`"):
         levels = re.findall(r"([A-Z]+)(?:]\([^)]*\))? (?:0–)?(\d)", methods)
-        TABLE[url.strip("`").replace("ID", "Sensor-0")] = match, {method: int(most) for method, most in levels}
+        highest = {method: int(level) for method, level in levels}
+        TABLE[url.strip("`").replace("ID", "Sensor-0")] = match, highest
 
 
 def highest_levels(uri):

@@ -5,19 +5,19 @@ import signal
 import pytest
 
 from answers import DEVICE_BUSY, DEVICE_ERROR, LOGGED_IN, NO_RESOURCE, OK, answer, elements
-from camera import REPLIES, REQUESTS, FaultPlan, reply
-from faults import LOCKS_OF_A_LOGIN, WAIT_FOR_A_LOCK
-from peers import let_pass, peer, seconds, up_to_uri
-from simulator.messages import DONE, FAILED
+from camera import REPLIES, REQUESTS, peer, up_to_uri
+from faults import FOREVER, LOCKS_OF_A_LOGIN, WAIT_FOR_A_LOCK, FaultPlan, let_pass, seconds
+from simulator.messages import DONE, FAILED, reply
 
 INFO = "/PSIA/System/deviceInfo"
 REBOOT = "/PSIA/System/reboot"
 CHANNEL = "/PSIA/Streaming/channels/1"
 TIMEOUT_AFTER_STOP = 1.5  # seconds without a byte
+SPEED = 3  # times: the timeout takes half a second, which also a busy machine keeps
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGUSR1])
-def test_the_request_in_progress_is_finished(camera, number):
+def test_a_stop_lets_the_request_in_progress_finish(camera, number):
     with peer(camera, "PUT", REBOOT) as client:
         message = REQUESTS.next()
         camera.process.send_signal(number)
@@ -28,8 +28,8 @@ def test_the_request_in_progress_is_finished(camera, number):
 
 
 @pytest.mark.parametrize("connections", [1, 2])
-def test_connections_that_send_nothing_delay_it_by_less_than_a_timeout(faulty_camera, connections):
-    faulty_camera.plan.speed = 1
+def test_connections_that_send_nothing_delay_a_stop_by_less_than_a_timeout(faulty_camera, connections):
+    faulty_camera.plan.speed = 1  # real time: a busy machine must not look like the timeout
     with contextlib.ExitStack() as silent:
         for _ in range(connections):
             silent.enter_context(peer(faulty_camera, "GET", NO_RESOURCE, first=0))
@@ -39,8 +39,8 @@ def test_connections_that_send_nothing_delay_it_by_less_than_a_timeout(faulty_ca
         assert seconds(faulty_camera) < stopped + TIMEOUT_AFTER_STOP
 
 
-def test_parameters_that_do_not_all_arrive_get_no_answer(faulty_camera):
-    faulty_camera.plan.speed = 5
+def test_parameters_that_do_not_all_arrive_soon_after_a_stop_get_no_answer(faulty_camera):
+    faulty_camera.plan.speed = SPEED
     with peer(faulty_camera, "GET", NO_RESOURCE, first=up_to_uri("GET", NO_RESOURCE)) as client:
         faulty_camera.wait_until_blocked_in("read")
         stopped = seconds(faulty_camera)
@@ -53,8 +53,8 @@ def test_parameters_that_do_not_all_arrive_get_no_answer(faulty_camera):
     pytest.param(up_to_uri("PUT", INFO), id="within the parameters"),
     pytest.param(-1, id="before the last byte of the body"),
 ])
-def test_a_silent_peer_is_waited_for_from_the_stop_on(faulty_camera, sent_before):
-    faulty_camera.plan.speed = 5
+def test_the_silence_of_a_peer_is_counted_from_the_stop_on(faulty_camera, sent_before):
+    faulty_camera.plan.speed = SPEED
     with peer(faulty_camera, "PUT", INFO, "<DeviceInfo/>", finished=False, first=sent_before) as client:
         let_pass(faulty_camera, TIMEOUT_AFTER_STOP + 0.5)  # before the stop this is no timeout
         stopped = seconds(faulty_camera)
@@ -65,8 +65,8 @@ def test_a_silent_peer_is_waited_for_from_the_stop_on(faulty_camera, sent_before
     assert faulty_camera.wait_for_exit() == 0
 
 
-def test_a_body_that_is_arriving_is_not_truncated(faulty_camera):
-    faulty_camera.plan.speed = 3
+def test_a_stop_does_not_truncate_a_body_that_is_arriving(faulty_camera):
+    faulty_camera.plan.speed = SPEED
     body = "<DeviceInfo><deviceName>arrived</deviceName></DeviceInfo>"
     last_bytes = 5  # which take longer than the timeout, all together
     with peer(faulty_camera, "PUT", INFO, body, finished=False, first=-last_bytes) as client:
@@ -81,7 +81,7 @@ def test_a_body_that_is_arriving_is_not_truncated(faulty_camera):
     assert faulty_camera.rows("select DDNSHostname from Network") == [("arrived",)]
 
 
-def test_a_list_ends_between_two_messages(camera):
+def test_a_stop_ends_a_list_between_two_messages(camera):
     videos = "".join(f"<Video><constantBitRate>{number}</constantBitRate></Video>" for number in range(1, 20))
     with peer(camera, "PUT", CHANNEL, f"<StreamingChannel>{videos}</StreamingChannel>") as client:
         assert REPLIES.send(reply(REQUESTS.next(), DONE))
@@ -93,9 +93,9 @@ def test_a_list_ends_between_two_messages(camera):
     assert camera.rows("select Bitrate from VideoEncoder where VideoEncoderID=0") == [(2,)]
 
 
-def test_one_wait_for_a_lock_is_the_last(faulty_camera):
-    faulty_camera.plan.speed = 4
-    faulty_camera.plan.let_fail(FaultPlan.LOCK, skip=LOCKS_OF_A_LOGIN, fail=1000)
+def test_after_a_stop_the_wait_for_a_lock_is_the_last(faulty_camera):
+    faulty_camera.plan.speed = SPEED
+    faulty_camera.plan.let_fail(FaultPlan.LOCK, skip=LOCKS_OF_A_LOGIN, fail=FOREVER)
     with peer(faulty_camera, "GET", INFO) as client:  # which queries the database four times
         faulty_camera.wait_until_blocked_in("clock_nanosleep")
         faulty_camera.process.send_signal(signal.SIGTERM)
@@ -104,16 +104,16 @@ def test_one_wait_for_a_lock_is_the_last(faulty_camera):
     assert faulty_camera.plan.slept == WAIT_FOR_A_LOCK
 
 
-def test_it_is_not_lost_just_before_an_accept(faulty_camera):
+def test_a_stop_just_before_an_accept_is_not_lost(faulty_camera):
     faulty_camera.wait_until_blocked_in("accept")
-    faulty_camera.plan.let_fail(FaultPlan.STOP)  # the next accept, which follows this request
+    faulty_camera.plan.stop_before_next_wait()  # the accept that follows this request
     assert faulty_camera.call("GET", NO_RESOURCE) == LOGGED_IN
     assert faulty_camera.wait_for_exit() == 0
 
 
-def test_it_is_not_lost_just_before_a_message_is_sent_to_a_full_queue(faulty_camera):
+def test_a_stop_just_before_a_message_is_sent_to_a_full_queue_is_not_lost(faulty_camera):
     REQUESTS.fill()
     faulty_camera.wait_until_blocked_in("accept")
-    faulty_camera.plan.let_fail(FaultPlan.STOP)
+    faulty_camera.plan.stop_before_next_wait()
     assert faulty_camera.call("PUT", REBOOT) == answer(REBOOT, DEVICE_BUSY)
     assert faulty_camera.wait_for_exit() == 0

@@ -40,10 +40,8 @@ def shown_zone(camera):
 
 def test_a_stored_zone_with_a_file_of_more_than_1_mib_is_gmt(camera):
     (DIRECTORY / "large").write_bytes((1 << 20) * b"x" + b"\n")
-    descriptors = camera.open_descriptors()
     camera.execute(f"update Network set TimeZone='{BESIDE_THE_SETTINGS}large'")
     assert bare_text(camera, TIME_ZONE) == "GMT0"
-    assert camera.open_descriptors() == descriptors
 
 
 @pytest.mark.parametrize("content, rule", [
