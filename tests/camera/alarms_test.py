@@ -82,13 +82,13 @@ def test_the_relay_is_closed_for_its_interval(start):
     eventually(lambda: camera.now()["relays"] == [], "the relay opens")
 
 
-@pytest.mark.parametrize("week, start, end, moment, expected", [
+@pytest.mark.parametrize("week, start, end, moment, why_not", [
     (MONDAY, 800, 1730, "2024-05-06T08:00", ""),
     (MONDAY, 800, 1730, "2024-05-06T17:29", ""),
     (MONDAY, 800, 1730, "2024-05-06T17:30", "it is 17:30, and the schedule is from 08:00 to 17:30"),
     (MONDAY, 800, 1730, "2024-05-05T12:00", "the schedule has no Sunday"),
     (SUNDAY, 0, 2400, "2024-05-05T23:59", ""),
 ])
-def test_an_alarm_does_nothing_outside_the_days_and_hours_of_the_schedule(week, start, end, moment, expected):
+def test_an_alarm_does_nothing_outside_the_days_and_hours_of_the_schedule(week, start, end, moment, why_not):
     trigger = {"Week": week, "StartTime": start, "EndTime": end}
-    assert alarms.why_disarmed(trigger, datetime.datetime.fromisoformat(moment)) == expected
+    assert alarms.why_disarmed(trigger, datetime.datetime.fromisoformat(moment)) == why_not

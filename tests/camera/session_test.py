@@ -79,7 +79,7 @@ def test_changes_outlast_a_reboot_and_a_factory_reset_undoes_them_until_they_are
     assert camera.now()["tables"]["Network"][0]["RTSPPort"] == "8554"
 
 
-@pytest.mark.parametrize("method, path, body, status, said", [
+@pytest.mark.parametrize("method, path, body, status, reason", [
     ("GET", "/camera/log?since=x", "", 400, "since is the id of an entry"),
     ("GET", "/camera/log?snice=3", "", 400, "There is no parameter snice."),
     ("PUT", "/camera/answers", "3=busy " + 4000 * "x", 400, "'" + 100 * "x" + "...' is not COMMAND=ok|"),
@@ -88,9 +88,10 @@ def test_changes_outlast_a_reboot_and_a_factory_reset_undoes_them_until_they_are
     ("PUT", "/PSIA/System/deviceInfo", 3_000_000 * "x", 413, ""),
     ("GET", "/lighttpd.conf", "", 404, ""),
     ("GET", "/Web/updownload/settings.db", "", 404, "")], ids=lambda value: str(value)[:30])
-def test_what_the_camera_refuses(camera, method, path, body, status, said):
+def test_a_request_is_refused_with_the_reason_in_a_few_lines(camera, method, path, body, status, reason):
     answered, text = camera.ask(method, path, body)
-    assert answered == status and said in text and len(text) < 700
+    assert answered == status and reason in text
+    assert len(text) < 700, "a long request is not quoted whole"
 
 
 def test_the_log_is_for_accounts_and_changes_are_for_administrators(camera):

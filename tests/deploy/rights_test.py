@@ -115,12 +115,12 @@ def start_as(user, action, *arguments):
 
 
 def test_processes_of_the_user_are_killed_and_no_others():
-    left = start_as(USER, time.sleep, 600)
+    service = start_as(USER, time.sleep, 600)
     others = start_as(USER + 1, time.sleep, 600), start_as(0, time.sleep, 600)
     assert rights("--kill", "root").returncode == 1
     assert rights("--kill", "psia").returncode == 0
-    left.join(10)
-    assert left.exitcode == -signal.SIGKILL
+    service.join(10)
+    assert service.exitcode == -signal.SIGKILL
     for other in others:
         assert other.is_alive()
         other.kill()

@@ -125,7 +125,7 @@ def test_servers_are_shown_in_the_order_of_their_numbers(camera):
     assert camera.shown(FTP, "id") == ["before", "FTP-1", "third"]
 
 
-def test_texts_of_a_server_are_truncated_to_127_bytes_its_id_among_them(camera):
+def test_a_server_is_found_by_the_id_in_the_body_and_all_its_texts_are_truncated_to_127_bytes(camera):
     longest = 127 * "s"
     camera.execute(INSERT_FTP + f"(5, '{longest}', '', 1)")
     assert camera.effects("PUT", FTP + "/FTP-1", f"""

@@ -74,7 +74,7 @@ def test_a_list_waits_for_a_lock_only_once(faulty_camera, request_of_a_list, rec
 
 
 def test_nothing_is_stored_when_sqlite_gave_the_transaction_up_at_the_first_item(faulty_camera):
-    faulty_camera.plan.let_fail(FaultPlan.WRITE)
+    faulty_camera.plan.let_fail(FaultPlan.WRITE)  # of the first item; SQLite takes it for a full medium
     assert faulty_camera.effects(*CHANGE_USERS) == [ALL_THREE_FAILED]
 
 

@@ -67,7 +67,7 @@ def test_a_new_identifier_is_stored_in_both_databases_and_closes_the_first(camer
     assert camera.call("GET", INFO) == UNAUTHORIZED
 
 
-def test_the_status_shows_the_time_of_the_zone_in_force(camera):
+def test_the_status_shows_the_time_in_the_zone_of_the_request(camera):
     camera.call("GET", STATUS)  # the zone is known now, and must be read again
     shown = elements(camera.call("GET", STATUS, variables={"TZ": "AAA-5:30"}))
     assert offset_of(shown["currentDeviceTime"]) == HALF_PAST_FIVE

@@ -50,7 +50,7 @@ def test_a_stored_zone_with_a_file_of_more_than_1_mib_is_gmt(camera):
     pytest.param("a\n" + 3000 * "x" + "\n", 3000 * "x", id="3000 characters"),
 ])
 def test_the_rule_of_a_zone_is_the_last_line_of_its_file(camera, content, rule):
-    longest_name = BESIDE_THE_SETTINGS.ljust(127, "z")
+    longest_name = BESIDE_THE_SETTINGS.ljust(127, "z")  # of a longer one the rest is ignored
     (ZONES / longest_name).write_text(content)
     camera.execute(f"update Network set TimeZone='{longest_name}truncated'")
     assert bare_text(camera, TIME_ZONE) == rule
