@@ -1,5 +1,4 @@
-"""What only the tests do to the service: operations that fail, time that passes faster, and a look at what it
-waits for."""
+"""What only the tests do to the service: operations fail, time passes faster, waits are looked at."""
 import ctypes
 import mmap
 import os
