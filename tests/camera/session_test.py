@@ -80,7 +80,6 @@ def test_changes_outlast_a_reboot_and_a_factory_reset_undoes_them_until_they_are
 
 
 @pytest.mark.parametrize("method, path, body, status, reason", [
-    ("GET", "/camera/log?since=x", "", 400, "since is the id of an entry"),
     ("GET", "/camera/log?snice=3", "", 400, "There is no parameter snice."),
     ("PUT", "/camera/answers", "3=busy " + 4000 * "x", 400, "'" + 100 * "x" + "...' is not COMMAND=ok|"),
     ("PUT", "/camera/answers", 5000 * "x", 400, "The rules are longer than 4096 bytes."),

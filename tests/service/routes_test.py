@@ -46,6 +46,12 @@ def test_a_url_that_is_longer_than_an_exact_one_is_refused(camera, uri):
     assert camera.call("GET", uri + "X") == status(4, uri + "X")
 
 
+def test_the_program_has_no_url_that_no_table_shows(unstarted_camera):
+    program = open(unstarted_camera.program, "rb").read()
+    urls = {url.decode() for url in re.findall(b"/PSIA/[ -~]*", program)}
+    assert not urls - {url.partition("Sensor-0")[0] for url in TABLE}
+
+
 @pytest.mark.parametrize("method, uri", [
     ("", "/PSIA/System/status"), ("GET", ""), ("GET", '/PSIA/<a>&%20%s%n"'),
     pytest.param("GET", "/PSIA/" + 60000 * "x", id="60000 characters"),
