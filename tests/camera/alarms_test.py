@@ -74,6 +74,17 @@ def test_a_server_that_does_not_answer_delays_nothing(start):
         assert "timed out" in camera.log(contains="FTP-1: failed", wait=30)[0]["text"]
 
 
+def test_nothing_is_sent_outside_the_schedule(start):
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        port = server.getsockname()[1]
+        camera = start("--set", f"update FTPServer set Address = '127.0.0.1', Port = {port};" + ALWAYS,
+                       "--set", "update Event set Week = 0")
+        assert "nothing follows: the schedule has no" in close_contact(camera)
+        server.settimeout(1)  # second
+        with pytest.raises(TimeoutError):
+            server.accept()
+
+
 def test_the_relay_is_closed_for_its_interval(start):
     camera = start("--set", ALWAYS + "update Event set FTPServerID = -1, RelayID = 2;"
                                      "update SensorRelay set Interval = 2")

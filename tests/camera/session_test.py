@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import select
+import signal
 import socket
 import subprocess
 import sys
@@ -11,6 +12,7 @@ import threading
 
 import pytest
 
+from simulator import fastcgi, processes
 from simulator.options import PROJECT
 from simulator.testing import eventually
 
@@ -103,9 +105,8 @@ def test_the_log_is_for_accounts_and_changes_are_for_administrators(camera):
 def socket_of_camera(tmp_path):
     """A camera without a web server."""
     path = str(tmp_path / "socket")
-    process = subprocess.Popen([*CAMERA, "--socket", path, "--", os.environ["PSIA_BINARY"]],
-                               stdout=subprocess.DEVNULL,
-                               preexec_fn=lambda: processes.die_with(os.getppid(), signal.SIGTERM))
+    process = processes.start([*CAMERA, "--socket", path, "--", os.environ["PSIA_BINARY"]], signal.SIGTERM,
+                              stdout=subprocess.DEVNULL)
     eventually(lambda: socket.socket(socket.AF_UNIX).connect_ex(path) == 0, "the socket")
     yield path
     process.terminate()

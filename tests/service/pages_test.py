@@ -1,6 +1,7 @@
 """The pages of the reference, executed as they stand. To write what was seen into the pages, and look at the
 differences:  PYTEST_ADDOPTS=--update ctest --test-dir build -R pages_test;  git diff docs"""
 import difflib
+import json
 import os
 import re
 
