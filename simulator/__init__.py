@@ -12,7 +12,6 @@ The modules, each of which imports only those before it:
     processes  children of a camera, the service among them
     inside     the command "inside": any program inside a camera
     fastcgi    FastCGI records, and a client
-    relay      what stands between the web server and the service
     front      the web server
     outside    the process that a camera has in the machine's network, and what it does for alarms
     rtsp       the RTSP server, which is that process with --video
@@ -22,6 +21,7 @@ The modules, each of which imports only those before it:
     options    the options of the command "camera"
     camera     daemons, boots and outages of a camera that runs
     control    what the camera answers itself: /camera/, refusals
+    relay      what stands between the web server and the service
     runs       how --shell and test programs find a run, and the shell inside it
     people     the command "camera": one camera or several, on a terminal
     testing    a running camera for the tests of clients

@@ -21,17 +21,15 @@ from datetime import datetime
 
 from simulator import Fault, clock, daemons, device, messages, settings
 from simulator.alarms import Alarms
-from simulator.journal import Journal
+from simulator.journal import Exchange, Journal
 from simulator.front import WebServer
 from simulator.outside import Outside
 from simulator.processes import Service
-from simulator.relay import Exchange, Relay
 from simulator.streams import Streams
 
 SERVICE_SOCKET = pathlib.Path("/dev/psia.socket")
 UPLOAD = device.EXCHANGE / "psia_config.dat"  # where the service stores settings that a client uploads
 ROUND = 0.01  # seconds between two looks at the queue, which cannot be waited for together with sockets
-FAREWELL = 4  # seconds that clients have to read their answers when the service has ended
 
 
 def listen_at(path: pathlib.Path) -> socket.socket:
@@ -159,7 +157,7 @@ class Camera:
         self.alarms.forget()
         attempt(lambda: self.streams.boot(self.zone))
         self.booted_at, self.up, self.restart_at = time.monotonic(), True, math.inf
-        words = f"the camera boots; eth0 has {device.live_address()}, the zone is {self.zone}"
+        words = f"the camera boots; eth0 has {device.live_address() or 'no address'}, the zone is {self.zone}"
         self.journal.event(words, [str(line) for line in details if line] + self.watch.changes())
 
     def tend_service(self) -> None:
@@ -199,17 +197,14 @@ class Camera:
 
     # The rounds.
 
-    async def run(self, relay: Relay, web_server: WebServer | None) -> None:
+    async def run(self, web_server: WebServer | None) -> None:
         """Runs until end() is called."""
-        self.accepting = asyncio.create_task(relay.run())  # the event loop alone would not keep it
         while not self.ending or self.service.runs():
             await asyncio.sleep(ROUND)  # first: a service that has just started is not ready for a signal
             self.step()
             self.tend_service()
             if web_server and web_server.has_ended():
                 raise Fault("The web server has ended.")
-        if relay.connections:
-            await asyncio.wait(relay.connections, timeout=FAREWELL)
 
     def run_beside(self, shell: subprocess.Popen[bytes]) -> None:
         """Runs without the service, until the shell or end()."""

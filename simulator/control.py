@@ -12,8 +12,7 @@ from typing import Any
 from simulator import Fault, clock, daemons, device, settings
 from simulator.camera import Camera
 from simulator.front import is_ip_address
-from simulator.journal import credentials
-from simulator.relay import Exchange
+from simulator.journal import Exchange, credentials
 from simulator.texts import decoded, for_json, harmless
 
 PREFIX = "/camera/"
@@ -56,7 +55,6 @@ class Control:
     def __init__(self, camera: Camera) -> None:
         self.camera = camera
         self.journal = camera.journal
-        self.begin, self.end = camera.journal.begin_request, camera.end_request  # of the relay's requests
         self.run = int(time.time() * 1000)  # distinguishes the runs, whose journals all begin with 1
 
     def answers(self, exchange: Exchange) -> bool:

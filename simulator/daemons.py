@@ -105,12 +105,10 @@ def sender_has_ended(message: Message) -> bool:
 
 @dataclass
 class Daemons:
-    """Answers the messages of the service. `hear` is given each when it comes, `tell` what it was in words
-    and how it was answered."""
+    """Answers the messages of the service. `tell` is given what each was in words and how it was answered."""
 
     act: Act
     rules: list[Rule] = field(default_factory=list)
-    hear: Callable[[Message], None] = lambda message: None
     tell: Callable[[str, str], None] = lambda words, how: None
     refuses = False  # everything: the service stops, and must not wait
 
@@ -132,7 +130,6 @@ class Daemons:
             self.tell(f"command {message.command}: {what}", "")
             self.unsent.pop(0)
         while received := REQUESTS.receive():
-            self.hear(received)
             self.serve(received)
         for due, message in self.waiting[:]:
             if due <= time.monotonic():

@@ -10,12 +10,49 @@ import sys
 import time
 from typing import Any
 
-from simulator.relay import Exchange
-from simulator.texts import harmless, indented, lines_of
+from simulator import fastcgi
+from simulator.texts import decoded, harmless, indented, lines_of
 
+MAX_NOTED = 1 << 17  # bytes of a stream that are looked at; a web server sends far less in variables
 MAX_ENTRIES = 1000
 MAX_PRINTED = 1 << 18  # characters of one request
 MARGIN = " " * 12
+
+
+class Exchange:
+    """A request, and once it has ended its answer."""
+
+    def __init__(self) -> None:
+        self.arrived = time.monotonic()
+        self.number = 0  # of the request in its records
+        self.streams: dict[int, bytes] = collections.defaultdict(bytes)  # by kind; at most MAX_NOTED bytes
+        self.ended: set[int] = set()  # kinds of the streams that have arrived whole
+        self.variables: dict[str, str] = {}
+        self.method = self.url = ""
+        # The answer as the client receives it: the web server turns an empty one into 500. Status and words
+        # are those of a ResponseStatus document.
+        self.answer: dict[str, Any] = {"http": 500, "status": 0, "words": "?", "milliseconds": 0}
+        self.messages: list[str] = []  # that it caused, in words
+        self.printed = ""  # by the service
+
+    @property
+    def body_start(self) -> bytes:
+        return self.streams[fastcgi.INPUT]
+
+    def note(self, kind: int, content: bytes) -> None:
+        """A part of a stream; an empty one ends it."""
+        self.streams[kind] += content[: MAX_NOTED - len(self.streams[kind])]
+        if not content:
+            self.ended.add(kind)
+
+    def note_end(self) -> None:
+        if output := self.streams[fastcgi.OUTPUT]:
+            status = re.match(rb"Status: *([0-9]+)", output)
+            self.answer["http"] = int(status[1]) if status else 200
+        pattern = rb"<ResponseStatus .*?<statusCode>([0-9]+)<.*?<statusString>([^<]*)"
+        if found := re.search(pattern, output, re.DOTALL):
+            self.answer |= {"status": int(found[1]), "words": decoded(found[2])}
+        self.answer["milliseconds"] = int((time.monotonic() - self.arrived) * 1000)
 
 
 def credentials(exchange: Exchange) -> str:

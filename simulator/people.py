@@ -172,7 +172,7 @@ def run_camera(given: Namespace, listener: socket.socket | None, ready: Callable
             camera.service.start()
             if listener:
                 ready()
-            asyncio.run(camera.run(relay, web_server))
+            asyncio.run(relay.run(camera.run(web_server)))
         else:
             camera.run_beside(start_shell(given.service))
     return 0
