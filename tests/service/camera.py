@@ -7,7 +7,6 @@ import pathlib
 import re
 import signal
 import socket
-import struct
 import subprocess
 import time
 
@@ -15,7 +14,7 @@ from answers import status
 from faults import SYSTEM_CALLS
 from simulator import messages, settings
 from simulator.device import FACTORY_DATA, RESOLVER
-from simulator.fastcgi import HEADER, Connection, parameter
+from simulator.fastcgi import Connection
 from simulator.messages import reply
 from simulator.settings import DATABASE, DEFAULTS, DIRECTORY
 from simulator.testing import eventually
@@ -201,17 +200,3 @@ class Camera:
         if code and answer == status(int(code[1]), uri):
             answer = f"status {code[1]}"
         return lines + ([answer] if answer else [])
-
-
-@contextlib.contextmanager
-def peer(camera, *request, **options):
-    """The connection on which a request is sent, as by Camera.begin. It is closed at the end."""
-    connection = camera.begin(*request, **options)
-    with connection.socket:
-        yield connection
-
-
-def up_to_uri(method, uri):
-    """How many bytes of a request Camera.begin sends up to its URI, which comes before the credentials."""
-    begin = HEADER.size + struct.calcsize(">HB5x")  # the record that begins a request
-    return begin + HEADER.size + len(parameter("REQUEST_METHOD", method)) + len(parameter("REQUEST_URI", uri))

@@ -7,8 +7,9 @@ import socket
 import pytest
 
 from answers import DEVICE_BUSY, DEVICE_ERROR, LOGGED_IN, NO_RESOURCE, OK, answer, logged_in
-from camera import DATABASE, REPLIES, REQUESTS, peer, up_to_uri
+from camera import DATABASE, REPLIES, REQUESTS
 from faults import FAST
+from peers import peer, up_to_uri
 from simulator.messages import BODY, DONE, FAILED, TYPE_WORD, reply
 
 AUDIO = "/PSIA/System/Audio/channels/1"
@@ -184,6 +185,7 @@ def test_a_full_queue_is_waited_for_until_there_is_room(camera):
     REQUESTS.fill()
     with peer(camera, "PUT", REBOOT) as client:
         camera.wait_until_blocked_in("msgsnd")
+        camera.process.send_signal(signal.SIGALRM)  # interrupts the system call
         while "reboot" not in (message := REQUESTS.next()).contents(camera.process.pid):
             pass
         assert REPLIES.send(reply(message, DONE))

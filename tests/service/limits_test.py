@@ -8,8 +8,9 @@ import time
 import pytest
 
 from answers import DEVICE_ERROR, INVALID_OPERATION, LOGGED_IN, NO_RESOURCE, OK, answer
-from camera import REPLIES, REQUESTS, peer
+from camera import REPLIES, REQUESTS
 from faults import let_pass, seconds
+from peers import peer
 from simulator.device import EXCHANGE
 from simulator.fastcgi import INPUT, stream
 from simulator.messages import DONE, reply

@@ -202,7 +202,7 @@ def settle(text):
     text = re.sub(r"(<(?:currentDeviceTime|localTime)>|\r\n\r\n|^)\d{4}(-\d\d){2}T\d\d(:\d\d){2}(?=<|$)",
                   r"\g<1>2024-07-01T12:00:00", text)
     text = re.sub(r"(mode = 2, .*), year = .*", r"\1, the time of the camera", text)
-    return re.sub(r"(<deviceUpTime>)\d+", r"\g<1>86400", text)
+    return re.sub(r"(<deviceUpTime>)[1-9]\d*", r"\g<1>86400", text)
 
 
 PIECE = re.compile(r"[ ␠]*<(\w+)[^>]*>[^<]*</\1>[␍␊]*|[ ␠]*<[^>]*>[^<␠]*|[^<]+")

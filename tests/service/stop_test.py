@@ -5,8 +5,9 @@ import signal
 import pytest
 
 from answers import DEVICE_BUSY, DEVICE_ERROR, LOGGED_IN, NO_RESOURCE, OK, answer, elements
-from camera import REPLIES, REQUESTS, peer, up_to_uri
+from camera import REPLIES, REQUESTS
 from faults import FOREVER, LOCKS_OF_A_LOGIN, WAIT_FOR_A_LOCK, FaultPlan, let_pass, seconds
+from peers import peer, up_to_uri
 from simulator.messages import DONE, FAILED, reply
 
 INFO = "/PSIA/System/deviceInfo"
