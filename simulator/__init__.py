@@ -26,6 +26,9 @@ The modules, each of which imports only those before it:
     people     the command "camera": one camera or several, on a terminal
     testing    a running camera for the tests of clients
 """
+import pathlib
+
+PROJECT = pathlib.Path(__file__).parents[1]
 
 
 class Fault(Exception):

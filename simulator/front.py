@@ -8,7 +8,7 @@ import socket
 import subprocess
 import time
 
-from simulator import Fault, device
+from simulator import PROJECT, Fault, device
 from simulator.processes import start
 
 # In memory, so that nothing of it is left when the camera ends, however that happens. Bodies are collected
@@ -20,7 +20,7 @@ LOG = DIRECTORY / "lighttpd.log"
 CONFIGURATION = DIRECTORY / "lighttpd.conf"
 
 # The limits that a camera has, from the configuration that it is shipped with.
-SHIPPED = pathlib.Path(__file__).parents[1] / "deploy/lighttpd.conf"
+SHIPPED = PROJECT / "deploy/lighttpd.conf"
 
 
 def is_ip_address(text: str) -> bool:

@@ -2,13 +2,10 @@
 of the documents, for example. It can import this package."""
 import argparse
 import os
-import pathlib
 import time
 
-from simulator import daemons, device
+from simulator import PROJECT, daemons, device
 from simulator.processes import start
-
-PROJECT = pathlib.Path(__file__).parents[1]
 
 ROUND = 0.002  # seconds between two looks at the queue, which cannot be waited for with a timeout
 

@@ -5,9 +5,8 @@ import pathlib
 from collections.abc import Callable
 from typing import NoReturn, TypeVar
 
-from simulator import daemons, device, front
+from simulator import PROJECT, daemons, device, front
 
-PROJECT = pathlib.Path(__file__).parents[1]
 MAX_PORT = 65535
 Kind = TypeVar("Kind")
 Reader = Callable[[str], Kind]  # raises ValueError where the text is not of the kind

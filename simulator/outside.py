@@ -5,17 +5,15 @@ process send each other JSON objects."""
 import contextlib
 import json
 import os
-import pathlib
 import socket
 import threading
 from collections.abc import Callable, Iterator, Sequence
 from typing import Any
 
-from simulator import Fault, front
+from simulator import PROJECT, Fault, front
 from simulator.processes import die_with, start
 
-HERE = pathlib.Path(__file__).parent
-STILL = HERE / "page/scene.jpg"  # the picture of an alarm without --video
+STILL = PROJECT / "simulator/page/scene.jpg"  # the picture of an alarm without --video
 PYTHON = "/usr/bin/python3"  # GStreamer's bindings are Debian's, for this one
 VIDEO_PORTS = range(8554, 8755)  # that are tried without --video-port
 MAX_MESSAGE = 1 << 17  # bytes; a socket takes that many at once
@@ -49,7 +47,9 @@ class Outside:
             self.url = f"rtsp://{front.authority(front.reachable(address), self.port)}"
             ends = theirs.fileno(), listener.fileno()
             command = [PYTHON, "-m", "simulator.rtsp", *map(str, ends)]
-            start(command, pass_fds=ends, env=os.environ | {"PYTHONPATH": str(HERE.parent)})
+            # GStreamer's list of plugins, which it would keep in the home directory.
+            own = {"PYTHONPATH": str(PROJECT), "GST_REGISTRY": str(PROJECT / "build/gstreamer.registry")}
+            start(command, pass_fds=ends, env=os.environ | own)
         elif os.fork() == 0:
             try:
                 die_with(parent)

@@ -17,7 +17,7 @@ from urllib.parse import urlencode, urlsplit
 
 import pytest
 
-from simulator.options import PROJECT
+from simulator import PROJECT
 from simulator.processes import start
 
 Found = TypeVar("Found")

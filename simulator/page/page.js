@@ -27,9 +27,11 @@ const ask = (method, url, body) =>
 
 async function sign_in(user, credentials) {
   authorization = credentials;
+  const [answer] = await ask("GET", "/PSIA/System/deviceInfo");  // the service knows who may sign in
+  if (answer?.status === 401) return sign_out("User or password is wrong.");
   sessionStorage.account = JSON.stringify([user, credentials]);
   $("user-name").textContent = user;
-  await look();  // tells whether the camera takes the account
+  await look();
   $("resource").focus();
 }
 
@@ -206,7 +208,8 @@ async function send(method, url, body) {
   const entry = journal.entries.findLast((found) =>
     found.id > before && found.method === method && answer.url.endsWith(found.url)) ?? kNoEntry;
   const words = `${answer.status} ${answer.statusText}${outcome(entry)}`;
-  const good = answer.ok && !(entry.status > 1), stored = !good && entry.changes.length > 0;
+  const [, status] = /<statusCode>(\d)/.exec(await content.text()) ?? [];
+  const good = answer.ok && !(status > 1), stored = !good && entry.changes.length > 0;
   const printed = answer.status === 500 && entry.printed.length > 0;  // the content is the web server's page
   return {words, content, entry, good, stored, printed};
 }

@@ -12,8 +12,7 @@ import threading
 
 import pytest
 
-from simulator import fastcgi, processes
-from simulator.options import PROJECT
+from simulator import PROJECT, fastcgi, processes
 from simulator.testing import eventually
 
 AUDIO = "/PSIA/System/Audio/channels/1"
