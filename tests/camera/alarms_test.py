@@ -36,7 +36,7 @@ def serve(request):
 
 
 def test_a_picture_is_uploaded_once_within_the_interval(start, serve, tmp_path):
-    snapshots = tmp_path / "snapshots"  # the folder of the factory state
+    snapshots = tmp_path / "snapshots"  # folder, user and password are those of the factory state
     snapshots.mkdir()
     port = serve("pyftpdlib", "--interface=127.0.0.1", "--port=PORT", "--write", f"--directory={tmp_path}",
                  "--username=camera", "--password=ftppass")
@@ -53,7 +53,7 @@ def test_a_mail_has_the_picture(start, serve, tmp_path):
                  str(tmp_path / "mails"))
     server = f"Address = '127.0.0.1', Port = {port}, Recipient = 'guard@example.com'"
     camera = start("--set", f"update SMTPServer set {server};" + ALWAYS,
-                   "--set", "update Event set FTPServerID = -1, SMTPServerID = 1")
+                   "--set", "update Event set FTPServerID = -1, SMTPServerID = 1")  # -1: none
     assert "Mail-1 is to receive" in close_contact(camera)
     assert "a mail to guard@example.com is sent" in camera.log(contains="Mail-1: ", wait=30)[0]["text"]
     (mail,) = mailbox.Maildir(tmp_path / "mails")

@@ -66,7 +66,7 @@ def test_a_change_that_the_account_may_not_make_is_refused_and_the_slider_goes_b
     slider = browser.find_element(By.NAME, "brightness")
     slider.send_keys(Keys.END)
     browser.sees("levels-note", "Not changed: 200 OK · status 4 Invalid Operation")
-    eventually(lambda: slider.get_property("value") == "60", "the slider back at 60")
+    eventually(lambda: slider.get_property("value") == "60", "the slider back at the 60 of the factory")
     browser.element("sensor").click()
     browser.sees("sensor-note", "Only an administrator may do this.")
     browser.element("sign-out").click()

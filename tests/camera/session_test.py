@@ -61,10 +61,11 @@ def test_changes_outlast_a_reboot_and_a_factory_reset_undoes_them_until_they_are
     assert now["tables"]["Network"][0]["RTSPPort"] == "8554"
 
     exported = camera.ask("GET", SETTINGS)[1].encode(errors="surrogateescape")
-    accepted(camera, SETTINGS, exported[:5000])
+    accepted(camera, SETTINGS, exported[:len(exported) // 2])
     camera.shows("the uploaded settings are refused")
     accepted(camera, "/PSIA/System/factoryReset?MODE=FULL")
     wait_for_boot(camera, 2)
+    # The address and the zone of the factory.
     assert "192.168.1.10<" in camera.get(ADDRESS) and "EST5EDT" in camera.get("/PSIA/System/time")
     now = camera.now()  # a client's factory reset undoes --set, as it would any change; the daemons stay busy
     assert now["tables"]["Network"][0]["RTSPPort"] == "554" and now["answers"] == ["3=busy"]
@@ -96,7 +97,7 @@ def test_a_request_is_refused_with_the_reason_in_a_few_lines(camera, method, pat
 
 def test_the_log_is_for_accounts_and_changes_are_for_administrators(camera):
     assert camera.ask("GET", "/camera/log", user="admin:wrong") == (401, "Unauthorized\n")
-    assert camera.ask("GET", "/camera/log?since=1&wait=0", user="guest:guest")[0] == 200
+    assert camera.ask("GET", "/camera/log", user="guest:guest")[0] == 200
     assert camera.ask("PUT", "/camera/reset", user="operator:operator")[0] == 403
 
 
@@ -117,7 +118,7 @@ def test_a_web_server_can_send_all_of_a_body_that_the_service_refuses_early(sock
     body = 1_500_000 * b"x"
     variables = {"REQUEST_METHOD": "PUT", "REQUEST_URI": "/PSIA/System/deviceInfo",
                  "CONTENT_LENGTH": str(len(body)), "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4="}
-    connection = fastcgi.Connection(socket_of_camera, variables, body, first=100)
+    connection = fastcgi.Connection(socket_of_camera, variables, body, first=0)
     connection.socket.sendall(connection.rest)
     answer, _ = connection.receive()
     assert "<statusCode>3<" in answer and answer.endswith("</ResponseStatus>\n")

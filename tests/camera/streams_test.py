@@ -62,7 +62,7 @@ def test_both_streams_of_the_factory(camera):
     assert found(camera, "Slave-0") == "mjpeg 352x240 15 pcm_mulaw"
 
 
-# The smallest size of the Slave stream with 10 frames a second.
+# The smallest size of the Slave stream. A rate is in hundredths: 10 and 5 frames a second.
 SMALL = ("<videoResolutionWidth>704</videoResolutionWidth><videoResolutionHeight>240</videoResolutionHeight>"
          "<maxFrameRate>1000</maxFrameRate>")
 
@@ -74,7 +74,8 @@ NO_AUDIO = "<Audio><enabled>false</enabled></Audio>"
 
 
 @pytest.mark.parametrize("channel, stream, video, audio, expected", [
-    pytest.param(1, "Master-0", MJPEG, "", "mjpeg 1280x720 5 pcm_mulaw", id="codec and size of the video"),
+    pytest.param(1, "Master-0", MJPEG, "", "mjpeg 1280x720 5 pcm_mulaw",
+                 id="codec and size of the video, while the audio stays"),
     pytest.param(2, "Slave-0", SMALL, G726, "h264 704x240 10 adpcm_g726le", id="codec of the audio"),
     pytest.param(2, "Slave-0", SMALL, NO_AUDIO, "h264 704x240 10", id="no audio"),
 ])
@@ -112,7 +113,7 @@ def test_a_change_of_brightness_reaches_a_viewer_without_a_new_session(camera, w
     levels = "<brightnessLevel>10</brightnessLevel><contrastLevel>50</contrastLevel><hueLevel>50</hueLevel>"
     channel = f"<VideoInputChannel><id>0</id>{levels}</VideoInputChannel>"
     camera.put("/PSIA/System/Video/inputs/channels/1", channel)
-    assert brightness(camera) < before - 50
+    assert brightness(camera) < before - 50  # of 255
     assert client.poll() is None
 
 

@@ -81,7 +81,7 @@ TEST_F(NotificationTest, AChangeSetsTheLinkThatTheBodyNames) {
             "<EventTriggerNotification>"
             "<id>FTP-1</id><notificationMethod>FTP</notificationMethod>"
             "</EventTriggerNotification>");
-  EXPECT_EQ(links(), "8 1 8");
+  EXPECT_EQ(links(), "8 1 8");  // FTP-1 has number 1
 }
 
 TEST_F(NotificationTest, ADeletionSetsTheLinkThatTheUrlNames) {

@@ -6,7 +6,9 @@ import pytest
 from answers import NO_RESOURCE, OK, UNAUTHORIZED, logged_in
 
 AUDIO = "/PSIA/System/Audio/channels/1"
+AUDIO_OFF = "<AudioChannel><enabled>false</enabled></AudioChannel>"
 LONGEST = 31 * "n"  # the longest user name and the longest password
+MAY_READ = 2  # a level
 
 
 def base64_of(text):
@@ -23,7 +25,7 @@ def base64_of(text):
     pytest.param("admin:admi", id="password too short"),
 ])
 def test_wrong_credentials_get_the_401_answer_and_nothing_happens(camera, user):
-    assert camera.effects("PUT", AUDIO, "<AudioChannel/>", user=user) == [UNAUTHORIZED]
+    assert camera.effects("PUT", AUDIO, AUDIO_OFF, user=user) == [UNAUTHORIZED]
 
 
 @pytest.mark.parametrize("header", [
@@ -32,7 +34,7 @@ def test_wrong_credentials_get_the_401_answer_and_nothing_happens(camera, user):
                  id="other characters are skipped and padding is not needed"),
     # The last text is the password. The second colon cuts the name to the length of the text before it.
     pytest.param("Basic " + base64_of("admin-cut:12345:admin"), id="several colons"),
-    pytest.param("Basic " + base64_of("anonymous"), id="without a colon the password is empty"),
+    pytest.param("Basic " + base64_of("anonymous"), id="without a colon the password is empty, as this user's"),
 ])
 def test_credentials_in_odd_forms_are_accepted(camera, header):
     assert logged_in(camera, variables={"HTTP_AUTHORIZATION": header})
@@ -43,12 +45,12 @@ def test_a_header_that_is_shorter_than_a_scheme_is_refused(camera):
 
 
 def test_names_and_passwords_are_truncated_to_31_characters(camera):
-    camera.execute(f"insert into User values ('{LONGEST}', '{LONGEST}', 2)")
+    camera.execute(f"insert into User values ('{LONGEST}', '{LONGEST}', {MAY_READ})")
     assert logged_in(camera, f"{LONGEST}more:{LONGEST}more")
 
 
 def test_nobody_has_the_right_password_when_the_stored_one_is_too_long(camera):
-    camera.execute(f"insert into User values ('guard', '{LONGEST}x', 2)")
+    camera.execute(f"insert into User values ('guard', '{LONGEST}x', {MAY_READ})")
     assert not logged_in(camera, f"guard:{LONGEST}")
     assert not logged_in(camera, f"guard:{LONGEST}x")
 
@@ -62,7 +64,7 @@ def test_nobody_has_the_right_password_when_the_stored_one_is_too_long(camera):
 ])
 def test_the_stored_level_decides(camera, stored, effects):
     camera.execute(f"update User set {stored} where UserID='guest'")
-    assert camera.effects("PUT", AUDIO, "<AudioChannel/>", user="guest:guest") == effects
+    assert camera.effects("PUT", AUDIO, AUDIO_OFF, user="guest:guest") == effects
 
 
 @pytest.mark.parametrize("missing", ["REQUEST_URI", "REQUEST_METHOD"])

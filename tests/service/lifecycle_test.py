@@ -16,7 +16,9 @@ AUDIO = "/PSIA/System/Audio/channels/1"
 REBOOT = "/PSIA/System/reboot"
 FACTORY_RESET = "/PSIA/System/factoryReset?mode=full"
 CHANNEL = "/PSIA/Streaming/channels/1"
-AUDIO_SWITCHED_OFF = ["Audio.Enable = 0", "message 3 audio", OK]  # by <AudioChannel/>
+AUDIO_OFF = "<AudioChannel><enabled>false</enabled></AudioChannel>"
+AUDIO_SWITCHED_OFF = ["Audio.Enable = 0", "message 3 audio", OK]
+ADMIN = "Basic YWRtaW46YWRtaW4="  # admin:admin
 STOPS = [pytest.param(signal.SIGTERM, id="SIGTERM"), pytest.param(signal.SIGUSR1, id="SIGUSR1")]
 
 
@@ -57,7 +59,7 @@ def test_requests_wait_until_both_queues_are_there(unstarted_camera):
         REQUESTS.create()
         REPLIES.create()
         assert early.receive()[0] == LOGGED_IN
-    assert unstarted_camera.effects("PUT", AUDIO, "<AudioChannel/>") == AUDIO_SWITCHED_OFF
+    assert unstarted_camera.effects("PUT", AUDIO, AUDIO_OFF) == AUDIO_SWITCHED_OFF
 
 
 def test_messages_left_in_the_queues_are_discarded_at_the_start(unstarted_camera):
@@ -71,8 +73,7 @@ def test_messages_left_in_the_queues_are_discarded_at_the_start(unstarted_camera
 
 def test_as_a_plain_cgi_program_the_service_serves_one_request(unstarted_camera):
     unstarted_camera.start_service(cgi=True, environment={
-        "REQUEST_METHOD": "GET", "REQUEST_URI": NO_RESOURCE,
-        "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4="})  # admin:admin
+        "REQUEST_METHOD": "GET", "REQUEST_URI": NO_RESOURCE, "HTTP_AUTHORIZATION": ADMIN})
     assert unstarted_camera.wait_for_exit() == 0
     assert unstarted_camera.standard_output() == LOGGED_IN
 
@@ -82,7 +83,7 @@ def test_a_database_file_dated_2040_is_read_and_written(unstarted_camera):
     in_2040 = datetime.datetime(2040, 1, 1).timestamp()
     os.utime(DATABASE, (in_2040, in_2040))
     unstarted_camera.start_service()
-    assert unstarted_camera.effects("PUT", AUDIO, "<AudioChannel/>") == AUDIO_SWITCHED_OFF
+    assert unstarted_camera.effects("PUT", AUDIO, AUDIO_OFF) == AUDIO_SWITCHED_OFF
 
 
 # Requests.
@@ -91,8 +92,8 @@ def test_a_kept_connection_carries_several_requests(camera):
     with peer(camera, "GET", NO_RESOURCE, keep=True) as client:
         assert client.receive()[0] == LOGGED_IN
         for _ in range(2):
-            client.send({"REQUEST_METHOD": "GET", "REQUEST_URI": NO_RESOURCE,
-                         "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4="}, b"", keep=True)
+            client.send({"REQUEST_METHOD": "GET", "REQUEST_URI": NO_RESOURCE, "HTTP_AUTHORIZATION": ADMIN},
+                        b"", keep=True)
             assert client.receive()[0] == LOGGED_IN
 
 
@@ -103,20 +104,22 @@ def test_a_sigalrm_from_outside_does_not_end_the_service(camera):
     assert logged_in(camera)
 
 
-@pytest.mark.parametrize("sent", [
-    pytest.param(0, id="before it sends anything"),
-    pytest.param(-len("</AudioChannel>"), id="within the body"),
-    pytest.param(None, id="before it reads the answer"),
+@pytest.mark.parametrize("sent, audio_enabled", [
+    pytest.param(0, 1, id="before it sends anything"),
+    pytest.param(-len("</AudioChannel>"), 1, id="within the body"),
+    pytest.param(None, 0, id="before it reads the answer"),
 ])
-def test_a_client_that_goes_away_disturbs_nobody(camera, sent):
-    with peer(camera, "PUT", AUDIO, "<AudioChannel></AudioChannel>", finished=sent is None, first=sent):
-        if sent is None:
+def test_a_client_that_goes_away_disturbs_nobody(camera, sent, audio_enabled):
+    whole = sent is None  # only then audio is switched off, which in the factory state is on
+    with peer(camera, "PUT", AUDIO, AUDIO_OFF, finished=whole, first=sent):
+        if whole:
             assert REPLIES.send(reply(REQUESTS.next(), DONE))
     assert logged_in(camera)
-    assert camera.rows("select Enable from Audio") == [(0 if sent is None else 1,)]
+    assert camera.rows("select Enable from Audio") == [(audio_enabled,)]
 
 
 def test_a_request_is_not_judged_by_a_part_of_its_parameters(camera):
+    # The URI has come and the credentials have not, but no 401 may be sent.
     with peer(camera, "GET", NO_RESOURCE, first=up_to_uri("GET", NO_RESOURCE)) as client:
         client.socket.shutdown(socket.SHUT_WR)
         assert client.socket.recv(1) == b""
@@ -130,7 +133,7 @@ def test_a_thousand_requests_leave_memory_and_descriptors_where_they_were(camera
             camera.call("GET", "/PSIA/System/deviceInfo")
             camera.call("GET", "/PSIA/System/Network/interfaces")
             camera.call("PUT", "/PSIA/System/configurationData", 5000 * "c")
-            camera.call("PUT", AUDIO, "<AudioChannel>")
+            camera.call("PUT", AUDIO, "<AudioChannel>")  # which is not well-formed
     ask(50)  # what is allocated once
     descriptors, memory = camera.open_descriptors(), camera.memory("status", "VmRSS")
     ask(200)
@@ -145,7 +148,7 @@ def test_a_thousand_requests_leave_memory_and_descriptors_where_they_were(camera
 def test_a_reply_is_awaited_for_5_s_or_180_s(faulty_camera, uri, seconds):
     faulty_camera.plan.speed = 1000  # 180 s take 0.2 s
     message, received = faulty_camera.effects("PUT", uri, replies=[None])
-    assert received == DEVICE_BUSY
+    assert received == DEVICE_BUSY  # as for every reply that does not come
     last_poll = 100
     assert faulty_camera.plan.slept == seconds * 1000 + last_poll  # milliseconds
 
@@ -156,7 +159,7 @@ def test_a_reply_to_another_process_is_not_taken(faulty_camera):
         message = REQUESTS.next()
         message.type += 1  # another process id
         assert REPLIES.send(reply(message, DONE))
-        assert client.receive()[0] == answer(REBOOT, DEVICE_BUSY)
+        assert client.receive()[0] == answer(REBOOT, DEVICE_BUSY)  # as without a reply
 
 
 def test_a_late_reply_is_taken_for_the_next_request(faulty_camera):
@@ -177,6 +180,7 @@ def test_a_request_sends_32_messages_and_the_next_fails_its_update(faulty_camera
         effects = put_videos(33)
         assert effects.count("message 2 encoder: master = 1") == 32
         assert effects[-1] == DEVICE_ERROR
+        # The rates count from 0.
         assert faulty_camera.rows("select Bitrate from VideoEncoder where VideoEncoderID=0") == [(31,)]
     assert put_videos(32)[-1] == OK
 
@@ -192,7 +196,7 @@ def test_a_full_queue_is_waited_for_until_there_is_room(camera):
         assert client.receive()[0] == answer(REBOOT, OK)
 
 
-def test_a_queue_that_is_gone_is_answered_with_busy(camera):
+def test_a_request_is_answered_with_busy_when_the_queue_is_gone(camera):
     REQUESTS.remove()
     assert camera.effects("PUT", REBOOT) == [
         "reported Send Message using Message Queue 1 Failed\n: Invalid argument", DEVICE_BUSY]

@@ -17,7 +17,7 @@ from simulator.messages import DONE, reply
 
 INFO = "/PSIA/System/deviceInfo"
 NAME = "<DeviceInfo><deviceName>sent</deviceName></DeviceInfo>"
-STORED = ["Network.DDNSHostname = sent", OK]
+STORED = ["Network.DDNSHostname = sent", OK]  # the column of the device's name
 CONFIGURATION = "/PSIA/System/configurationData"
 KIB, MIB = 1 << 10, 1 << 20
 PEER_TIMEOUT, TIMEOUT_AFTER_STOP = 30, 1.5  # seconds without progress
@@ -47,18 +47,19 @@ def different_names(count, before, after):
     return "".join(f"{before}n{number}{after}" for number in range(count))
 
 
-MOST_ELEMENTS = f"""
+# Of 10000 elements, 1 MiB and 6000 equals signs and as many references that are allowed.
+NEAR_THE_BOUNDS = f"""
     <DeviceInfo>
       {different_names(6000, "<", "/>")}
       <a>{850000 * "x"}</a>
       <a {different_names(5900, " ", '="&amp;"')}/>
     </DeviceInfo>"""
-TOO_MANY_ELEMENTS = f"<DeviceInfo>{260000 * '<a/>'}</DeviceInfo>"
+TOO_MANY_ELEMENTS = f"<DeviceInfo>{260000 * '<a/>'}</DeviceInfo>"  # within 1 MiB
 
 
 @pytest.mark.memory
 @pytest.mark.parametrize("document, received", [
-    pytest.param(MOST_ELEMENTS, OK, id="names, text and attributes near their bounds"),
+    pytest.param(NEAR_THE_BOUNDS, OK, id="names, text and attributes near their bounds"),
     pytest.param(TOO_MANY_ELEMENTS, DEVICE_ERROR, id="elements far beyond their bound"),
 ])
 def test_a_document_costs_at_most_6_mb_and_gives_it_back(camera, document, received):
@@ -68,7 +69,7 @@ def test_a_document_costs_at_most_6_mb_and_gives_it_back(camera, document, recei
     assert camera.call("PUT", INFO, document) == answer(INFO, received)
     assert time.monotonic() - start < 8  # half a second on a quiet machine
     assert camera.memory("status", "VmHWM") < resident + 6000000
-    assert camera.memory("smaps_rollup", "Private_Dirty") < dirty + 300000
+    assert camera.memory("smaps_rollup", "Private_Dirty") < dirty + 300000  # of the 6 MB
 
 
 def put_document(camera, before, content):
@@ -80,7 +81,7 @@ def put_document(camera, before, content):
     pytest.param(10000 - 1, "<a/>", "", id="10000 elements with the root"),
     pytest.param(6000, "=", "", id="6000 equals signs, each of which may belong to an attribute"),
     pytest.param(6000, "<?a?>", "", id="6000 processing instructions"),
-    pytest.param(6000 // 3, "<?a?><a b='' xmlns='c'/>", "", id="6000 of both together"),
+    pytest.param(6000 // 3, "<?a?><a b='' xmlns='c'/>", "", id="6000 of both together, three a piece"),
     pytest.param(6000, "&a;", "<!DOCTYPE DeviceInfo SYSTEM 'x'>", id="6000 references"),
 ])
 def test_a_document_with_as_many_items_as_allowed_passes_and_with_one_more_fails(camera, most, piece, before):
@@ -124,7 +125,7 @@ def test_a_document_is_read_no_further_than_its_first_error(camera, beginning, e
 def test_a_body_of_more_than_1_mib_is_refused_but_a_web_server_can_send_all_of_it(camera):
     uri = "/PSIA/System/time/localTime"
     camera.execute("update Network set DateTimeSync=2")  # so a time is read and ignored
-    with peer(camera, "PUT", uri, (MIB + 1) * "x", first=100) as web_server:
+    with peer(camera, "PUT", uri, (MIB + 1) * "x", first=0) as web_server:
         web_server.socket.sendall(web_server.rest)  # fails when the service closes the connection too early
         assert web_server.receive()[0] == answer(uri, DEVICE_ERROR)
 
@@ -158,7 +159,8 @@ def test_a_body_ends_after_30_seconds_of_silence(faulty_camera):
 
 def test_a_body_that_arrives_slowly_is_read(faulty_camera):
     faulty_camera.plan.speed = SPEED
-    with peer(faulty_camera, "PUT", INFO, NAME, finished=False, first=-2) as slow:
+    last_bytes = 2  # which take longer than the timeout, together
+    with peer(faulty_camera, "PUT", INFO, NAME, finished=False, first=-last_bytes) as slow:
         for byte in slow.rest:
             let_pass(faulty_camera, PEER_TIMEOUT * 0.6)
             slow.send_bytes(bytes([byte]))
@@ -169,7 +171,7 @@ def test_a_request_that_begins_late_is_not_ended_by_the_timer_of_an_earlier_body
     faulty_camera.plan.speed = SPEED
     assert faulty_camera.call("PUT", INFO, NAME) == answer(INFO, OK)
     with peer(faulty_camera, "GET", NO_RESOURCE, first=0) as late:
-        let_pass(faulty_camera, PEER_TIMEOUT + 2)
+        let_pass(faulty_camera, PEER_TIMEOUT * 1.5)
         late.send_rest()
         assert late.receive()[0] == LOGGED_IN
 
@@ -189,13 +191,13 @@ def medium():
 @pytest.mark.parametrize("stop", [False, True], ids=["no stop", "stop"])
 def test_a_medium_that_blocks_does_not_truncate_an_upload(faulty_camera, medium, stop):
     faulty_camera.plan.speed = SPEED
-    content = 100 * KIB * b"s"
+    content = 100 * KIB * b"s"  # more than the pipe holds, also without the part that is sent last
     with peer(faulty_camera, "PUT", CONFIGURATION, content, first=-20 * KIB) as client, \
             open(medium, "rb") as reader:
         faulty_camera.wait_until_blocked_in("write")
         if stop:
             faulty_camera.process.send_signal(signal.SIGTERM)
-        let_pass(faulty_camera, PEER_TIMEOUT + 20)
+        let_pass(faulty_camera, PEER_TIMEOUT * 1.5)
         client.send_rest()
         assert len(reader.read()) == len(content)
         assert client.receive()[0] == answer(CONFIGURATION, OK)

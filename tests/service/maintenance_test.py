@@ -6,7 +6,7 @@ import pytest
 from answers import DEVICE_ERROR, OK, answer
 from camera import REPLIES, REQUESTS
 from simulator.device import EXCHANGE
-from simulator.messages import BUSY, DONE, reply
+from simulator.messages import BUSY, DONE, MAX_PAYLOAD, reply
 
 CONFIGURATION = "/PSIA/System/configurationData"
 UPLOADED = EXCHANGE / "psia_config.dat"
@@ -40,7 +40,7 @@ def test_a_busy_daemon_makes_the_download_fail(camera):
     pytest.param("missing", id="no such file"),
     pytest.param("", id="a directory"),
     pytest.param("empty", id="an empty file"),
-    pytest.param(5000 * "n", id="a name that fills the message"),
+    pytest.param(MAX_PAYLOAD * "n", id="a name that fills the message"),
 ])
 def test_without_an_exported_file_the_download_fails(camera, name):
     (EXCHANGE / "empty").write_text("")

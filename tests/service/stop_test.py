@@ -91,7 +91,7 @@ def test_a_stop_ends_a_list_between_two_messages(camera):
         assert REPLIES.send(reply(second, DONE))
         assert client.receive()[0] == answer(CHANNEL, DEVICE_ERROR)
     assert camera.wait_for_exit() == 0
-    assert camera.rows("select Bitrate from VideoEncoder where VideoEncoderID=0") == [(2,)]
+    assert camera.rows("select Bitrate from VideoEncoder where VideoEncoderID=0") == [(2,)]  # of the second
 
 
 def test_after_a_stop_the_wait_for_a_lock_is_the_last(faulty_camera):
@@ -100,7 +100,7 @@ def test_after_a_stop_the_wait_for_a_lock_is_the_last(faulty_camera):
     with peer(faulty_camera, "GET", INFO) as client:  # which queries the database four times
         faulty_camera.wait_until_blocked_in("clock_nanosleep")
         faulty_camera.process.send_signal(signal.SIGTERM)
-        assert elements(client.receive()[0])["model"] == "Quellan IP Camera"  # as if there were none
+        assert elements(client.receive()[0])["model"] == "Quellan IP Camera"  # as without a row
     assert faulty_camera.wait_for_exit() == 0
     assert faulty_camera.plan.slept == WAIT_FOR_A_LOCK
 
@@ -116,5 +116,5 @@ def test_a_stop_just_before_a_message_is_sent_to_a_full_queue_is_not_lost(faulty
     REQUESTS.fill()
     faulty_camera.wait_until_blocked_in("accept")
     faulty_camera.plan.stop_before_next_wait()
-    assert faulty_camera.call("PUT", REBOOT) == answer(REBOOT, DEVICE_BUSY)
+    assert faulty_camera.call("PUT", REBOOT) == answer(REBOOT, DEVICE_BUSY)  # it was not sent
     assert faulty_camera.wait_for_exit() == 0

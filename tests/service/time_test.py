@@ -13,7 +13,7 @@ TIME = "/PSIA/System/time"
 LOCAL_TIME = TIME + "/localTime"
 TIME_ZONE = TIME + "/timeZone"
 HOUR = 60 * 60  # seconds
-HALF_PAST_FIVE = 5 * HOUR + HOUR // 2
+HALF_PAST_FIVE = 5 * HOUR + HOUR // 2  # the offset of AAA-5:30: in a rule, minus is ahead of UTC
 ZONES = pathlib.Path("/usr/share/zoneinfo")
 BESIDE_THE_SETTINGS = os.path.relpath(DIRECTORY, ZONES) + "/"  # from the zones; there a test may write
 
@@ -54,7 +54,7 @@ def test_the_rule_of_a_zone_is_the_last_line_of_its_file(camera, content, rule):
     (ZONES / longest_name).write_text(content)
     camera.execute(f"update Network set TimeZone='{longest_name}truncated'")
     assert bare_text(camera, TIME_ZONE) == rule
-    assert elements(camera.call("GET", TIME))["timeZone"] == rule[:127]
+    assert elements(camera.call("GET", TIME))["timeZone"] == rule[:127]  # as a document shows it
 
 
 # The clock.
@@ -75,6 +75,7 @@ def test_in_ntp_mode_the_present_time_is_sent(camera):
           <timeZone>AAA-5:30</timeZone>
         </time>""")
     settings, time = message.split(", year = ")
+    # Mode 2 is NTP; server and interval are those of the factory.
     assert settings == "message 6 time: mode = 2, server = pool.ntp.org, interval = 60"
     year_to_second = [int(number) for number in re.findall(r"\d+", time)]
     assert offset_of(datetime.datetime(*year_to_second).isoformat()) == HALF_PAST_FIVE
@@ -84,8 +85,8 @@ def test_in_ntp_mode_the_present_time_is_sent(camera):
 @pytest.mark.parametrize("mode", [-1, 1])
 def test_the_bare_time_is_ignored_unless_the_stored_mode_is_0(camera, mode):
     camera.execute(f"update Network set DateTimeSync={mode}")
-    assert camera.effects("PUT", LOCAL_TIME, "2023-02-30T10:00:00") == [OK]
-    assert camera.effects("PUT", LOCAL_TIME, "") == [DEVICE_ERROR]
+    assert camera.effects("PUT", LOCAL_TIME, "2023-02-30T10:00:00") == [OK]  # though there is no such day
+    assert camera.effects("PUT", LOCAL_TIME, "") == [DEVICE_ERROR]  # an empty body, in every mode
 
 
 # The zone of this process.
@@ -94,7 +95,7 @@ def test_a_zone_that_is_set_holds_for_times_but_is_not_stored(camera):
     assert put_zone(camera, "AAA-5:30") == OK
     assert shown_zone(camera) == ("AAA-5:30", HALF_PAST_FIVE)
     camera.execute("update Network set TimeZone='Africa/Algiers'")
-    assert bare_text(camera, TIME_ZONE) == "CET-1"
+    assert bare_text(camera, TIME_ZONE) == "CET-1"  # the rule of Africa/Algiers
     assert put_zone(camera, "AAA24") == DEVICE_ERROR  # no rule: an offset has less than 24 hours
     assert shown_zone(camera) == ("AAA-5:30", HALF_PAST_FIVE)
 

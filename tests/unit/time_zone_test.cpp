@@ -60,7 +60,8 @@ TEST(PosixTzCheck, TakesRulesThatEndEarly) {
 
 TEST(PosixTzCheck, NamesTheComponentWithTheBadCharacter) {
   expect_code(kStandardName, {"CE-1", "<CET>-1", kLongestName + "A"});
-  expect_code(kStandardOffset, {"CET:30", "CET-1::30", "CET-1:2:3:4", "CET" + kLongestNumber + "0"});
+  expect_code(kStandardOffset,
+              {"CET:30", "CET-1::30", "CET-1:2:3:4", "CET-1:CEST", "CET" + kLongestNumber + "0"});
   expect_code(kDaylightName, {"CET--1", "CET-1,M3.5.0", "CET-1CE2", "CET-1" + kLongestName + "A"});
   expect_code(kDaylightOffset, {"CET-1CEST2X", "CET-1CEST+" + kLongestNumber});
   expect_code(kStartRule, {"CET-1CEST,m3", "CET-1CEST,J3.5", "CET-1CEST,-1"});
