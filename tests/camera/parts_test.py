@@ -1,13 +1,12 @@
 """Parts of the simulated camera: rules of --answer, and what a terminal is shown of other people's bytes."""
 import pytest
 
-from simulator.daemons import Rule, parse_rule
+from simulator.daemons import LATE, Rule, parse_rule
 from simulator.texts import decoded, for_json, harmless, indented
 
 
 def test_a_rule_of_answer_is_read_and_shown():
-    default = 6  # seconds, longer than the service waits for most replies
-    assert parse_rule("6=ok") == Rule(6, "ok") and parse_rule("10=late") == Rule(10, "late", default)
+    assert parse_rule("6=ok") == Rule(6, "ok") and parse_rule("10=late") == Rule(10, "late", LATE)
     assert str(parse_rule("10=late:86400")) == "10=late:86400"
 
 

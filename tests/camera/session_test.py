@@ -65,7 +65,6 @@ def test_changes_outlast_a_reboot_and_a_factory_reset_undoes_them_until_they_are
     camera.shows("the uploaded settings are refused")
     accepted(camera, "/PSIA/System/factoryReset?MODE=FULL")
     wait_for_boot(camera, 2)
-    # The address and the zone of the factory.
     assert "192.168.1.10<" in camera.get(ADDRESS) and "EST5EDT" in camera.get("/PSIA/System/time")
     now = camera.now()  # a client's factory reset undoes --set, as it would any change; the daemons stay busy
     assert now["tables"]["Network"][0]["RTSPPort"] == "554" and now["answers"] == ["3=busy"]

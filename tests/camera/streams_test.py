@@ -74,8 +74,7 @@ NO_AUDIO = "<Audio><enabled>false</enabled></Audio>"
 
 
 @pytest.mark.parametrize("channel, stream, video, audio, expected", [
-    pytest.param(1, "Master-0", MJPEG, "", "mjpeg 1280x720 5 pcm_mulaw",
-                 id="codec and size of the video, while the audio stays"),
+    pytest.param(1, "Master-0", MJPEG, "", "mjpeg 1280x720 5 pcm_mulaw", id="video, the factory's audio"),
     pytest.param(2, "Slave-0", SMALL, G726, "h264 704x240 10 adpcm_g726le", id="codec of the audio"),
     pytest.param(2, "Slave-0", SMALL, NO_AUDIO, "h264 704x240 10", id="no audio"),
 ])

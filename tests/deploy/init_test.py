@@ -97,8 +97,7 @@ def test_one_supervisor_restarts_one_service():
     # A supervisor that was killed leaves a service, which the next one ends, and a PID file.
     (service,) = processes(SERVICE)
     os.kill(int(PIDFILE.read_text().split()[0]), signal.SIGKILL)
-    not_running = 3
-    eventually(lambda: script("status")[0] == not_running, "status sees it")
+    eventually(lambda: script("status")[0] == 3, "status sees it")  # 3: it does not run
     assert script("start") == (0, "psia started\n")
     assert len(processes(SERVICE)) == 1 and service not in processes(SERVICE)
     stop()

@@ -34,7 +34,7 @@ def test_wrong_credentials_get_the_401_answer_and_nothing_happens(camera, user):
                  id="other characters are skipped and padding is not needed"),
     # The last text is the password. The second colon cuts the name to the length of the text before it.
     pytest.param("Basic " + base64_of("admin-cut:12345:admin"), id="several colons"),
-    pytest.param("Basic " + base64_of("anonymous"), id="without a colon the password is empty, as this user's"),
+    pytest.param("Basic " + base64_of("anonymous"), id="no colon: an empty password, as anonymous has"),
 ])
 def test_credentials_in_odd_forms_are_accepted(camera, header):
     assert logged_in(camera, variables={"HTTP_AUTHORIZATION": header})

@@ -54,12 +54,12 @@ class Camera:
 
     # The service's process.
 
-    def start_service(self, environment=None, cgi=False):
-        """`cgi`: as a plain CGI program, whose request is in `environment`."""
+    def start_service(self, environment=None, cgi=None):
+        """`cgi`: the standard input of a plain CGI program, whose request is in `environment`."""
         (DIRECTORY / "stdout").write_bytes(b"")
         (DIRECTORY / "stderr").write_bytes(b"")
         pathlib.Path(SOCKET).unlink(missing_ok=True)
-        with open("/dev/null", "rb") if cgi else socket.socket(socket.AF_UNIX) as listener, \
+        with cgi or socket.socket(socket.AF_UNIX) as listener, \
                 open(DIRECTORY / "stdout", "ab") as out, open(DIRECTORY / "stderr", "ab") as errors:
             if not cgi:
                 listener.bind(SOCKET)

@@ -86,8 +86,7 @@ def test_a_failing_statement_ends_the_request(camera, table, element):
 
 
 def test_the_list_is_a_device_error_when_only_its_second_encoder_is_missing(camera):
-    missing = -1
-    camera.execute(f"update VideoEncoder set Enable={missing} where VideoEncoderID=1")
+    camera.execute("update VideoEncoder set Enable=-1 where VideoEncoderID=1")  # -1: there is none
     assert camera.effects("GET", CHANNELS) == [DEVICE_ERROR]
 
 

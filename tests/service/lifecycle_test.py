@@ -18,7 +18,9 @@ FACTORY_RESET = "/PSIA/System/factoryReset?mode=full"
 CHANNEL = "/PSIA/Streaming/channels/1"
 AUDIO_OFF = "<AudioChannel><enabled>false</enabled></AudioChannel>"
 AUDIO_SWITCHED_OFF = ["Audio.Enable = 0", "message 3 audio", OK]
-ADMIN = "Basic YWRtaW46YWRtaW4="  # admin:admin
+# What a web server sends for a request by admin:admin.
+VARIABLES = {"REQUEST_METHOD": "GET", "REQUEST_URI": NO_RESOURCE,
+             "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4="}
 STOPS = [pytest.param(signal.SIGTERM, id="SIGTERM"), pytest.param(signal.SIGUSR1, id="SIGUSR1")]
 
 
@@ -72,10 +74,21 @@ def test_messages_left_in_the_queues_are_discarded_at_the_start(unstarted_camera
 
 
 def test_as_a_plain_cgi_program_the_service_serves_one_request(unstarted_camera):
-    unstarted_camera.start_service(cgi=True, environment={
-        "REQUEST_METHOD": "GET", "REQUEST_URI": NO_RESOURCE, "HTTP_AUTHORIZATION": ADMIN})
+    unstarted_camera.start_service(cgi=open("/dev/null", "rb"), environment=VARIABLES)
     assert unstarted_camera.wait_for_exit() == 0
     assert unstarted_camera.standard_output() == LOGGED_IN
+
+
+def test_a_stop_ends_the_wait_of_a_plain_cgi_program_for_its_body(faulty_camera):
+    faulty_camera.stop_service()
+    faulty_camera.plan.speed = FAST
+    put = VARIABLES | {"REQUEST_METHOD": "PUT", "REQUEST_URI": AUDIO, "CONTENT_LENGTH": "1"}
+    silent, standard_input = socket.socketpair()
+    with silent:
+        faulty_camera.start_service(cgi=standard_input, environment=put)
+        faulty_camera.wait_until_blocked_in("poll")
+        assert faulty_camera.stop_service() == 0
+    assert faulty_camera.standard_output() == answer(AUDIO, DEVICE_ERROR)
 
 
 @pytest.mark.beyond_2038
@@ -92,8 +105,7 @@ def test_a_kept_connection_carries_several_requests(camera):
     with peer(camera, "GET", NO_RESOURCE, keep=True) as client:
         assert client.receive()[0] == LOGGED_IN
         for _ in range(2):
-            client.send({"REQUEST_METHOD": "GET", "REQUEST_URI": NO_RESOURCE, "HTTP_AUTHORIZATION": ADMIN},
-                        b"", keep=True)
+            client.send(VARIABLES, b"", keep=True)
             assert client.receive()[0] == LOGGED_IN
 
 
