@@ -59,7 +59,7 @@ def test_a_mail_has_the_picture(start, serve, tmp_path):
     (mail,) = mailbox.Maildir(tmp_path / "mails")
     assert mail["X-RcptTo"] == "guard@example.com"
     text, picture = mail.get_payload()
-    assert "camera-1" in text.get_payload()
+    assert "camera-1" in text.get_payload()  # the name of the device
     assert picture.get_payload(decode=True).startswith(START_OF_A_JPEG)
 
 
@@ -94,7 +94,7 @@ def test_the_relay_is_closed_for_its_interval(start):
 
 
 @pytest.mark.parametrize("week, start, end, moment, why_not", [
-    (MONDAY, 800, 1730, "2024-05-06T08:00", ""),
+    (MONDAY, 800, 1730, "2024-05-06T08:00", ""),  # a Monday; "" is no reason against
     (MONDAY, 800, 1730, "2024-05-06T17:29", ""),
     (MONDAY, 800, 1730, "2024-05-06T17:30", "it is 17:30, and the schedule is from 08:00 to 17:30"),
     (MONDAY, 800, 1730, "2024-05-05T12:00", "the schedule has no Sunday"),

@@ -101,8 +101,8 @@ def test_the_example_does_what_it_offers(camera, tmp_path):
     run("reboot")
     assert "guard" in run("show"), "the imported settings are in effect after the restart"
     for change in ("Network.TimeZone: EST5EDT -> CET", "VideoEncoder[0].Bitrate: 4096 -> 3072",
-                   "VideoEncoder[0].Resolution: 5 -> 4", "Event[0].SMTPServerID: -1 -> 1",
-                   "Event[0].Week: 62 -> 4", "Event[0].EndTime: 1730 -> 2000"):
+                   "VideoEncoder[0].Resolution: 5 -> 4", "Event[0].SMTPServerID: -1 -> 1",  # 4: 1280 x 720
+                   "Event[0].Week: 62 -> 4", "Event[0].EndTime: 1730 -> 2000"):  # 4: bit 2, for day 2
         assert camera.log(contains=change), change
 
 

@@ -79,7 +79,7 @@ def test_a_change_is_seen_in_the_picture_and_in_the_log(browser, camera):
     browser.sign_in("admin", "admin")
     browser.find_element(By.NAME, "brightness").send_keys(Keys.END)
     browser.sees("levels-note", "Set: 200 OK · status 1 OK")
-    scene = browser.element("scene")
+    scene = browser.element("scene")  # the brightness of its filter is 0.4 + 0.012 * 100
     eventually(lambda: "brightness(1.6)" in scene.value_of_css_property("filter"), "the brighter picture")
     browser.sees("log", "VideoSource[0].Brightness: 60 -> 100")
     browser.sees("log", "command 1: picture settings changed, video source 0")

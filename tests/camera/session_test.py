@@ -85,7 +85,7 @@ def test_changes_outlast_a_reboot_and_a_factory_reset_undoes_them_until_they_are
     ("PUT", "/camera/answers", "3=busy " + 4000 * "x", 400, "'" + 100 * "x" + "...' is not COMMAND=ok|"),
     ("PUT", "/camera/answers", 5000 * "x", 400, "The rules are longer than 4096 bytes."),
     ("PUT", "/camera/resett", "", 404, "There are GET /camera/log, "),
-    ("PUT", "/PSIA/System/deviceInfo", 3_000_000 * "x", 413, ""),
+    ("PUT", "/PSIA/System/deviceInfo", 3_000_000 * "x", 413, ""),  # of which a web server takes 2 MB
     ("GET", "/lighttpd.conf", "", 404, ""),
     ("GET", "/Web/updownload/settings.db", "", 404, "")], ids=lambda value: str(value)[:30])
 def test_a_request_is_refused_with_the_reason_in_a_few_lines(camera, method, path, body, status, reason):
@@ -114,8 +114,8 @@ def socket_of_camera(tmp_path):
 
 def test_a_web_server_can_send_all_of_a_body_that_the_service_refuses_early(socket_of_camera):
     """nginx answers 502, or sends no body, where it is cut off while it sends."""
-    body = 1_500_000 * b"x"
-    variables = {"REQUEST_METHOD": "PUT", "REQUEST_URI": "/PSIA/System/deviceInfo",
+    body = 1_500_000 * b"x"  # more than the service takes, less than a web server does
+    variables = {"REQUEST_METHOD": "PUT", "REQUEST_URI": "/PSIA/System/deviceInfo",  # by admin:admin
                  "CONTENT_LENGTH": str(len(body)), "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4="}
     connection = fastcgi.Connection(socket_of_camera, variables, body, first=0)
     connection.socket.sendall(connection.rest)
