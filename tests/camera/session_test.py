@@ -54,7 +54,7 @@ def test_changes_outlast_a_reboot_and_a_factory_reset_undoes_them_until_they_are
     accepted(camera, "/PSIA/Security/AAA/users",
              "<User><userName>bob</userName><password>secret</password></User>", "POST")
     camera.shows("Network.IPAddress: 192.168.1.10 -> 10.0.0.5", "command 31", "User[bob] added: Level 2",
-                 "command 6: set the clock manually to 2031-05-01 10:00:00")
+                 "command 6: set the clock manually to 2031-05-01 10:00:00")  # an added account has level 2
     assert "secret" not in camera.shown()
     now = camera.now()
     assert now["address"] == "10.0.0.5 255.0.0.0" and now["clock"].startswith("2031-05-01T10:0")

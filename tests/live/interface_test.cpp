@@ -48,7 +48,7 @@ TEST_F(InterfaceTest, SetsMaskAndBroadcastOctetByOctet) {
   const auto shows = [](const char* text) {
     return ip("addr show dev eth0").find(text) != std::string::npos;
   };
-  // In the broadcast an octet of the mask that is neither 0 nor 255 stands itself.
+  // The broadcast has the mask's octet where that is neither 0 nor 255.
   EXPECT_EQ(set_subnet_mask("eth0", address_of("255.255.255.128")), 0);
   EXPECT_TRUE(shows("192.168.1.10/25 brd 192.168.1.128 "));
   // The kernel refuses a mask with gaps; the broadcast changes all the same.

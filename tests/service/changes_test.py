@@ -153,7 +153,7 @@ def test_no_server_is_added_to_three(camera, stored, received):
     for number in range(stored):
         camera.execute(f"insert into FTPServer (Alias) values ('FTP-{number}');"
                        f"insert into SMTPServer (Alias) values ('Mail-{number}')")
-    # The lists add nothing, but their status tells whether one more would be accepted.
+    # The lists are empty: the number of stored servers alone decides.
     assert camera.effects("POST", FTP, "<FTPNotificationList/>") == [received]
     assert camera.effects("POST", MAIL, "<MailingNotificationList/>") == [received]
 

@@ -32,7 +32,7 @@ ADD_USERS = ("POST", USERS, """
       <userName>ann</userName><password>p</password>
       <userName>ben</userName><password>p</password>
     </User>""")
-# The quote makes the statement for viewer fail in any case.
+# A quote cannot be stored: the password of viewer fails in any case.
 CHANGE_USERS = ("PUT", USERS, """
     <UserList>
       <User><userName>guest</userName><password>p</password></User>

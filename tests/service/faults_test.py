@@ -50,7 +50,7 @@ def test_a_read_that_fails_at_any_operation_changes_nothing(faulty_camera, kind,
         # It also looks for the identifier of the device, which must not be taken for missing.
         effects = faulty_camera.effects("GET", "/PSIA/System/deviceInfo")
         assert without_answer(effects) == [], f"operation {number}"
-        assert effects or kind == FaultPlan.MEMORY, f"no answer, operation {number}"
+        assert effects or kind == FaultPlan.MEMORY, f"no answer, operation {number}"  # which needs memory
 
 
 @pytest.mark.parametrize("kind, failures", [MEMORY, LOCK, WRITE, FLUSH, READ])

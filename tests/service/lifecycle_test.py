@@ -160,7 +160,7 @@ def test_a_thousand_requests_leave_memory_and_descriptors_where_they_were(camera
 def test_a_reply_is_awaited_for_5_s_or_180_s(faulty_camera, uri, seconds):
     faulty_camera.plan.speed = 1000  # 180 s take 0.2 s
     message, received = faulty_camera.effects("PUT", uri, replies=[None])
-    assert received == DEVICE_BUSY  # as for every reply that does not come
+    assert received == DEVICE_BUSY  # as no reply came
     last_poll = 100
     assert faulty_camera.plan.slept == seconds * 1000 + last_poll  # milliseconds
 
@@ -171,7 +171,7 @@ def test_a_reply_to_another_process_is_not_taken(faulty_camera):
         message = REQUESTS.next()
         message.type += 1  # another process id
         assert REPLIES.send(reply(message, DONE))
-        assert client.receive()[0] == answer(REBOOT, DEVICE_BUSY)  # as without a reply
+        assert client.receive()[0] == answer(REBOOT, DEVICE_BUSY)  # as no other reply came
 
 
 def test_a_late_reply_is_taken_for_the_next_request(faulty_camera):

@@ -61,7 +61,7 @@ TEST(AddressTexts, ParseAndPrintBothFamilies) {
   EXPECT_EQ(reprinted("fe80::1%eth0"), "no address");
 }
 
-TEST(LinkLocal, IsDerivedFromTheHardwareAddressWithOneBitFlipped) {  // 2 in the first byte
+TEST(LinkLocal, IsDerivedFromTheHardwareAddressWithOneBitFlipped) {  // AB becomes A9
   EXPECT_STREQ(link_local_text("aB:cD:eF:0:1:fF").data(), "fe80:0000:0000:0000:a9cd:efff:fe00:01ff");
 }
 
