@@ -39,7 +39,8 @@ class Browser(webdriver.Chrome):
 
     def send(self, url, method, body="", until=" ms"):
         """Chooses a resource of the list, sends, and waits for the words about the answer."""
-        eventually(lambda: self.execute_script("return resources.length"), "the list of resources")
+        eventually(lambda: self.element("resource").is_displayed() and
+                   self.execute_script("return resources.length"), "the list of resources")
         index = self.execute_script("return resources.findIndex((one) => one.url === arguments[0])", url)
         Select(self.element("resource")).select_by_value(str(index))
         Select(self.element("method")).select_by_visible_text(method)
