@@ -9,7 +9,7 @@ The modules, each of which imports only those before it:
     device     the camera's files, network interface and queues, in private namespaces
     daemons    what the daemons do with each message, and how a rule makes them misbehave
     board      the command "daemons": the daemons on a development board
-    processes  children of a camera, the service among them
+    processes  children of a camera
     inside     the command "inside": any program inside a camera
     fastcgi    FastCGI records, and a client
     front      the web server
@@ -19,17 +19,28 @@ The modules, each of which imports only those before it:
     alarms     what follows when the sensor's contact closes
     journal    what happened, for people and test programs
     options    the options of the command "camera"
-    camera     daemons, boots and outages of a camera that runs
+    camera     service, daemons, boots and outages of a camera that runs
     control    what the camera answers itself: /camera/, refusals
     relay      what stands between the web server and the service
     runs       how --shell and test programs find a run, and the shell inside it
     people     the command "camera": one camera or several, on a terminal
     testing    a running camera for the tests of clients
 """
+import contextlib
 import pathlib
+from collections.abc import Iterator
 
 PROJECT = pathlib.Path(__file__).parents[1]
 
 
 class Fault(Exception):
     """What is wrong and what to do about it, in words for people."""
+
+
+@contextlib.contextmanager
+def attempt(what: str, advice: str = "") -> Iterator[None]:
+    """What the system refuses is a fault: "Cannot write FILE: No space left on device"."""
+    try:
+        yield
+    except OSError as error:
+        raise Fault(f"Cannot {what}: {error.strerror or error}{advice}") from error

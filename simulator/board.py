@@ -18,7 +18,6 @@ from simulator.texts import harmless
 
 # "PSIA": marks the databases that this program made, in the place that SQLite has for it.
 OWN_MARK = 1347635521
-ROUND = 0.01  # seconds between two looks at the queue
 FOREIGN = """{path} was not made by camera-daemons. On a camera with daemons of its own there is nothing to do
 for it. Where the file is a left-over, remove it and {defaults}."""
 WELCOME = """The settings and both message queues are there. Accounts, name:password:
@@ -26,9 +25,8 @@ WELCOME = """The settings and both message queues are there. Accounts, name:pass
 
 
 def main(arguments: list[str]) -> int:
-    parser = argparse.ArgumentParser("camera-daemons", description=__doc__)
-    parser.formatter_class = argparse.RawDescriptionHelpFormatter
-    parser.parse_args(arguments)
+    form = argparse.RawDescriptionHelpFormatter
+    argparse.ArgumentParser("camera-daemons", description=__doc__, formatter_class=form).parse_args(arguments)
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, lambda *_: exit(0))
     try:
@@ -48,7 +46,7 @@ def main(arguments: list[str]) -> int:
     played = daemons.Daemons(act_on, tell=tell)
     while True:
         played.step()
-        time.sleep(ROUND)
+        time.sleep(0.01)  # the queue cannot be waited for with a timeout
 
 
 def prepare_settings() -> None:

@@ -10,6 +10,7 @@ In any state, end() stops the service and then ends run().
 import asyncio
 import errno
 import math
+import os
 import pathlib
 import re
 import socket
@@ -18,14 +19,16 @@ import time
 from argparse import Namespace
 from collections.abc import Callable
 from datetime import datetime
+from typing import IO
 
-from simulator import Fault, clock, daemons, device, messages, settings
+from simulator import Fault, attempt, clock, daemons, device, messages, settings
 from simulator.alarms import Alarms
 from simulator.journal import Exchange, Journal
 from simulator.front import WebServer
 from simulator.outside import Outside
-from simulator.processes import Service
+from simulator.processes import start
 from simulator.streams import Streams
+from simulator.texts import decoded, lines_of
 
 SERVICE_SOCKET = pathlib.Path("/dev/psia.socket")
 UPLOAD = device.EXCHANGE / "psia_config.dat"  # where the service stores settings that a client uploads
@@ -35,31 +38,82 @@ ROUND = 0.01  # seconds between two looks at the queue, which cannot be waited f
 def listen_at(path: pathlib.Path) -> socket.socket:
     """A socket of this user alone; one that a killed camera left there is replaced."""
     listener = socket.socket(socket.AF_UNIX)
-    try:
+    with attempt(f"listen at {path}"):
         with socket.socket(socket.AF_UNIX) as probe:
             if probe.connect_ex(str(path)) == errno.ECONNREFUSED and path.is_socket():
                 path.unlink()
         listener.bind(str(path))
         path.chmod(0o600)  # nobody can connect before it listens
         listener.listen(128)
-    except OSError as error:
-        raise Fault(f"Cannot listen at {path}: {error.strerror or error}") from error
     return listener
+
+
+def outcome(step: Callable[[], str | None]) -> str:
+    """The words that a step gives, or why it failed."""
+    try:
+        return step() or ""
+    except Fault as fault:
+        return str(fault)
 
 
 def take_upload() -> str:
     """At a boot. Gives words about it, unless there is none or it is refused."""
-    try:
-        settings.check(UPLOAD)
-    except Fault:
+    if outcome(lambda: settings.check(UPLOAD)):
         return ""
-    try:
-        settings.take_rows(UPLOAD)
-    except Fault as fault:
-        return f"the uploaded settings could not be taken: {fault}"
-    finally:
-        UPLOAD.unlink(missing_ok=True)
-    return "the uploaded settings are in effect"
+    failure = outcome(lambda: settings.take_rows(UPLOAD))
+    UPLOAD.unlink(missing_ok=True)
+    return "the uploaded settings " + (f"could not be taken: {failure}" if failure else "are in effect")
+
+
+def read_waiting(stream: IO[bytes] | None) -> str:
+    """What can be read without waiting."""
+    return decoded((stream and stream.read()) or b"")  # None: nothing now
+
+
+class Service:
+    def __init__(self, binary: pathlib.Path, journal: Journal) -> None:
+        self.binary = binary
+        self.journal = journal
+        self.listener = listen_at(SERVICE_SOCKET)  # becomes its standard input
+        self.process: subprocess.Popen[bytes] | None = None
+        self.kill_at = math.inf
+        self.ended_at = 0.0
+
+    def start(self) -> None:
+        pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "bufsize": 0}
+        self.process = start([str(self.binary)], stdin=self.listener, env=clock.environment(), **pipes)
+        for stream in filter(None, (self.process.stdout, self.process.stderr)):
+            os.set_blocking(stream.fileno(), False)
+        self.kill_at = math.inf
+        self.journal.message(f"service started, process {self.process.pid}")
+
+    def stop(self, patience: float = 3) -> None:
+        """Tells it to end. step() notices that it has, and kills it after `patience` seconds."""
+        if self.process and self.kill_at == math.inf:
+            self.process.terminate()
+        self.kill_at = min(self.kill_at, time.monotonic() + patience)
+
+    def end(self) -> None:
+        self.stop(patience=0.25)
+        while self.process:
+            self.step()
+            time.sleep(0.002)
+
+    def step(self) -> None:
+        if not self.process:
+            return
+        if time.monotonic() >= self.kill_at:
+            self.process.kill()
+        status = self.process.poll()
+        if text := read_waiting(self.process.stdout):
+            self.journal.printed(text)
+        for line in lines_of(read_waiting(self.process.stderr)):
+            self.journal.message(f"service reported: {line}")
+        if status is not None:
+            self.process = None
+            self.ended_at = time.monotonic()
+            how = f"by signal {-status}" if status < 0 else f"with exit status {status}"
+            self.journal.message(f"service ended {how}")
 
 
 class Camera:
@@ -72,13 +126,9 @@ class Camera:
         self.alarms = Alarms(outside)
         self.streams = Streams(outside)
         self.daemons = daemons.Daemons(self.act_on, tell=self.tell)
-        listener = listen_at(SERVICE_SOCKET)
-        self.service = Service(str(options.service), listener, self.journal.printed, self.journal.message)
+        self.service = Service(options.service, self.journal)
         self.upload: tuple[int, int] | None = None  # changes with every one
-        self.up = True
-        self.restart_at = math.inf
         self.ending = False
-        self.service_zone = ""  # set by a client; lost when the service ends
         self.begin()
 
     # The daemons.
@@ -117,12 +167,9 @@ class Camera:
         before, self.upload = self.upload, found and (found.st_ino, found.st_mtime_ns)
         if self.upload in (None, before):
             return
-        try:
-            settings.check(UPLOAD)
-            words = "the uploaded settings are good; they take effect with the next boot"
-        except Fault as fault:
-            words = f"the uploaded settings are refused: {fault}"
-        self.journal.message(words)
+        refusal = outcome(lambda: settings.check(UPLOAD))
+        verdict = f"refused: {refusal}" if refusal else "good; they take effect with the next boot"
+        self.journal.message(f"the uploaded settings are {verdict}")
 
     def changes(self) -> list[str]:
         """Of the settings since it was asked last, in words."""
@@ -135,30 +182,18 @@ class Camera:
 
     def boot(self) -> None:
         """Applies the stored settings to the device."""
-        details = []
-
-        def attempt(step: Callable[[], object]) -> None:
-            try:
-                details.append(step())
-            except Fault as fault:
-                details.append(str(fault))
-
         self.daemons.forget()
-        self.service_zone = ""
-        attempt(take_upload)
-        attempt(device.apply_addressing)
+        self.alarms.forget()
+        self.service_zone = ""  # set by a client; lost when the service ends
+        details = [outcome(take_upload), outcome(device.apply_addressing)]
         self.zone = next((str(zone or "") for (zone,) in settings.query("select TimeZone from Network")), "")
-        if not clock.take_zone(self.zone):
-            details.append(f'there is no zone file for "{self.zone}", the camera\'s clock shows UTC')
-        if not clock.restart_uptime():
-            details.append("the kernel has no time namespaces here: the time since start is the machine's")
+        details += [clock.take_zone(self.zone), clock.restart_uptime()]
         if not clock.faketime_library():
             details.append("libfaketime is missing: the clock is always the machine's")
-        self.alarms.forget()
-        attempt(lambda: self.streams.boot(self.zone))
+        details.append(outcome(lambda: self.streams.boot(self.zone)))
         self.booted_at, self.up, self.restart_at = time.monotonic(), True, math.inf
         words = f"the camera boots; eth0 has {device.live_address() or 'no address'}, the zone is {self.zone}"
-        self.journal.event(words, [str(line) for line in details if line] + self.watch.changes())
+        self.journal.event(words, [line for line in details if line] + self.watch.changes())
 
     def tend_service(self) -> None:
         """Stops the service for a restart, and starts it after the boot or when it has ended by itself."""
@@ -168,12 +203,12 @@ class Camera:
             self.journal.event(f"the camera goes down and is back in {self.options.boot} s")
             self.streams.stop()
         start_at = self.service.ended_at + 1 if self.up else self.restart_at + self.options.boot
-        if not self.service.runs() and not self.ending and now >= start_at:
+        if not self.service.process and not self.ending and now >= start_at:
             if not self.up:
                 self.boot()
             self.service.start()
         self.daemons.refuses = self.ending or not self.up
-        if self.service.runs() and self.daemons.refuses:
+        if self.service.process and self.daemons.refuses:
             if self.journal.request:
                 self.daemons.answer_all_waiting()
             self.service.stop()
@@ -199,7 +234,7 @@ class Camera:
 
     async def run(self, web_server: WebServer | None) -> None:
         """Runs until end() is called."""
-        while not self.ending or self.service.runs():
+        while not self.ending or self.service.process:
             await asyncio.sleep(ROUND)  # first: a service that has just started is not ready for a signal
             self.step()
             self.tend_service()

@@ -7,11 +7,10 @@ import pathlib
 import time
 from collections.abc import Iterator
 
-from simulator import Fault
+from simulator import Fault, attempt
 from simulator.messages import libc
 
-# Holds the seconds by which the camera's clock is ahead of the machine's. libfaketime fixes the name: in the
-# service, the variables of each request replace those of environment().
+# libfaketime fixes the name: in the service, the variables of each request replace those of environment().
 FILE = pathlib.Path("/etc/faketimerc")
 LOCAL_TIME = pathlib.Path("/etc/localtime")
 OWN_ZONE = f":{LOCAL_TIME}"  # as a TZ text
@@ -35,11 +34,9 @@ def set_ahead(seconds: int) -> None:
     """Sets the camera's clock; with 0 to the machine's, as a good NTP server would."""
     place = FILE.resolve()  # with the settings
     draft = place.with_suffix(".new")
-    try:
+    with attempt(f"write {place}"):
         draft.write_text(f"{seconds:+d}\n")
         draft.replace(place)  # the service may read it at any time
-    except OSError as error:
-        raise Fault(f"Cannot write {place}: {error.strerror}") from error
 
 
 @contextlib.contextmanager
@@ -71,25 +68,23 @@ def shown(zone: str) -> str:
         return time.strftime("%Y-%m-%dT%H:%M:%S", time.localtime(int(time.time()) + ahead()))
 
 
-def take_zone(name: str) -> bool:
-    """Makes a zone file the zone of processes that start from now on. False: there is none, and the zone is
-    UTC."""
+def take_zone(name: str) -> str:
+    """Makes a zone file the zone of processes that start from now on. Gives words when there is none."""
     known = bool(name) and ".." not in name and (ZONES / name).is_file()
     LOCAL_TIME.unlink(missing_ok=True)
     LOCAL_TIME.symlink_to(ZONES / (name if known else "Etc/UTC"))
-    return known
+    return "" if known else f'there is no zone file for "{name}", the camera\'s clock shows UTC'
 
 
-def restart_uptime() -> bool:
-    """Sets the time since start to 0 for processes that start from now on. False when the kernel has no time
-    namespaces; the camera then shows the machine's."""
+def restart_uptime() -> str:
+    """Sets the time since start to 0 for processes that start from now on. Gives words when it cannot."""
     seconds = int(time.clock_gettime(time.CLOCK_BOOTTIME))  # rounded down: it may not become negative
     with contextlib.suppress(OSError):
         if libc.unshare(NEW_TIME) == 0:
             # An offset from the machine's (time_namespaces(7)).
             pathlib.Path("/proc/self/timens_offsets").write_text(f"boottime {-seconds} 0\n")
-            return True
-    return False
+            return ""
+    return "the kernel has no time namespaces here: the time since start is the machine's"
 
 
 def environment() -> dict[str, str]:

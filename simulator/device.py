@@ -20,15 +20,12 @@ EXCHANGE = pathlib.Path(os.environ.get("PSIA_EXCHANGE_DIR", "/usr/local/httpd/ht
 FACTORY_DATA = pathlib.Path(os.environ.get("PSIA_FACTORY_DATA", "/dev/mtdblock7"))
 RESOLVER = pathlib.Path("/etc/resolv.conf")
 
-SUBNET_MASK = "255.255.255.0"
 NAME_SERVERS = ("192.168.1.2", "192.168.1.3")
-SEARCH_DOMAIN = "camera.example"
 MAX_NUMBER = 100  # of cameras
 
 # linux/sched.h, linux/mount.h
 NEW_MOUNTS, NEW_QUEUES, NEW_USER, NEW_NETWORK = 0x20000, 0x8000000, 0x10000000, 0x40000000
 BIND, RECURSIVE, PRIVATE = 0x1000, 0x4000, 0x40000
-GET_ADDRESS, GET_MASK = 0x8915, 0x891B  # SIOCGIFADDR, SIOCGIFNETMASK
 
 # The device files of the machine that the camera has as well.
 DEVICES = "null zero full random urandom tty ptmx pts fd stdin stdout stderr".split()
@@ -38,10 +35,9 @@ ADVICE = (pathlib.Path(__file__).parent / "namespaces.txt").read_text().rstrip()
 
 
 class Identity:
-    """What distinguishes one camera from the next of its model, the same in every run."""
+    """What distinguishes one camera, of at most MAX_NUMBER, from the next; the same in every run."""
 
     def __init__(self, number: int) -> None:
-        """Of the camera with a number from 1 to MAX_NUMBER."""
         self.serial_number = f"QC2040-0007-{4241 + number}"
         self.device_id = f"6F1E0C52-93B7-4D2A-8E45-2a7d90b1{0xC3F3 + number:04x}"
         self.hardware_address = f"02:51:43:20:40:{9 + number:02x}"
@@ -138,14 +134,13 @@ def lay_out_directories(keep: pathlib.Path | None) -> None:
 def reset(settings_too: bool = True) -> None:
     """The factory state. What the camera keeps with its settings can stay; eth0 then has no address before
     the camera boots."""
-    assert entered
+    ip(f"link set eth0 address {own.hardware_address}")
     # The serial number has 32 bytes at offset 256.
     FACTORY_DATA.write_bytes((bytes(256) + own.serial_number.encode()).ljust(65536, b"\0"))
     for entry in EXCHANGE.iterdir():
         shutil.rmtree(entry) if entry.is_dir() and not entry.is_symlink() else entry.unlink()
     for queue in (REQUESTS, REPLIES):
         queue.create()
-    ip(f"link set eth0 address {own.hardware_address}")
     if settings_too:
         settings.create(
             "update Network set"
@@ -160,7 +155,7 @@ def reset(settings_too: bool = True) -> None:
 def write_resolver(*servers: str) -> None:
     assert entered
     lines = [f"nameserver {server}\n" for server in servers if server]
-    RESOLVER.write_text("".join(lines) + f"search {SEARCH_DOMAIN}\n", errors="surrogateescape")
+    RESOLVER.write_text("".join(lines) + "search camera.example\n", errors="surrogateescape")
 
 
 def name_servers() -> list[str]:
@@ -188,7 +183,7 @@ def apply_addressing() -> None:
     if not rows:
         raise Fault("No stored addressing")
     dynamic, *stored = rows[0]
-    leased = [own.leased_address, SUBNET_MASK, own.gateway]
+    leased = [own.leased_address, "255.255.255.0", own.gateway]
     address, mask, gateway = (str(text or "") for text in (leased if dynamic == 1 else stored))
     gateways = [gateway] if gateway not in ("", "0.0.0.0") else []
     try:
@@ -208,6 +203,7 @@ def live_address() -> str:
     """Address and mask of eth0: "192.168.1.10 255.255.255.0"; empty when it has none."""
     request = struct.pack("40s", b"eth0")
     with contextlib.suppress(OSError), socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as control:
-        answers = [fcntl.ioctl(control, what, request) for what in (GET_ADDRESS, GET_MASK)]
+        # SIOCGIFADDR, SIOCGIFNETMASK
+        answers = [fcntl.ioctl(control, what, request) for what in (0x8915, 0x891B)]
         return " ".join(socket.inet_ntoa(answer[20:24]) for answer in answers)
     return ""

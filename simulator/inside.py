@@ -7,8 +7,6 @@ import time
 from simulator import PROJECT, daemons, device
 from simulator.processes import start
 
-ROUND = 0.002  # seconds between two looks at the queue, which cannot be waited for with a timeout
-
 # The command is process 1 of a namespace: the kernel kills the others when it ends.
 UNSHARE = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]
 
@@ -29,5 +27,5 @@ def main(arguments: list[str]) -> int:
         command.wait()
     while command.poll() is None:
         played.step()
-        time.sleep(ROUND)
+        time.sleep(0.002)  # the queue cannot be waited for with a timeout
     return max(command.returncode, -1) % 256

@@ -17,11 +17,11 @@ from simulator import Fault, device, front, options
 from simulator.camera import SERVICE_SOCKET, Camera, listen_at
 from simulator.control import Control
 from simulator.outside import VIDEO_PORTS, Outside
-from simulator.processes import die_with
+from simulator.processes import die_with, start
 from simulator.relay import Relay
-from simulator.runs import ReadyFile, announce, join_shell, running, start_shell
+from simulator.runs import SHELL, ReadyFile, announce, greet, join_shell, running
 
-FIRST_PORT, LAST_PORT = 8080, 8180
+PORTS = range(8080, 8181)  # that are tried without --port
 END_SIGNALS = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
 ANSWERS = signal.SIGRTMIN  # by which one of several cameras tells that it does; each counts
 WELCOME = """
@@ -82,7 +82,7 @@ def pin_own_zone() -> None:
 
 def open_ports(given: Namespace) -> list[socket.socket]:
     """A listening socket for each camera."""
-    firsts = range(FIRST_PORT, LAST_PORT + 1) if given.port is None else [given.port]
+    firsts = PORTS if given.port is None else [given.port]
     for first in firsts:
         listeners: list[socket.socket] = []
         try:
@@ -94,8 +94,8 @@ def open_ports(given: Namespace) -> list[socket.socket]:
                 where = front.authority(given.listen, port)
                 raise Fault(f"Cannot listen at {where}: {os.strerror(error.errno or 0)}") from error
             continue
-        if given.port is None and first != FIRST_PORT:
-            print(f"Port {FIRST_PORT} is taken; using {first}.", flush=True)
+        if first != firsts[0]:
+            print(f"Port {firsts[0]} is taken; using {first}.", flush=True)
         return listeners
     advice = " Leave --port out to have a free one chosen." if given.port is not None else ""
     raise Fault(f"Port {port} is taken.{advice}")
@@ -174,7 +174,8 @@ def run_camera(given: Namespace, listener: socket.socket | None, ready: Callable
                 ready()
             asyncio.run(relay.run(camera.run(web_server)))
         else:
-            camera.run_beside(start_shell(given.service))
+            shell = start(SHELL, signal.SIGHUP, process_group=None, env=greet(given.service))
+            camera.run_beside(shell)
     return 0
 
 

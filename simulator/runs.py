@@ -7,9 +7,8 @@ import pathlib
 import re
 import signal
 import socket
-import subprocess
 
-from simulator import Fault, clock, processes, settings
+from simulator import Fault, attempt, clock, settings
 
 GREETING = """A shell inside the camera. Some things to look at:
   sqlite3 -header -column {database} 'select * from Network'
@@ -51,16 +50,11 @@ def greet(service: pathlib.Path) -> dict[str, str]:
     return clock.environment() | {"PS1": r"camera:\w\$ "}
 
 
-def start_shell(service: pathlib.Path) -> subprocess.Popen[bytes]:
-    """Starts a shell in the camera that this process has entered."""
-    return processes.start(SHELL, signal.SIGHUP, process_group=None, env=greet(service))
-
-
 def join_shell(process: int, service: pathlib.Path) -> None:
     """This process becomes a shell in the camera of another one."""
     spaces = pathlib.Path(f"/proc/{process}/ns")
     enter = ["nsenter", f"--target={process}", "--mount", "--ipc", "--net", f"--wdns={os.getcwd()}"]
-    try:
+    with attempt(f"enter the camera of process {process}", "\nDo it as the user who runs it."):
         # The user namespace gives the right to enter the others.
         if not os.path.samefile(spaces / "user", "/proc/self/ns/user"):
             enter += ["--user", "--preserve-credentials"]
@@ -70,9 +64,6 @@ def join_shell(process: int, service: pathlib.Path) -> None:
         own = [f"{name}={value}" for name, value in greet(service).items() if os.environ.get(name) != value]
         signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # Python ignores it, and so would the shell
         os.execvp(enter[0], [*enter, "env", "-u", "TZ", *own, *SHELL])
-    except OSError as error:
-        what = f"Cannot enter the camera of process {process}: {error.strerror}"
-        raise Fault(f"{what}\nDo it as the user who runs it.") from error
 
 
 class ReadyFile:
@@ -83,15 +74,13 @@ class ReadyFile:
         self.written: os.stat_result | None = None
         if not path:
             return
-        try:
+        with attempt(f"write {path}"):
             directory = os.open(path.parent, os.O_PATH | os.O_DIRECTORY)
             # By this name the camera reaches the directory also where its own files cover it.
             self.path = pathlib.Path(f"/proc/self/fd/{directory}", path.name)
             if path.is_file() and not path.is_symlink():
                 if re.fullmatch(r"(http://\S+\n)*", path.read_text(errors="replace")):
                     path.unlink()  # of a run that was killed, or empty
-        except OSError as error:
-            raise Fault(f"Cannot write {path}: {error.strerror}") from error
         if os.path.lexists(path):
             raise Fault(f"{path} is there, and no camera wrote it. Give --ready-file another name.")
 
@@ -100,12 +89,10 @@ class ReadyFile:
         if not self.path:
             return
         draft = self.path.with_name(f".{self.path.name}.{os.getpid()}")
-        try:
+        with attempt("write the ready file"):
             draft.write_text(text)
             self.written = draft.stat()
             draft.rename(self.path)
-        except OSError as error:
-            raise Fault(f"Cannot write the ready file: {error.strerror}") from error
 
     def remove(self) -> None:
         """Removes the file that write() made, and no other."""

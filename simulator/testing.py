@@ -21,7 +21,6 @@ from simulator import PROJECT
 from simulator.processes import start
 
 Found = TypeVar("Found")
-TIMEOUT = 240  # seconds; an export may take 180
 
 
 def eventually(condition: Callable[[], Found], what: str) -> Found:
@@ -62,7 +61,8 @@ class RunningCamera:
         """HTTP status and body of the answer; a status of 0 when there is none."""
         content = body.encode() if isinstance(body, str) else body
         headers["Authorization"] = "Basic " + base64.b64encode(user.encode()).decode()
-        connection = http.client.HTTPConnection(urlsplit(self.url).netloc, timeout=TIMEOUT)
+        # An export may take 180 seconds.
+        connection = http.client.HTTPConnection(urlsplit(self.url).netloc, timeout=240)
         try:
             connection.request(method, path, content or None, headers)
             answer = connection.getresponse()
@@ -80,8 +80,7 @@ class RunningCamera:
         """What the camera answers below /camera/, when it does not refuse."""
         status, said = self.ask(method, "/camera/" + path, body)
         assert status == 200, said
-        told: dict[str, Any] = json.loads(said)
-        return told
+        return dict(json.loads(said))
 
     def answers(self, rules: str) -> None:
         """Sets how the daemons answer from now on: "3=busy"."""
@@ -93,14 +92,12 @@ class RunningCamera:
 
     def now(self) -> dict[str, Any]:
         """The state of the camera."""
-        state: dict[str, Any] = self.control("GET", f"log?since={self.since}")["now"]
-        return state
+        return dict(self.control("GET", f"log?since={self.since}")["now"])
 
     def log(self, contains: str = "", wait: int = 0) -> list[dict[str, Any]]:
         """The journal's entries since the last reset that contain a text; waits so many seconds for one."""
         query = urlencode({"since": self.since, "contains": contains, "wait": wait})
-        entries: list[dict[str, Any]] = self.control("GET", "log?" + query)["entries"]
-        return entries
+        return list(self.control("GET", "log?" + query)["entries"])
 
     def stream_url(self, stream: str, user: str = "admin:admin") -> str:
         """Of "Master-0" or "Slave-0" of a camera with --video."""
