@@ -19,7 +19,7 @@ from simulator.control import Control
 from simulator.outside import VIDEO_PORTS, Outside
 from simulator.processes import die_with, start
 from simulator.relay import Relay
-from simulator.runs import SHELL, ReadyFile, announce, greet, join_shell, running
+from simulator.runs import SHELL, announce, claim_ready_file, greet, join_shell, running, write_ready_file
 
 PORTS = range(8080, 8181)  # that are tried without --port
 END_SIGNALS = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
@@ -63,14 +63,11 @@ def main(arguments: list[str]) -> int:
     for number in END_SIGNALS:  # until a camera has handlers of its own, so that nothing is left of it
         signal.signal(number, lambda *_: sys.exit(0))
     listeners = [] if given.socket or given.shell else open_ports(given)
-    ready_file = ReadyFile(given.ready_file)
-    ready = functools.partial(tell_ready, given, listeners, ready_file)
-    try:
-        if given.cameras > 1:
-            return run_cameras(given, listeners, ready)
-        return run_camera(given, listeners[0] if listeners else None, ready)
-    finally:
-        ready_file.remove()
+    given.ready_file = given.ready_file and claim_ready_file(given.ready_file)
+    ready = functools.partial(tell_ready, given, listeners)
+    if given.cameras > 1:
+        return run_cameras(given, listeners, ready)
+    return run_camera(given, listeners[0] if listeners else None, ready)
 
 
 def pin_own_zone() -> None:
@@ -101,7 +98,7 @@ def open_ports(given: Namespace) -> list[socket.socket]:
     raise Fault(f"Port {port} is taken.{advice}")
 
 
-def tell_ready(given: Namespace, listeners: list[socket.socket], ready_file: ReadyFile) -> None:
+def tell_ready(given: Namespace, listeners: list[socket.socket]) -> None:
     """Shows the welcome and writes the ready file, once all cameras answer."""
     ports = [listener.getsockname()[1] for listener in listeners]
     urls = [f"http://{front.authority(front.reachable(given.listen), port)}" for port in ports]
@@ -112,7 +109,8 @@ def tell_ready(given: Namespace, listeners: list[socket.socket], ready_file: Rea
     if not front.is_loopback(given.listen):
         print(REACHABLE.format(address=given.listen))
     print(WELCOME.format(url=urls[0], port=ports[0]), flush=True)
-    ready_file.write("".join(f"{url}\n" for url in urls))
+    if given.ready_file:
+        write_ready_file(given.ready_file, "".join(f"{url}\n" for url in urls))
 
 
 def run_cameras(given: Namespace, listeners: list[socket.socket], ready: Callable[[], None]) -> int:

@@ -1,5 +1,6 @@
 """How a run is found while it lasts: by --shell through a socket, by test programs through the file of
 --ready-file. And the shell inside it."""
+import atexit
 import contextlib
 import hashlib
 import os
@@ -66,36 +67,29 @@ def join_shell(process: int, service: pathlib.Path) -> None:
         os.execvp(enter[0], [*enter, "env", "-u", "TZ", *own, *SHELL])
 
 
-class ReadyFile:
-    """Tells test programs when the cameras answer, and at which URLs."""
+def claim_ready_file(path: pathlib.Path) -> pathlib.Path:
+    """Gives where to write it. Refuses a file that is there, unless a killed camera left it."""
+    with attempt(f"write {path}"):
+        directory = os.open(path.parent, os.O_PATH | os.O_DIRECTORY)
+        if path.is_file() and not path.is_symlink():
+            if re.fullmatch(r"(http://\S+\n)*", path.read_text(errors="replace")):
+                path.unlink()  # of a run that was killed, or empty
+    if os.path.lexists(path):
+        raise Fault(f"{path} is there, and no camera wrote it. Give --ready-file another name.")
+    # By this name the camera reaches the directory also where its own files cover it.
+    return pathlib.Path(f"/proc/self/fd/{directory}", path.name)
 
-    def __init__(self, path: pathlib.Path | None) -> None:
-        self.path = path
-        self.written: os.stat_result | None = None
-        if not path:
-            return
-        with attempt(f"write {path}"):
-            directory = os.open(path.parent, os.O_PATH | os.O_DIRECTORY)
-            # By this name the camera reaches the directory also where its own files cover it.
-            self.path = pathlib.Path(f"/proc/self/fd/{directory}", path.name)
-            if path.is_file() and not path.is_symlink():
-                if re.fullmatch(r"(http://\S+\n)*", path.read_text(errors="replace")):
-                    path.unlink()  # of a run that was killed, or empty
-        if os.path.lexists(path):
-            raise Fault(f"{path} is there, and no camera wrote it. Give --ready-file another name.")
 
-    def write(self, text: str) -> None:
-        """The file appears with its whole content."""
-        if not self.path:
-            return
-        draft = self.path.with_name(f".{self.path.name}.{os.getpid()}")
-        with attempt("write the ready file"):
-            draft.write_text(text)
-            self.written = draft.stat()
-            draft.rename(self.path)
+def write_ready_file(path: pathlib.Path, text: str) -> None:
+    """The file appears with its whole content. This process removes it at its end, and no other file."""
+    draft = path.with_name(f".{path.name}.{os.getpid()}")
+    with attempt("write the ready file"):
+        draft.write_text(text)
+        written = draft.stat()
+        draft.rename(path)
 
-    def remove(self) -> None:
-        """Removes the file that write() made, and no other."""
+    @atexit.register
+    def remove() -> None:
         with contextlib.suppress(FileNotFoundError):
-            if self.path and self.written and os.path.samestat(self.path.stat(), self.written):
-                self.path.unlink()
+            if os.path.samestat(path.stat(), written):
+                path.unlink()
