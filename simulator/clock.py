@@ -15,7 +15,6 @@ FILE = pathlib.Path("/etc/faketimerc")
 LOCAL_TIME = pathlib.Path("/etc/localtime")
 OWN_ZONE = f":{LOCAL_TIME}"  # as a TZ text
 ZONES = pathlib.Path("/usr/share/zoneinfo")
-NEW_TIME = 0x80  # CLONE_NEWTIME
 
 
 def faketime_library() -> str:
@@ -80,7 +79,7 @@ def restart_uptime() -> str:
     """Sets the time since start to 0 for processes that start from now on. Gives words when it cannot."""
     seconds = int(time.clock_gettime(time.CLOCK_BOOTTIME))  # rounded down: it may not become negative
     with contextlib.suppress(OSError):
-        if libc.unshare(NEW_TIME) == 0:
+        if libc.unshare(0x80) == 0:  # CLONE_NEWTIME
             # An offset from the machine's (time_namespaces(7)).
             pathlib.Path("/proc/self/timens_offsets").write_text(f"boottime {-seconds} 0\n")
             return ""

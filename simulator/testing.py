@@ -54,6 +54,7 @@ class RunningCamera:
         assert self.ready_file.exists(), f"the camera does not start:\n{self.shown()}"
         self.urls = self.ready_file.read_text().split()
         self.url = self.urls[0]
+        atexit.register(self.stop)  # so that it has ended when this process has
 
     def ask(
         self, method: str, path: str, body: str | bytes = b"", user: str = "admin:admin", **headers: str
@@ -120,11 +121,7 @@ class RunningCamera:
         return status
 
 
-@functools.cache
-def running_camera() -> RunningCamera:
-    camera = RunningCamera()
-    atexit.register(camera.stop)
-    return camera
+running_camera = functools.cache(RunningCamera)
 
 
 @pytest.fixture
