@@ -9,7 +9,8 @@ The modules, each of which imports only those before it:
     device     the camera's files, network interface and queues, in private namespaces
     daemons    what the daemons do with each message, and how a rule makes them misbehave
     board      the command "daemons": the daemons on a development board
-    processes  children of a camera, and the command "inside": any program inside a camera
+    processes  children of a camera
+    inside     the command "inside": any program inside a camera
     fastcgi    FastCGI records, and a client
     front      the web server
     outside    the process that a camera has in the machine's network, and what it does for alarms

@@ -9,7 +9,7 @@ if not __package__:  # started by the folder's path
 from simulator import Fault
 
 # By their modules, of which only the one that is needed is loaded.
-COMMANDS = {"camera": "people", "inside": "processes", "daemons": "board"}
+COMMANDS = {"camera": "people", "inside": "inside", "daemons": "board"}
 
 name, *arguments = sys.argv[1:] or [""]
 if name not in COMMANDS:
