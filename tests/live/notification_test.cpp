@@ -69,9 +69,10 @@ TEST_F(NotificationTest, ADocumentShowsTheNotificationThatTheUrlNamesAndLinksOfL
   EXPECT_EQ(shown("Relay-1"), "Relay-1 FTP-1 Mail-1 ");  // the relay named, not the one linked
   EXPECT_EQ(shown("FTP-1"), "FTP-1 Mail-1 ");
   EXPECT_EQ(shown("Mail-1"), "Mail-1 ");
-  EXPECT_EQ(shown("Sensor-0"), "");  // no row of Relay, though one of SensorRelay
-  link(kNoLink, 1, kNoLink);
+  EXPECT_EQ(shown("Sensor-0"), "");  // the table SensorRelay has it, as it has relays; Relay has not
+  link(kNoLink, 1, kNoLink);         // FTP-1 alone: the others are not shown, though they exist
   EXPECT_EQ(shown("Relay-1") + shown("Mail-1"), "");
+  // FTP-1 is linked, but Relay-1 is no trigger.
   EXPECT_NE(run(read_notification, "Relay-1/notifications/FTP-1").find("<statusCode>4<"), std::string::npos);
 }
 

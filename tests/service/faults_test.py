@@ -27,14 +27,14 @@ def each_failing(camera, kind, failures):
         camera.plan.let_fail(kind, skip=number, fail=failures)
         yield number
         camera.plan.kind = 0
-        if camera.plan.fail == failures:
+        if camera.plan.fail == failures:  # it counts down: none has failed
             assert number > 0, "There was no operation of this kind."
             return
         camera.call("GET", USERS)  # compiles statements again that the fault has ended
 
 
 def without_answer(effects):
-    """The changes, messages and printed lines among the effects."""
+    """Without the answer, however it begins, and without what is reported on standard error."""
     return [line for line in effects if not re.match("status|Status|Content-Length|reported", line)]
 
 
@@ -47,7 +47,7 @@ def restore_rows(camera):
 def test_a_read_that_fails_at_any_operation_changes_nothing(faulty_camera, kind, failures):
     faulty_camera.plan.speed = FAST
     for number in each_failing(faulty_camera, kind, failures):
-        # It also looks for the identifier of the device, which must not be taken for missing.
+        # It also reads the identifier of the device: taken for missing, a new one would be stored.
         effects = faulty_camera.effects("GET", "/PSIA/System/deviceInfo")
         assert without_answer(effects) == [], f"operation {number}"
         assert effects or kind == FaultPlan.MEMORY, f"no answer, operation {number}"  # which needs memory

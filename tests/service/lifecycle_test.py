@@ -66,7 +66,7 @@ def test_requests_wait_until_both_queues_are_there(unstarted_camera):
 
 def test_messages_left_in_the_queues_are_discarded_at_the_start(unstarted_camera):
     for queue in (REQUESTS, REPLIES):
-        assert queue.send(b"\1".ljust(TYPE_WORD + BODY, b"\0"))
+        assert queue.send(b"\1".ljust(TYPE_WORD + BODY, b"\0"))  # its type is 1, the id of another process
     unstarted_camera.start_service()
     assert logged_in(unstarted_camera)
     assert REQUESTS.receive() is None
@@ -159,10 +159,10 @@ def test_a_thousand_requests_leave_memory_and_descriptors_where_they_were(camera
                                           pytest.param(FACTORY_RESET, 180, id="factory reset")])
 def test_a_reply_is_awaited_for_5_s_or_180_s(faulty_camera, uri, seconds):
     faulty_camera.plan.speed = 1000  # 180 s take 0.2 s
-    message, received = faulty_camera.effects("PUT", uri, replies=[None])
+    _, received = faulty_camera.effects("PUT", uri, replies=[None])
     assert received == DEVICE_BUSY  # as no reply came
-    last_poll = 100
-    assert faulty_camera.plan.slept == seconds * 1000 + last_poll  # milliseconds
+    interval = 100  # milliseconds between two looks for a reply; it also sleeps after the last one
+    assert faulty_camera.plan.slept == seconds * 1000 + interval
 
 
 def test_a_reply_to_another_process_is_not_taken(faulty_camera):
