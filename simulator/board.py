@@ -59,17 +59,18 @@ def prepare_settings() -> None:
         settings.create(f"pragma application_id={OWN_MARK};")
 
 
-def act_on(message: messages.Message) -> daemons.Deed:
+def act_on(message: messages.Message) -> str:
     """What of a message can be done without changing the board."""
     if message.command == messages.CLOCK:
         settings.execute(f"update Network set DateTimeSync={message.fields['mode']}")
-        return daemons.Deed("the mode is stored, the board's clock stays")
+        return "the mode is stored, the board's clock stays"
     if message.command == messages.FACTORY_RESET:
         settings.take_rows()
-        return daemons.Deed("the factory's rows are back")
+        return "the factory's rows are back"
     if message.command == messages.EXPORT:
-        return daemons.export(message)
-    return daemons.Deed("nothing on this board changes")
+        daemons.export()
+        return ""
+    return "nothing on this board changes"
 
 
 def tell(words: str, how: str) -> None:

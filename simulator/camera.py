@@ -136,18 +136,17 @@ class Camera:
     def tell(self, words: str, how: str) -> None:
         self.journal.message(f"{words}; answer: {how}" if how else words)
 
-    def act_on(self, message: messages.Message) -> daemons.Deed:
+    def act_on(self, message: messages.Message) -> str:
         if message.command == messages.CLOCK:
             self.notice_zone_of_request()
-        deed = daemons.act_on(message, self.service_zone)
+        remark = daemons.act_on(message, self.service_zone)
         if message.command == messages.FACTORY_RESET:
             UPLOAD.unlink(missing_ok=True)
         if message.command in (messages.REBOOT, messages.FACTORY_RESET):
             self.restart_at = time.monotonic() + 1  # so that the client still receives its answer
-        if words := self.streams.act_on(message):
-            deed = daemons.Deed(words)
+        remark = self.streams.act_on(message) or remark
         self.streams.show(self.service_zone or self.zone)
-        return deed
+        return remark
 
     def notice_zone_of_request(self) -> None:
         """The message holds a local time without its zone, which is that of the last PUT of the time."""
@@ -225,7 +224,7 @@ class Camera:
         """Factory settings, and all else as at the start, without an outage."""
         self.journal.event("factory settings, asked for over /camera/reset")
         self.service.end()
-        self.watch.close()
+        self.watch.database.close()
         device.reset()  # makes new databases
         self.begin()
         self.service.start()

@@ -45,20 +45,9 @@ def parse_rule(text: str) -> Rule:
     return Rule(int(found[1]), found[2]) if found[2] else Rule(int(found[1]), "late", int(found[3] or LATE))
 
 
-class Deed(NamedTuple):
-    """What came of a message: a remark about it, and the reply's payload."""
-
-    remark: str = ""
-    payload: bytes = b""
-
-
-Act = Callable[[Message], Deed]  # does what a message asks for; raises Fault when it cannot
-
-
-def act_on(message: Message, zone: str = "") -> Deed:
-    """Does what a message asks for, as far as that is seen from outside. The reboot that follows a message is
-    left to the caller. The zone is that of a time that is set by hand, a TZ text; empty for the camera's own.
-    """
+def act_on(message: Message, zone: str = "") -> str:
+    """Does what a message asks for, as far as that is seen from outside, except for a reboot. Gives a remark,
+    which may be empty. `zone`: of a time that is set by hand, a TZ text; empty for the camera's own."""
     match message.command:
         case messages.CLOCK:
             return set_time(message, zone)
@@ -66,37 +55,36 @@ def act_on(message: Message, zone: str = "") -> Deed:
             settings.take_rows()
             device.write_resolver(*device.NAME_SERVERS)
         case messages.EXPORT:
-            return export(message)
+            export()
         case messages.ADDRESSING:
             device.apply_addressing()
             if settings.query("select 1 from Network where ConnectionType = 1"):
-                return Deed("no DHCP server is asked; the lease is always the same")
+                return "no DHCP server is asked; the lease is always the same"
         case messages.NAME_SERVERS:
             primary, hyphen, secondary = message.fields["servers"].partition("-")
             if not hyphen:
                 raise Fault("No hyphen between the name servers")
             device.write_resolver(primary, secondary)
-    return Deed(NOT_SIMULATED.get(message.command, ""))
+    return NOT_SIMULATED.get(message.command, "")
 
 
-def set_time(message: Message, zone: str) -> Deed:
-    mode, _, _, year, month, day, hour, minute, second = message.values
+def set_time(message: Message, zone: str) -> str:
+    mode, _, _, year, month, day, hour, minute, second = message.fields.values()
     settings.execute(f"update Network set DateTimeSync={mode}")
     if mode == messages.BY_NTP:
         clock.set_ahead(0)
     else:
         clock.set_to((year, month, day, hour, minute, second), zone)
     if not clock.faketime_library():
-        return Deed("libfaketime is missing; the clock stays the machine's")
-    return Deed("no NTP server is asked; the clock is the machine's" if mode == messages.BY_NTP else "")
+        return "libfaketime is missing; the clock stays the machine's"
+    return "no NTP server is asked; the clock is the machine's" if mode == messages.BY_NTP else ""
 
 
-def export(_: Message) -> Deed:
+def export() -> None:
     try:
         shutil.copyfile(settings.DATABASE, device.EXCHANGE / EXPORT_NAME)
     except OSError as error:
         raise Fault(f"Cannot export the settings: {error.strerror}") from error
-    return Deed(payload=EXPORT_NAME.encode())
 
 
 def sender_has_ended(message: Message) -> bool:
@@ -107,18 +95,16 @@ def sender_has_ended(message: Message) -> bool:
 class Daemons:
     """Answers the messages of the service. `tell` is given what each was in words and how it was answered."""
 
-    act: Act
+    act: Callable[[Message], str]  # does what a message asks for, and gives a remark; Fault: it cannot
     rules: list[Rule] = field(default_factory=list)
     tell: Callable[[str, str], None] = lambda words, how: None
-    refuses = False  # everything: the service stops, and must not wait
-
-    def __post_init__(self) -> None:
-        self.forget()
+    refuses: bool = False  # everything: the service stops, and must not wait
+    waiting: list[tuple[float, Message]] = field(default_factory=list)  # until when, infinity for never
+    unsent: list[tuple[Message, bytes]] = field(default_factory=list)  # while the reply queue is full
 
     def forget(self) -> None:
         """Nobody waits for an answer any more."""
-        self.waiting: list[tuple[float, Message]] = []  # with the times when they are due, infinity for never
-        self.unsent: list[tuple[Message, bytes]] = []  # while the reply queue is full
+        self.waiting, self.unsent = [], []
 
     def step(self) -> None:
         """Answers what can be answered without waiting."""
@@ -152,13 +138,14 @@ class Daemons:
 
     def act_and_answer(self, message: Message) -> str:
         try:
-            remark, payload = self.act(message)
+            remark, result = self.act(message), "done"
         except Fault as fault:
-            return self.answer(message, "failed") + f" ({fault})"
-        return self.answer(message, "done", payload) + (f" ({remark})" if remark else "")
+            remark, result = str(fault), "failed"
+        return self.answer(message, result) + (f" ({remark})" if remark else "")
 
-    def answer(self, message: Message, how: str, payload: bytes = b"") -> str:
-        record = reply(message, messages.RESULTS[how], payload)
+    def answer(self, message: Message, how: str) -> str:
+        exported = message.command == messages.EXPORT and how == "done"
+        record = reply(message, messages.RESULTS[how], EXPORT_NAME.encode() if exported else b"")
         if not self.unsent and REPLIES.send(record):
             return how
         self.unsent.append((message, record))

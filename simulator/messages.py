@@ -1,5 +1,4 @@
-"""The control messages that the service and the camera's daemons exchange over two System V message queues:
-their layout, their fields, and what they are in words."""
+"""The control messages that the service and the camera's daemons exchange over two System V queues."""
 import ctypes
 import struct
 from typing import Any, NamedTuple
@@ -13,7 +12,6 @@ ADDRESSING, NAME_SERVERS, RTSP_PORT = 31, 33, 37
 DONE, BUSY, FAILED = 0, 1, 2
 RESULTS = {"done": DONE, "busy": BUSY, "failed": FAILED}  # of a reply
 BY_NTP = 2  # mode of CLOCK; any other: set by hand
-MASTER = 1  # stream of ENCODER; any other: Slave
 
 TYPE_WORD = struct.calcsize("@l")  # 4 bytes on the camera, 8 on a 64-bit machine
 BODY = 4112  # bytes of a record behind its type word: command, result, payload
@@ -51,37 +49,23 @@ COMMANDS = {
     NAME_SERVERS: Command("name servers", "name servers {servers}", "256s", "servers"),
     RTSP_PORT: Command("RTSP port", "RTSP port changed"),
 }
-UNKNOWN = Command("unknown", "unknown to the daemons")
 
 
 class Message:
     def __init__(self, record: bytes) -> None:
-        self.type: int = struct.unpack_from("@l", record)[0]  # the sender's process id
+        self.type, self.command = struct.unpack_from("@li", record)  # the type is the sender's process id
         self.body = record[TYPE_WORD:]
-        self.command: int = struct.unpack_from("<i", self.body)[0]
-        self.known = COMMANDS.get(self.command, UNKNOWN)
-        self.layout = f"<ii {self.known.layout}"  # of the body, with command and result
-        values = struct.unpack_from(self.layout, self.body)[2:]
-        self.values = [value.split(b"\0")[0] if isinstance(value, bytes) else value for value in values]
-        texts = (decoded(value) if isinstance(value, bytes) else value for value in self.values)
-        self.fields: dict[str, Any] = dict(zip(self.known.fields.split(), texts))  # numbers and texts
+        self.known = COMMANDS.get(self.command, Command("unknown", "unknown to the daemons"))
+        found = struct.unpack_from(f"<8x {self.known.layout}", self.body)  # behind command and result
+        values = (decoded(value.split(b"\0")[0]) if isinstance(value, bytes) else value for value in found)
+        self.fields: dict[str, Any] = dict(zip(self.known.fields.split(), values))  # numbers and texts
 
     def describe(self) -> str:
         """In words, with its fields: "command 7: time zone Africa/Algiers"."""
         by_ntp = self.fields.get("mode") == BY_NTP
         what = "keep the clock by NTP, now" if by_ntp else "set the clock manually to"
-        stream = "Master" if self.fields.get("master") == MASTER else "Slave"
+        stream = "Master" if self.fields.get("master") == 1 else "Slave"
         return f"command {self.command}: " + self.known.words.format(what=what, stream=stream, **self.fields)
-
-    def contents(self, sender: int) -> str:
-        """The whole record: "message 2 encoder: master = 1"; "byte 200 = 7" for what belongs to no field, as
-        bytes count on the camera."""
-        told = [] if self.type == sender else [f"type = {self.type}"]
-        told += [f"{name} = {value}" for name, value in self.fields.items()]
-        expected = struct.pack(self.layout, self.command, 0, *self.values).ljust(BODY, b"\0")
-        pairs = enumerate(zip(self.body, expected), 4)
-        told += [f"byte {place} = {byte}" for place, (byte, own) in pairs if byte != own]
-        return f"message {self.command} {self.known.name}" + (": " if told else "") + ", ".join(told)
 
 
 def reply(message: Message, result: int, payload: bytes = b"") -> bytes:

@@ -1,5 +1,4 @@
-"""The camera's settings: two SQLite databases, their factory rows, uploads of them, and what has changed in
-them."""
+"""The camera's settings: two SQLite databases, uploads of them, and what has changed in them."""
 import collections
 import contextlib
 import os
@@ -21,7 +20,8 @@ SCHEMA = pathlib.Path(__file__).with_name("schema.sql").read_text()
 FACTORY_ROWS = pathlib.Path(__file__).with_name("factory.sql").read_text()
 COLUMNS = """select t.name, c.name from sqlite_master t, pragma_table_info(t.name) c
     where t.type = 'table' order by t.name, c.cid"""
-TABLES = "select name from sqlite_master where type = 'table' order by name"
+TABLES = """select t.name, (select c.name from pragma_table_info(t.name) c where c.pk = 1)
+    from sqlite_master t where t.type = 'table' order by t.name"""  # with their keys, null for none
 
 MAX_VALUE = 100  # characters shown of a value
 MAX_CHANGES = 60  # lines shown of one change
@@ -70,13 +70,12 @@ def create(own_rows: str = "") -> None:
 
 
 def take_rows(source: pathlib.Path = DEFAULTS) -> None:
-    """Puts the rows of another database into the camera's, in place of all that it has: those of the factory,
-    for example."""
+    """Replaces all rows of the camera by those of another database."""
     with opened() as database:
         database.execute("pragma trusted_schema=off")
         database.execute("attach ? as source", (str(source),))
         database.execute("begin immediate")
-        for (table,) in database.execute(TABLES).fetchall():
+        for table, _ in database.execute(TABLES).fetchall():
             database.execute(f"delete from main.{table}")
             database.execute(f"insert into main.{table} select * from source.{table}")
         database.execute("commit")
@@ -84,14 +83,13 @@ def take_rows(source: pathlib.Path = DEFAULTS) -> None:
 
 def check(path: pathlib.Path) -> None:
     """Raises a fault unless the file is a database with this camera's tables."""
-    with contextlib.closing(sqlite3.connect(":memory:")) as own:
-        own.executescript(SCHEMA)
-        expected = own.execute(COLUMNS).fetchall()
     try:
-        with opened(path, "ro") as database:
+        with opened(path, "ro") as database, contextlib.closing(sqlite3.connect(":memory:")) as own:
             database.execute("pragma trusted_schema=off")
             verdict = database.execute("pragma quick_check(1)").fetchall()
             columns = database.execute(COLUMNS).fetchall()
+            own.executescript(SCHEMA)
+            expected = own.execute(COLUMNS).fetchall()
     except Fault as fault:
         raise Fault("it is no SQLite database") from fault
     if verdict != [("ok",)]:
@@ -101,15 +99,12 @@ def check(path: pathlib.Path) -> None:
 
 
 def read(database: sqlite3.Connection) -> Tables:
-    """All rows. The key of a row is its first column; in a table without a key "", "1", "2" and so on."""
+    """All rows. Those of a table without a key have the keys "", "1", "2" and so on."""
     tables: Tables = collections.defaultdict(dict)  # a table that somebody has removed has no rows
-    for (table,) in database.execute(TABLES).fetchall():
-        has_key = database.execute("select 1 from pragma_table_info(?) where pk = 1", (table,)).fetchone()
-        found = database.execute(f'select * from "{table}"')
-        columns = [column[0] for column in found.description]
-        rows = [dict(zip(columns, values)) for values in found]
-        keys = [str(row[columns[0]]) if has_key else str(number or "") for number, row in enumerate(rows)]
-        tables[table] = dict(zip(keys, rows))
+    database.row_factory = sqlite3.Row
+    for table, key in database.execute(TABLES).fetchall():
+        rows = [dict(row) for row in database.execute(f'select * from "{table}"')]
+        tables[table] = {str(row[key] if key else place or ""): row for place, row in enumerate(rows)}
     return tables
 
 
@@ -151,10 +146,9 @@ def short(value: Any) -> str:
 def in_words(table: str, key: str, column: str, old: Any, new: Any) -> str:
     """As "Audio[0].Enable: 1 -> 0". Passwords are not shown."""
     place = f"{table}[{key}]" if key else table
-    if column == "Password":
-        return f"{place}.{column}: changed, not shown"
     if column:
-        return f"{place}.{column}: {short(old)} -> {short(new)}"
+        change = "changed, not shown" if column == "Password" else f"{short(old)} -> {short(new)}"
+        return f"{place}.{column}: {change}"
     if new is None:
         return f"{place} removed"
     added = [f" {name} {short(value)}" for name, value in public(new).items() if value not in ("", key)]
@@ -172,7 +166,7 @@ class Watch:
 
     def changes(self) -> list[str]:
         try:
-            version = self.database.execute("pragma data_version").fetchone()
+            version = self.database.execute("pragma data_version").fetchone()[0]
             if version == self.version:
                 return []
             tables = read(self.database)
@@ -187,6 +181,3 @@ class Watch:
         """All rows without passwords, for the page and for test programs."""
         tables = self.tables.items()
         return {table: [public(row) for _, row in sorted(rows.items())] for table, rows in tables}
-
-    def close(self) -> None:
-        self.database.close()

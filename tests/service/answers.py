@@ -1,6 +1,7 @@
-"""What a client is answered, in names that the tests use."""
+"""What a client is answered and the daemons are told, in names that the tests use."""
 import datetime
 import re
+import struct
 import time
 
 STATUSES = {1: "OK", 2: "Device Busy", 3: "Device Error", 4: "Invalid Operation", 5: "Invalid XML Format",
@@ -24,6 +25,19 @@ def status(code, uri):
 """
     return (f"Content-Length: {len(body.encode())}\r\n"
             f'Content-Type: application/xml; charset="UTF-8"\r\n\r\n{body}')
+
+
+def contents(message, sender):
+    """A message, as "message 2 encoder: master = 1"; "byte 200 = 7" for what belongs to no field, as bytes
+    count on the camera."""
+    values = message.fields.values()
+    packed = [value.encode(errors="surrogateescape") if isinstance(value, str) else value for value in values]
+    expected = struct.pack(f"<i 4x {message.known.layout}", message.command, *packed)
+    pairs = enumerate(zip(message.body, expected.ljust(len(message.body), b"\0")), 4)
+    told = [] if message.type == sender else [f"type = {message.type}"]
+    told += [f"{name} = {value}" for name, value in message.fields.items()]
+    told += [f"byte {place} = {byte}" for place, (byte, own) in pairs if byte != own]
+    return f"message {message.command} {message.known.name}" + (": " if told else "") + ", ".join(told)
 
 
 def elements(answer):

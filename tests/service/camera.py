@@ -10,7 +10,7 @@ import socket
 import subprocess
 import time
 
-from answers import status
+from answers import contents, status
 from faults import SYSTEM_CALLS
 from simulator import messages, settings
 from simulator.device import FACTORY_DATA, RESOLVER
@@ -180,7 +180,7 @@ class Camera:
             if message is None:
                 return False
             take_changes()
-            lines.append(message.contents(self.process.pid))
+            lines.append(contents(message, self.process.pid))
             result = results.pop(0) if results else 0
             if result is not None:
                 assert REPLIES.send(reply(message, result))

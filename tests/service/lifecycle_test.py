@@ -6,7 +6,7 @@ import socket
 
 import pytest
 
-from answers import DEVICE_BUSY, DEVICE_ERROR, LOGGED_IN, NO_RESOURCE, OK, answer, logged_in
+from answers import DEVICE_BUSY, DEVICE_ERROR, LOGGED_IN, NO_RESOURCE, OK, answer, contents, logged_in
 from camera import DATABASE, REPLIES, REQUESTS
 from faults import FAST
 from peers import peer, up_to_uri
@@ -202,7 +202,7 @@ def test_a_full_queue_is_waited_for_until_there_is_room(camera):
     with peer(camera, "PUT", REBOOT) as client:
         camera.wait_until_blocked_in("msgsnd")
         camera.process.send_signal(signal.SIGALRM)  # interrupts the system call
-        while "reboot" not in (message := REQUESTS.next()).contents(camera.process.pid):
+        while "reboot" not in contents(message := REQUESTS.next(), camera.process.pid):
             pass
         assert REPLIES.send(reply(message, DONE))
         assert client.receive()[0] == answer(REBOOT, OK)
