@@ -13,10 +13,9 @@ The modules, each of which imports only those before it:
     inside     the command "inside": any program inside a camera
     fastcgi    FastCGI records, and a client
     front      the web server
-    outside    the process that a camera has in the machine's network, and what it does for alarms
-    rtsp       the RTSP server, which is that process with --video
-    streams    what the streams are, and who watches
     alarms     what follows when the sensor's contact closes
+    rtsp       the RTSP server
+    streams    what the streams are, who watches, and the process that a camera has in the machine's network
     journal    what happened, for people and test programs
     options    the options of the command "camera"
     camera     service, daemons, boots and outages of a camera that runs

@@ -25,7 +25,6 @@ from simulator import Fault, attempt, clock, daemons, device, messages, settings
 from simulator.alarms import Alarms
 from simulator.journal import Exchange, Journal
 from simulator.front import WebServer
-from simulator.outside import Outside
 from simulator.processes import start
 from simulator.streams import Streams
 from simulator.texts import decoded, lines_of
@@ -119,12 +118,10 @@ class Service:
 class Camera:
     """For a process that has entered the device."""
 
-    def __init__(self, options: Namespace, outside: Outside) -> None:
+    def __init__(self, options: Namespace, streams: Streams) -> None:
         self.options = options
-        self.outside = outside
         self.journal = Journal(options.prefix)
-        self.alarms = Alarms(outside)
-        self.streams = Streams(outside)
+        self.streams = streams
         self.daemons = daemons.Daemons(self.act_on, tell=self.tell)
         self.service = Service(options.service, self.journal)
         self.upload: tuple[int, int] | None = None  # changes with every one
@@ -182,7 +179,7 @@ class Camera:
     def boot(self) -> None:
         """Applies the stored settings to the device."""
         self.daemons.forget()
-        self.alarms.forget()
+        self.alarms = Alarms(self.streams.pipe)
         self.service_zone = ""  # set by a client; lost when the service ends
         details = [outcome(take_upload), outcome(device.apply_addressing)]
         self.zone = next((str(zone or "") for (zone,) in settings.query("select TimeZone from Network")), "")
@@ -249,11 +246,8 @@ class Camera:
             time.sleep(ROUND)
 
     def step(self) -> None:
-        for told in self.outside.received():
-            if "watches" in told:
-                self.streams.note(**told)
-            else:
-                self.journal.event(**told)
+        for words in self.streams.heard():
+            self.journal.event(words)
         self.service.step()
         self.daemons.step()
         if not self.journal.request:

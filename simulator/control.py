@@ -118,7 +118,7 @@ class Control:
             "nameServers": device.name_servers(),
             "answers": [str(rule) for rule in camera.daemons.rules],
             "relays": camera.alarms.closed_relays(),
-            "videoPort": camera.outside.port,
+            "videoPort": camera.streams.port,
             "tables": camera.watch.shown(),
         }
 

@@ -16,10 +16,10 @@ from collections.abc import Callable
 from simulator import Fault, device, front, options
 from simulator.camera import SERVICE_SOCKET, Camera, listen_at
 from simulator.control import Control
-from simulator.outside import VIDEO_PORTS, Outside
 from simulator.processes import die_with, start
 from simulator.relay import Relay
 from simulator.runs import SHELL, announce, claim_ready_file, greet, join_shell, running, write_ready_file
+from simulator.streams import Streams
 
 PORTS = range(8080, 8181)  # that are tried without --port
 END_SIGNALS = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
@@ -146,8 +146,7 @@ def run_camera(given: Namespace, listener: socket.socket | None, ready: Callable
     """Runs one camera in this process. Without a listener there is no web server."""
     with contextlib.ExitStack() as at_end:
         # In the machine's network and file system, before the camera enters its own.
-        video_ports = VIDEO_PORTS if given.video_port is None else [given.video_port]
-        outside = Outside(given.listen, video_ports if given.video else [])
+        streams = Streams(given)
         web_socket = web_server = None
         if listener:
             at_end.enter_context(announce(given.run_directory, listener.getsockname()[1]))
@@ -161,8 +160,8 @@ def run_camera(given: Namespace, listener: socket.socket | None, ready: Callable
             web_server = front.WebServer(listener, given.page)
             at_end.callback(web_server.stop)
             web_socket = listen_at(front.SOCKET)
-        camera = Camera(given, outside)
-        at_end.callback(camera.streams.stop)
+        camera = Camera(given, streams)
+        at_end.callback(streams.stop)
         for number in END_SIGNALS:
             signal.signal(number, camera.end)
         if web_socket:

@@ -15,11 +15,9 @@ import gi  # type: ignore[import]
 gi.require_versions({"Gst": "1.0", "GstRtsp": "1.0", "GstRtspServer": "1.0"})
 from gi.repository import Gio, GLib, Gst, GstRtsp, GstRtspServer  # type: ignore[import]  # noqa: E402
 
-from simulator.outside import MAX_MESSAGE, deliver, tell  # noqa: E402
+from simulator.alarms import MAX_MESSAGE, deliver, tell  # noqa: E402
 
-REALM = "Quellan Smart IP Device Authentication"
 VIEWER = "viewer, media.factory.access=true, media.factory.construct=true"
-TCP_USER_TIMEOUT = 18  # of tcp(7): milliseconds after which a connection to a silent machine ends
 
 
 class Server:
@@ -31,10 +29,12 @@ class Server:
         self.server = GstRtspServer.RTSPServer.new()
         self.server.get_thread_pool().set_max_threads(0)  # so that the main loop calls everything below
         self.server.connect("client-connected", self.connected)
-        listener.setsockopt(socket.IPPROTO_TCP, TCP_USER_TIMEOUT, 10000)  # connections inherit both options
+        # Connections inherit both options: one to a silent machine ends.
+        listener.setsockopt(socket.IPPROTO_TCP, 18, 10000)  # TCP_USER_TIMEOUT of tcp(7), in milliseconds
         listener.setsockopt(socket.SOL_SOCKET, socket.SO_KEEPALIVE, 1)
-        for source, callback in (pipe, self.hear), (listener, self.accept):
-            GLib.io_add_watch(source.fileno(), GLib.PRIORITY_DEFAULT, GLib.IOCondition.IN, callback)
+        # The camera's newest state first, so that no connection is closed after a boot.
+        GLib.io_add_watch(pipe.fileno(), GLib.PRIORITY_HIGH, GLib.IOCondition.IN, self.hear)
+        GLib.io_add_watch(listener.fileno(), GLib.PRIORITY_DEFAULT, GLib.IOCondition.IN, self.accept)
         GLib.timeout_add(250, self.show)
 
     def hear(self, *_: Any) -> bool:
@@ -54,7 +54,7 @@ class Server:
 
     def accounts(self) -> Any:
         auth = GstRtspServer.RTSPAuth.new()
-        auth.set_realm(REALM)
+        auth.set_realm("Quellan Smart IP Device Authentication")
         token = GstRtspServer.RTSPToken()
         token.set_string(GstRtspServer.RTSP_TOKEN_MEDIA_FACTORY_ROLE, "viewer")
         for user, password in self.state["accounts"].items():

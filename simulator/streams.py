@@ -1,11 +1,21 @@
 """The streams of a camera with --video: what the media daemon makes of the settings when it is told of a
-change. The RTSP server serves them."""
+change. And the process outside, which a camera has in the machine's network because its own leads nowhere:
+with --video it is the RTSP server (rtsp.py), and always it takes the pictures of alarms to servers."""
+
+import json
+import os
+import socket
+from argparse import Namespace
+from collections.abc import Iterator
 from typing import Any
 
-from simulator import clock, messages, settings
-from simulator.outside import Outside, tell
+from simulator import PROJECT, Fault, clock, front, messages, settings
+from simulator.alarms import MAX_MESSAGE, deliver, tell
+from simulator.processes import die_with, start
 from simulator.settings import Row, number
 from simulator.texts import harmless
+
+STILL = PROJECT / "simulator/page/scene.jpg"  # the picture of an alarm without --video
 
 WIDE = {0: (704, 480), 1: (704, 240), 2: (352, 240), 3: (144, 112), 4: (1280, 720), 5: (1920, 1080)}
 TALL = WIDE | {4: (1280, 1024), 5: (2040, 1536)}  # pictures of 4:3
@@ -66,34 +76,81 @@ def from_settings() -> dict[str, Any]:
         state.setdefault("still", f"videotestsrc num-buffers=1 ! {shown} ! jpegenc ! appsink name=sink")
         pipeline = f"videotestsrc is-live=true horizontal-speed=2 ! {shown} ! {encoder} name=pay0 {sound}"
         words += [heard, f"brightness {bright}, contrast {contrast}, hue {hue}"]
-        is_on = row["Enable"] == 1
-        state[name] = pipeline if is_on else ""
-        state["words"][name] = words if is_on else ["off"]
+        state[name], state["words"][name] = (pipeline, words) if row["Enable"] == 1 else ("", ["off"])
     return state
 
 
-class Streams:
-    """Without --video there are none."""
+def listen(options: Namespace) -> socket.socket:
+    """At --video-port, or at the first port that is free."""
+    for port in range(8554, 8755) if options.video_port is None else [options.video_port]:
+        try:
+            return front.listen(options.listen, port)
+        except OSError as error:
+            reason = error.strerror
+    raise Fault(f"Cannot listen at {front.authority(options.listen, port)} for --video: {reason}")
 
-    def __init__(self, outside: Outside) -> None:
-        self.outside = outside
-        self.state: dict[str, Any] = {}  # empty while the camera is down
-        self.sent: dict[str, Any] = {}
+
+class Streams:
+    def __init__(self, options: Namespace) -> None:
+        """Starts the process outside; this one must not have entered the device yet."""
+        self.pipe, theirs = socket.socketpair(type=socket.SOCK_SEQPACKET)
+        self.port, self.url = 0, ""  # of the RTSP server
+        self.state: dict[str, Any] = {}  # what it shows; empty while the camera is down
+        parent = os.getpid()
+        if options.video:
+            listener = listen(options)
+            self.port = listener.getsockname()[1]
+            self.url = f"rtsp://{front.authority(front.reachable(options.listen), self.port)}"
+            ends = theirs.fileno(), listener.fileno()
+            # Debian's Python, for GStreamer's bindings. The list of plugins would be in the home directory.
+            command = ["/usr/bin/python3", "-m", "simulator.rtsp", *map(str, ends)]
+            own = {"PYTHONPATH": str(PROJECT), "GST_REGISTRY": str(PROJECT / "build/gstreamer.registry")}
+            start(command, pass_fds=ends, env=os.environ | own)
+        elif os.fork() == 0:
+            try:
+                die_with(parent)
+                os.setpgid(0, 0)  # no key on the terminal reaches it
+                os.closerange(3, theirs.fileno())
+                os.closerange(theirs.fileno() + 1, os.sysconf("SC_OPEN_MAX"))
+                while message := theirs.recv(MAX_MESSAGE):
+                    deliver(json.loads(message)["alarm"], STILL.read_bytes, theirs)
+            finally:
+                os._exit(1)
+        theirs.close()
+
+    def heard(self) -> Iterator[str]:
+        """What the process tells: words for the journal, and who watches, which is a row while he does."""
+        try:
+            while message := self.pipe.recv(MAX_MESSAGE, socket.MSG_DONTWAIT):
+                match json.loads(message):
+                    case {"words": words}:
+                        yield words
+                    case {"address": address, "port": port, "watches": stream}:
+                        viewer = f"Address = '{address}' and Port = {port}"
+                        settings.query(f"delete from ClientList where {viewer}")
+                        if stream:
+                            row = f"null, '{stream}', '{address}', {port}"
+                            settings.query(f"insert into ClientList values ({row})")
+        except BlockingIOError:
+            return
+        except ConnectionResetError:
+            pass  # it has ended with messages unread
+        raise Fault("The RTSP server has ended. scripts/run --video installs what it needs.")
 
     def boot(self, zone: str) -> str:
         """Gives words about it."""
         self.stop()
-        if not self.outside.port:
+        if not self.port:
             return ""
         self.state = from_settings()
         self.show(zone)
-        return f"the streams are {self.outside.url}/Master-0 and {self.outside.url}/Slave-0"
+        return f"the streams are {self.url}/Master-0 and {self.url}/Slave-0"
 
     def stop(self) -> None:
         """Ends all sessions."""
         self.state = {}
         self.show("")
-        if self.outside.port:
+        if self.port:
             settings.query("delete from ClientList")
 
     def act_on(self, message: messages.Message) -> str:
@@ -104,7 +161,7 @@ class Streams:
         if message.command == messages.RTSP_PORT:
             self.stop()
             self.state = before
-            return f"all sessions end; the streams stay at port {self.outside.port}"
+            return f"all sessions end; the streams stay at port {self.port}"
         self.state = from_settings()
         pairs = [(name, line) for name, lines in self.state["words"].items() for line in lines]
         new = [f"{name}: {line}" for name, line in pairs if line not in before["words"].get(name, [])]
@@ -113,18 +170,10 @@ class Streams:
     def show(self, zone: str) -> None:
         """Shows the state, with what needs no message: accounts, name, clock."""
         if self.state:
-            accounts = settings.query(ACCOUNTS)
             name = next((str(name) for (name,) in settings.query("select DDNSHostname from Network")), "")
+            self.state.update(camera=harmless(name), zone=zone, ahead=clock.ahead())
+            accounts = settings.query(ACCOUNTS)
             # GStreamer takes no text that is no UTF-8.
             self.state["accounts"] = {user: word for user, word in accounts if f"{user}{word}".isprintable()}
-            self.state |= {"camera": harmless(name), "zone": zone, "ahead": clock.ahead()}
-        if self.state != self.sent:
-            self.sent = dict(self.state)
-            tell(self.outside.pipe, state=self.state)
-
-    @staticmethod
-    def note(address: str, port: int, watches: str) -> None:
-        """Who watches a stream is a row while he does."""
-        settings.query(f"delete from ClientList where Address = '{address}' and Port = {port}")
-        if watches:
-            settings.query(f"insert into ClientList values (null, '{watches}', '{address}', {port})")
+        if self.port:
+            tell(self.pipe, state=self.state)
