@@ -1,6 +1,5 @@
 """The camera's event daemon: when the sensor's contact closes and the trigger is armed, it switches the
-linked relay, uploads a picture, or sends it by mail. Servers are reached by the process outside (streams.py),
-with which the camera exchanges JSON objects."""
+linked relay, or has the process outside (streams.py) upload a picture or send it by mail."""
 
 import contextlib
 import json
@@ -15,7 +14,7 @@ from simulator import settings
 from simulator.settings import Row, Tables, number
 
 LINKS = {"SensorRelay": "RelayID", "FTPServer": "FTPServerID", "SMTPServer": "SMTPServerID"}
-MAX_MESSAGE = 1 << 17  # bytes between camera and process outside; a socket takes that many at once
+MAX_MESSAGE = 1 << 17  # bytes of a JSON object between the two; a socket takes that many at once
 TIMEOUT = 10  # seconds for each answer of a server
 
 

@@ -133,5 +133,5 @@ class Server:
 
 if __name__ == "__main__":
     Gst.init(None)
-    server = Server(*(socket.socket(fileno=int(number)) for number in sys.argv[1:]))
+    server = Server(socket.socket(fileno=0), socket.socket(fileno=int(sys.argv[1])))
     GLib.MainLoop().run()

@@ -101,11 +101,10 @@ class Streams:
             listener = listen(options)
             self.port = listener.getsockname()[1]
             self.url = f"rtsp://{front.authority(front.reachable(options.listen), self.port)}"
-            ends = theirs.fileno(), listener.fileno()
             # Debian's Python, for GStreamer's bindings. The list of plugins would be in the home directory.
-            command = ["/usr/bin/python3", "-m", "simulator.rtsp", *map(str, ends)]
+            command = ["/usr/bin/python3", "-m", "simulator.rtsp", str(listener.fileno())]
             own = {"PYTHONPATH": str(PROJECT), "GST_REGISTRY": str(PROJECT / "build/gstreamer.registry")}
-            start(command, pass_fds=ends, env=os.environ | own)
+            start(command, stdin=theirs, pass_fds=[listener.fileno()], env=os.environ | own)
         elif os.fork() == 0:
             try:
                 die_with(parent)
@@ -149,8 +148,8 @@ class Streams:
     def stop(self) -> None:
         """Ends all sessions."""
         self.state = {}
-        self.show("")
         if self.port:
+            tell(self.pipe, state={})
             settings.query("delete from ClientList")
 
     def act_on(self, message: messages.Message) -> str:
@@ -175,5 +174,4 @@ class Streams:
             accounts = settings.query(ACCOUNTS)
             # GStreamer takes no text that is no UTF-8.
             self.state["accounts"] = {user: word for user, word in accounts if f"{user}{word}".isprintable()}
-        if self.port:
             tell(self.pipe, state=self.state)
