@@ -8,7 +8,7 @@ from collections.abc import Callable
 from dataclasses import dataclass, field
 from typing import NamedTuple
 
-from simulator import Fault, clock, device, messages, settings
+from simulator import Fault, attempt, clock, device, messages, settings
 from simulator.messages import REPLIES, REQUESTS, Message, reply
 
 EXPORT_NAME = "settings.db"  # within the exchange directory
@@ -81,10 +81,8 @@ def set_time(message: Message, zone: str) -> str:
 
 
 def export() -> None:
-    try:
+    with attempt("export the settings"):
         shutil.copyfile(settings.DATABASE, device.EXCHANGE / EXPORT_NAME)
-    except OSError as error:
-        raise Fault(f"Cannot export the settings: {error.strerror}") from error
 
 
 def sender_has_ended(message: Message) -> bool:
