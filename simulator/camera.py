@@ -234,7 +234,7 @@ class Camera:
             await asyncio.sleep(ROUND)  # first: a service that has just started is not ready for a signal
             self.step()
             self.tend_service()
-            if web_server and web_server.has_ended():
+            if web_server and web_server.process.poll() is not None:
                 raise Fault("The web server has ended.")
 
     def run_beside(self, shell: subprocess.Popen[bytes]) -> None:

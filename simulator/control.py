@@ -1,6 +1,5 @@
 """What the camera answers instead of the service: refusals of requests that another web site makes, 503
-during an outage, and the interface below /camera/ for the page and for test programs, which docs/clients.md
-describes."""
+during an outage, and the interface below /camera/, which docs/clients.md describes."""
 import asyncio
 import http
 import json
@@ -12,14 +11,12 @@ from typing import Any
 from simulator import Fault, clock, daemons, device, settings
 from simulator.camera import Camera
 from simulator.front import is_ip_address
-from simulator.journal import Exchange, credentials
+from simulator.journal import Exchange, credentials, entry_of
 from simulator.texts import decoded, for_json, harmless
 
 PREFIX = "/camera/"
 MAX_RULES = 4096  # bytes
 MAX_WAIT = 30  # seconds for which a request of the log may wait
-MAX_SHOWN = 100  # characters of a mistake
-PAUSE = 0.05  # seconds between two looks at the journal for a request that waits
 PATHS = "GET /camera/log, and PUT of /camera/answers, /camera/reset, /camera/sensor and /camera/stop"
 LOG_FORM = f"since is the id of an entry, and wait a number of seconds from 0 to {MAX_WAIT}."
 
@@ -80,7 +77,8 @@ class Control:
         if foreign or not exchange.url.startswith(PREFIX):
             reason = foreign or ("The camera ends." if self.camera.ending else "The camera restarts.")
             exchange.answer["http"] = 403 if foreign else 503
-            self.journal.refuse_request(exchange, f"refused: {reason}")
+            exchange.messages.append(f"refused: {reason}")
+            self.journal.add(entry_of(exchange))
             raise Refusal(exchange.answer["http"], reason)
         # No WWW-Authenticate: the browser would ask for a password, and the page asks already.
         level = level_of(exchange)
@@ -91,20 +89,32 @@ class Control:
             return await self.log(exchange, query)
         if level > 0:
             raise Refusal(403, "Only an administrator may do this.")
-        return self.change(exchange)
+        match f"{exchange.method} {exchange.url}":
+            case "PUT /camera/reset":
+                self.camera.reset()
+            case "PUT /camera/answers":
+                self.set_rules(exchange.body_start)
+            case "PUT /camera/sensor":
+                self.camera.close_sensor()
+            case "PUT /camera/stop":
+                self.journal.event("the camera ends, asked for over /camera/stop")
+                self.camera.end()
+            case _:
+                raise Refusal(404, f"There are {PATHS}.")
+        return {"last": self.journal.last}
 
     async def log(self, exchange: Exchange, query: str) -> dict[str, Any]:
         pairs = urllib.parse.parse_qsl(query, keep_blank_values=True, errors="surrogateescape")
         given = {"since": "0", "wait": "0", "contains": ""} | dict(pairs)
         if unknown := sorted(given.keys() - {"since", "wait", "contains"}):
-            raise Refusal(400, f"There is no parameter {unknown[0][:MAX_SHOWN]}. {LOG_FORM}")
+            raise Refusal(400, f"There is no parameter {settings.short(unknown[0])}. {LOG_FORM}")
         since, wait = given["since"], given["wait"]
         if not re.fullmatch("[0-9]{1,19} [0-9]{1,19}", f"{since} {wait}") or int(wait) > MAX_WAIT:
             raise Refusal(400, LOG_FORM)
         while not (entries := self.journal.since(int(since), given["contains"])):
             if self.camera.ending or time.monotonic() >= exchange.arrived + int(wait):
                 break
-            await asyncio.sleep(PAUSE)
+            await asyncio.sleep(0.05)  # until the next look at the journal
         return {"run": self.run, "last": self.journal.last, "now": self.state(), "entries": entries}
 
     def state(self) -> dict[str, Any]:
@@ -122,30 +132,12 @@ class Control:
             "tables": camera.watch.shown(),
         }
 
-    def change(self, exchange: Exchange) -> dict[str, Any]:
-        """Carries out the requests that change the simulation."""
-        request = f"{exchange.method} {exchange.url}"
-        if request == "PUT /camera/reset":
-            self.camera.reset()
-        elif request == "PUT /camera/answers":
-            self.set_rules(exchange.body_start)
-        elif request == "PUT /camera/sensor":
-            self.camera.close_sensor()
-        elif request == "PUT /camera/stop":
-            self.journal.event("the camera ends, asked for over /camera/stop")
-            self.camera.end()
-        else:
-            raise Refusal(404, f"There are {PATHS}.")
-        return {"last": self.journal.last}
-
     def set_rules(self, body: bytes) -> None:
         if len(body) > MAX_RULES:
             raise Refusal(400, f"The rules are longer than {MAX_RULES} bytes.")
         try:
             rules = [daemons.parse_rule(word) for word in decoded(body).split()]
         except ValueError as error:
-            word = str(error)
-            shown = word[:MAX_SHOWN] + "..." if len(word) > MAX_SHOWN else word
-            raise Refusal(400, f"'{shown}' is not {daemons.RULE_FORM}.") from error
+            raise Refusal(400, f"'{settings.short(error)}' is not {daemons.RULE_FORM}.") from error
         self.camera.daemons.rules = rules
         self.journal.event("the daemons answer as usual" + (f", but for {decoded(body)}" if rules else ""))

@@ -38,8 +38,7 @@ def variables(parameters: bytes) -> dict[str, str]:
         return int.from_bytes(first if first < b"\x80" else first + rest.read(3)) & 0x7FFFFFFF
 
     while rest.tell() < len(parameters):
-        sizes = length(), length()
-        name, value = [decoded(rest.read(size)) for size in sizes]
+        name, value = (decoded(rest.read(size)) for size in (length(), length()))
         found[name] = value
     return found
 

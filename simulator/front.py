@@ -14,13 +14,8 @@ from simulator.processes import start
 # In memory, so that nothing of it is left when the camera ends, however that happens. Bodies are collected
 # here before anybody's password was looked at, so it is bounded.
 DIRECTORY = pathlib.Path("/dev/front")
-SIZE = "192m"
 SOCKET = DIRECTORY / "psia.socket"
 LOG = DIRECTORY / "lighttpd.log"
-CONFIGURATION = DIRECTORY / "lighttpd.conf"
-
-# The limits that a camera has, from the configuration that it is shipped with.
-SHIPPED = PROJECT / "deploy/lighttpd.conf"
 
 
 def is_ip_address(text: str) -> bool:
@@ -50,27 +45,24 @@ def listen(address: str, port: int) -> socket.socket:
 
 
 def limits() -> str:
-    """The lines of the shipped configuration that limit requests."""
-    shipped = SHIPPED.read_text() if SHIPPED.exists() else ""
-    section = re.search(r"^# PSIA: bodies(.+\n)+", shipped, re.MULTILINE)
+    """The lines that limit requests in the configuration that a camera is shipped with."""
+    shipped = PROJECT / "deploy/lighttpd.conf"
+    text = shipped.read_text() if shipped.exists() else ""
+    section = re.search(r"^# PSIA: bodies(.+\n)+", text, re.MULTILINE)
     if not section or "max-request-size" not in section[0]:
-        raise Fault(f"Cannot find the limits of requests in {SHIPPED}.")
+        raise Fault(f"Cannot find the limits of requests in {shipped}.")
     return re.sub(r"^server\.upload-dirs.*\n", "", section[0], flags=re.MULTILINE)
 
 
-def configuration(listener: socket.socket, page: pathlib.Path) -> str:
-    bind, port = authority(*listener.getsockname()[:2]).rsplit(":", 1)
+def configuration(page: pathlib.Path) -> str:
     return f"""\
 server.modules = ("mod_fastcgi")
-server.systemd-socket-activation = "enable"
-server.bind = "{bind}"
-server.port = {port}
+server.bind = "/dev/stdin"
 server.document-root = "{page.absolute()}"
 index-file.names = ("index.html")
 mimetype.assign = (".html" => "text/html; charset=utf-8", ".js" => "text/javascript; charset=utf-8",
   ".css" => "text/css; charset=utf-8", ".json" => "application/json", ".jpg" => "image/jpeg")
 server.upload-dirs = ("{DIRECTORY}")
-server.errorlog = "{LOG}"
 {limits()}
 # The service compares URLs without regard to case, so the web server does too.
 $HTTP["url"] =~ "(?i)^/(PSIA|camera)(/|$)" {{
@@ -81,27 +73,21 @@ $HTTP["url"] =~ "(?i)^/(PSIA|camera)(/|$)" {{
 
 class WebServer:
     def __init__(self, listener: socket.socket, page: pathlib.Path) -> None:
-        """Starts it inside the camera. The listener is one of the machine's network, and so is what it
-        accepts."""
+        """Starts it inside the camera; what it accepts comes from the listener's network, the machine's."""
         DIRECTORY.mkdir()
-        device.mount("tmpfs", DIRECTORY, "tmpfs", data=f"mode=700,size={SIZE}")
-        CONFIGURATION.write_text(configuration(listener, page))
-        LOG.touch()
-        # The listener as descriptor 3, by systemd's protocol for sockets (sd_listen_fds(3)).
-        take_over = 'LISTEN_FDS=1 LISTEN_PID=$$ exec lighttpd -D -f "$0" 3<&0 </dev/null'
-        self.process = start(["sh", "-c", take_over, str(CONFIGURATION)], stdin=listener.fileno())
+        device.mount("tmpfs", DIRECTORY, "tmpfs", data="mode=700,size=192m")
+        file = DIRECTORY / "lighttpd.conf"
+        file.write_text(configuration(page))
+        with LOG.open("wb") as log:
+            self.process = start(["lighttpd", "-D", "-f", str(file)], stdin=listener, stderr=log)
         deadline = time.monotonic() + 5
         while "server started" not in LOG.read_text():
-            if self.has_ended() or time.monotonic() > deadline:
+            if self.process.poll() is not None or time.monotonic() > deadline:
                 raise Fault(f"The web server lighttpd does not start.\n{LOG.read_text()}")
             time.sleep(0.005)
 
-    def has_ended(self) -> bool:
-        return self.process.poll() is not None
-
     def stop(self) -> None:
-        """Lets it finish the answers that it is sending; a client that does not take its answer has half a
-        second."""
+        """A client has half a second to take the answer that is being sent."""
         self.process.send_signal(signal.SIGINT)
         try:
             self.process.wait(0.5)

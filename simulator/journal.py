@@ -1,6 +1,5 @@
 """What happens in the camera: each request with the rows it changed, the messages it caused and what the
-service printed, and every other event. It is shown on the terminal and kept for the page and for test
-programs."""
+service printed, and every other event. The terminal shows it, and /camera/log gives it."""
 import base64
 import collections
 import os
@@ -93,20 +92,11 @@ class Journal:
         self.prefix = prefix  # of each line on the terminal
         self.entries: collections.deque[Entry] = collections.deque(maxlen=MAX_ENTRIES)
         self.last = 0  # id of the newest entry; ids count from 1
-        self.request: Exchange | None = None  # that is at the service
-
-    def begin_request(self, exchange: Exchange) -> None:
-        """Until end_request, messages and printed texts belong to this request."""
-        self.request = exchange
+        self.request: Exchange | None = None  # at the service; messages and printed texts belong to it
 
     def end_request(self, exchange: Exchange, changes: list[str]) -> None:
         self.request = None
         self.add(entry_of(exchange) | {"changes": changes})
-
-    def refuse_request(self, exchange: Exchange, reason: str) -> None:
-        """A request that does not reach the service."""
-        exchange.messages.append(reason)
-        self.add(entry_of(exchange))
 
     def message(self, words: str) -> None:
         """A message to the daemons or the daemons' answer."""
@@ -119,8 +109,7 @@ class Journal:
         self.add({"text": words, "changes": details or []})
 
     def printed(self, text: str) -> None:
-        """What the service wrote on its standard output: a document with its header lines, or a diagnostic
-        line."""
+        """On the service's standard output: a document with its header lines, or a diagnostic line."""
         if not self.request:
             self.add({"text": "the service printed", "printed": printed_lines(text)})
         elif len(self.request.printed) < MAX_PRINTED:
@@ -142,11 +131,11 @@ class Journal:
             sys.stdout = open(os.devnull, "w", encoding="utf-8")
             signal.raise_signal(signal.SIGTERM)
 
-    def since(self, last: int, part: str = "") -> list[Entry]:
+    def since(self, last: int, part: str) -> list[Entry]:
         """The entries with larger ids in which the text occurs, oldest first."""
-
-        def texts(entry: Entry) -> list[str]:
-            return [title(entry), *entry["changes"], *entry["messages"], *entry["printed"]]
-
-        newer = [entry for entry in self.entries if entry["id"] > last]
-        return [entry for entry in newer if any(part in text for text in texts(entry))]
+        found = []
+        for entry in [entry for entry in self.entries if entry["id"] > last]:
+            texts = [title(entry), *entry["changes"], *entry["messages"], *entry["printed"]]
+            if any(part in text for text in texts):
+                found.append(entry)
+        return found

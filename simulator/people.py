@@ -14,7 +14,7 @@ from argparse import Namespace
 from collections.abc import Callable
 
 from simulator import Fault, device, front, options
-from simulator.camera import SERVICE_SOCKET, Camera, listen_at
+from simulator.camera import Camera, listen_at
 from simulator.control import Control
 from simulator.processes import die_with, start
 from simulator.relay import Relay
@@ -165,7 +165,7 @@ def run_camera(given: Namespace, listener: socket.socket | None, ready: Callable
         for number in END_SIGNALS:
             signal.signal(number, camera.end)
         if web_socket:
-            relay = Relay(web_socket, str(SERVICE_SOCKET), Control(camera))
+            relay = Relay(web_socket, Control(camera))
             camera.service.start()
             if listener:
                 ready()

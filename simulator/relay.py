@@ -1,12 +1,12 @@
 """Stands between the web server and the service. It passes every byte on unchanged, one request after the
-other because the service takes one at a time, and notes each request and its answer. Requests that the camera
-answers itself do not reach the service: those below /camera, and all of them during an outage."""
+other because the service takes one at a time, and notes each request and its answer."""
 import asyncio
 import contextlib
 import socket
 from collections.abc import Awaitable
 
 from simulator import fastcgi
+from simulator.camera import SERVICE_SOCKET
 from simulator.control import Control
 from simulator.journal import Exchange
 
@@ -54,9 +54,8 @@ async def pass_request(exchange: Exchange, begun: bytes, web: socket.socket, ser
 
 
 class Relay:
-    def __init__(self, web: socket.socket, service_path: str, control: Control) -> None:
+    def __init__(self, web: socket.socket, control: Control) -> None:
         self.web = web  # listens for the web server
-        self.service_path = service_path
         self.control = control
         self.turn = asyncio.Lock()  # of the request that is at the service
         self.connections: set[asyncio.Task[None]] = set()  # each one request that is not answered yet
@@ -70,7 +69,6 @@ class Relay:
             await asyncio.wait(self.connections, timeout=PATIENCE)
 
     async def accept(self) -> None:
-        """Accepts the web server's connections."""
         self.web.setblocking(False)
         while True:
             web, _ = await asyncio.get_running_loop().sock_accept(self.web)
@@ -109,11 +107,10 @@ class Relay:
         await send(web, fastcgi.answer_records(exchange.number, answer))
 
     async def pass_on(self, exchange: Exchange, begun: bytes, web: socket.socket) -> None:
-        """Has the service answer the request."""
         with socket.socket(socket.AF_UNIX) as service:
-            service.connect(self.service_path)  # the camera itself listens there, also while no service runs
+            service.connect(str(SERVICE_SOCKET))  # the camera listens there, also while no service runs
             service.setblocking(False)
-            self.control.journal.begin_request(exchange)
+            self.control.journal.request = exchange
             request = asyncio.create_task(pass_request(exchange, begun, web, service))
             while record := await receive_record(service, exchange):
                 if fastcgi.END in exchange.streams:

@@ -4,9 +4,9 @@ from typing import Any
 
 # Control characters, which begin a terminal's commands, characters that turn the direction of writing, and
 # bytes that are no UTF-8 (decoded with "surrogateescape").
-UNSAFE = re.compile(
-    "[\0-\x08\x0a-\x1f\x7f-\x9f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069\ufeff\ud800-\udfff]"
-)
+UNSAFE = "[\0-\x08\x0a-\x1f\x7f-\x9f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069\ufeff\ud800-\udfff]"
+# Of XML: an opened element with its text and, where nothing else is in it, its end; another tag; a text.
+PIECE = "(<(?![/?!])[^>]*(?<!/)>)([^<]*)(</[^>]*>?)?|(<[^>]*>?|[^<]+)"
 DEEPEST = 40  # levels that are indented; a document may have many more
 
 
@@ -16,7 +16,7 @@ def decoded(data: bytes) -> str:
 
 def harmless(text: str) -> str:
     """The text with "?" for each character that a terminal must not receive."""
-    return UNSAFE.sub("?", text)
+    return re.sub(UNSAFE, "?", text)
 
 
 def for_json(value: Any) -> Any:
@@ -38,10 +38,7 @@ def indented(document: str) -> list[str]:
         return lines_of(document)
     lines: list[str] = []
     depth = 0
-    # An opened element with its text and, where nothing else is in it, its end; another tag; a text.
-    for opened, text, end, other in re.findall(
-        "(<(?![/?!])[^>]*(?<!/)>)([^<]*)(</[^>]*>?)?|(<[^>]*>?|[^<]+)", document
-    ):
+    for opened, text, end, other in re.findall(PIECE, document):
         if line := (opened + text.strip() + end + other).strip():
             depth = max(0, depth - line.startswith("</"))
             lines.append("  " * min(depth, DEEPEST) + line)
