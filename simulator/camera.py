@@ -21,7 +21,7 @@ from collections.abc import Callable
 from datetime import datetime
 from typing import IO
 
-from simulator import Fault, attempt, clock, daemons, device, messages, settings
+from simulator import Fault, attempt, clock, daemons, device, fastcgi, messages, settings
 from simulator.alarms import Alarms
 from simulator.journal import Exchange, Journal
 from simulator.front import WebServer
@@ -149,7 +149,7 @@ class Camera:
         """The message holds a local time without its zone, which is that of the last PUT of the time."""
         request = self.journal.request
         if request and re.match("PUT /PSIA/System/time(?!/)", f"{request.method} {request.url}", re.I):
-            zone = re.search(b"<timeZone>([^<]*)<", request.body_start)
+            zone = re.search(b"<timeZone>([^<]*)<", request.streams[fastcgi.INPUT])
             self.service_zone = (zone[1].decode(errors="replace") if zone else "") or "UTC0"
 
     def close_sensor(self) -> None:

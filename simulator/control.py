@@ -8,7 +8,7 @@ import time
 import urllib.parse
 from typing import Any
 
-from simulator import Fault, clock, daemons, device, settings
+from simulator import Fault, clock, daemons, device, fastcgi, settings
 from simulator.camera import Camera
 from simulator.front import is_ip_address
 from simulator.journal import Exchange, credentials, entry_of
@@ -93,7 +93,7 @@ class Control:
             case "PUT /camera/reset":
                 self.camera.reset()
             case "PUT /camera/answers":
-                self.set_rules(exchange.body_start)
+                self.set_rules(exchange.streams[fastcgi.INPUT])
             case "PUT /camera/sensor":
                 self.camera.close_sensor()
             case "PUT /camera/stop":

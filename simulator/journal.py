@@ -34,10 +34,6 @@ class Exchange:
         self.messages: list[str] = []  # that it caused, in words
         self.printed = ""  # by the service
 
-    @property
-    def body_start(self) -> bytes:
-        return self.streams[fastcgi.INPUT]
-
     def note(self, kind: int, content: bytes) -> None:
         """A part of a stream; an empty one ends it."""
         self.streams[kind] += content[: MAX_NOTED - len(self.streams[kind])]

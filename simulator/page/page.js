@@ -3,10 +3,8 @@
 // and the journal come from /camera/log, everything else from the interface that all clients use.
 
 let authorization = "";  // of the account that signs in or is signed in
-let journal = {run: null, last: 0, entries: []};  // of a run of the simulator, up to the id `last`
-let tables = {};         // the settings
+let journal = {last: 0};  // what the last poll was told
 let resources = [];
-let looking = null;      // the poll that is under way
 let seen = "";           // when a poll was answered last, in words
 let moves = 0;           // of the sliders
 
@@ -31,7 +29,7 @@ async function sign_in(user, credentials) {
   if (answer?.status === 401) return sign_out("User or password is wrong.");
   sessionStorage.account = JSON.stringify([user, credentials]);
   $("user-name").textContent = user;
-  await look();
+  await poll();
   $("resource").focus();
 }
 
@@ -51,29 +49,24 @@ $("sign-in").onsubmit = (event) => {
 };
 $("sign-out").onclick = () => sign_out("");
 
-// The state and the journal, once a second. One poll at a time, so that no entry is taken twice.
-
-const look = () => looking ??= poll().finally(() => looking = null);
+// The state and the newest hundred entries of the journal, once a second.
 
 async function poll() {
   const asked_by = authorization;
   if (!asked_by) return;
-  const [answer, content] = await ask("GET", `/camera/log?since=${journal.last}`);
+  const [answer, content] = await ask("GET", `/camera/log?since=${Math.max(0, journal.last - 100)}`);
   if (authorization !== asked_by) return;
   if (answer?.status === 401) return sign_out("User or password is wrong.");
   const problem = answer ? `The camera answers ${answer.status}.` : "No answer.";
   if (!answer?.ok) return show_state("no answer", `${problem} ${seen}`);
-  const {run, last, entries, now} = JSON.parse(await content.text());
-  if (run !== journal.run) {
-    journal = {run, last: 0, entries: []};
-    return poll();
-  }
-  journal = {run, last, entries: [...journal.entries, ...entries].slice(-100)};
-  tables = now.tables;
+  const before = journal;
+  journal = JSON.parse(await content.text());
+  const {run, last, entries, now} = journal;
   seen = `It answered last at ${new Date().toTimeString().slice(0, 8)}.`;
   show_state(now.up ? "running" : "restarting", now.up ? "" : "The camera restarts");
   draw(now);
-  if (entries.length > 0) $("log").replaceChildren(...journal.entries.map(log_item).reverse());
+  const changed = run !== before.run || last !== before.last;  // what a person has opened stays open
+  if (changed) $("log").replaceChildren(...entries.map(log_item).reverse());
   document.body.className = "signed-in";
 }
 
@@ -92,7 +85,7 @@ const kQualities = ["best", "good", "medium", "low", "lowest"].map((quality) => 
 const kSounds = [["G.711", "µ-law"], ["G.711", "A-law"], ["G.726", "24 kbit/s"], ["G.726", "32 kbit/s"]];
 const kRights = ["do everything", "change clock, media and events", "read", "read"];
 
-const rows = (table) => tables[table] ?? [];
+const rows = (table) => journal.now.tables[table] ?? [];
 const row = (table, key) => rows(table).find((found) => Object.values(found)[0] === key) ?? {};
 
 // The cells of the first row and of the first column are headings.
@@ -200,16 +193,14 @@ const kNoEntry = {milliseconds: "?", changes: [], messages: [], printed: []};
 
 // Sends a request. Gives words about it, the content of the answer and the journal's entry.
 async function send(method, url, body) {
-  const before = journal.last;
+  const {last} = journal;
   const [answer, content] = await ask(method, url, body);
   if (!answer) return {words: "The camera does not answer.", content: new Blob(), entry: kNoEntry};
-  await looking;  // a poll from before the answer may lack the entry
-  await look();
+  await poll();
   const entry = journal.entries.findLast((found) =>
-    found.id > before && found.method === method && answer.url.endsWith(found.url)) ?? kNoEntry;
+    found.id > last && found.method === method && answer.url.endsWith(found.url)) ?? kNoEntry;
   const words = `${answer.status} ${answer.statusText}${outcome(entry)}`;
-  const [, status] = /<statusCode>(\d)/.exec(await content.text()) ?? [];
-  const good = answer.ok && !(status > 1), stored = !good && entry.changes.length > 0;
+  const good = answer.ok && !(entry.status > 1), stored = !good && entry.changes.length > 0;
   const printed = answer.status === 500 && entry.printed.length > 0;  // the content is the web server's page
   return {words, content, entry, good, stored, printed};
 }
@@ -301,6 +292,7 @@ $("method").onchange = () => {
     (printed ? " The answer goes to the service's standard output." : "");
 };
 
-setInterval(look, 1000);
+const watch = () => poll().finally(() => setTimeout(watch, 1000));
+watch();
 load_resources();
 if (sessionStorage.account) sign_in(...JSON.parse(sessionStorage.account));
