@@ -60,8 +60,7 @@ async function poll() {
   const problem = answer ? `The camera answers ${answer.status}.` : "No answer.";
   if (!answer?.ok) return show_state("no answer", `${problem} ${seen}`);
   const before = journal;
-  journal = JSON.parse(await content.text());
-  const {run, last, entries, now} = journal;
+  const {run, last, entries, now} = journal = JSON.parse(await content.text());
   seen = `It answered last at ${new Date().toTimeString().slice(0, 8)}.`;
   show_state(now.up ? "running" : "restarting", now.up ? "" : "The camera restarts");
   draw(now);
