@@ -17,8 +17,8 @@ import sys
 import time
 from typing import NamedTuple
 
+from fastcgi_client import Connection
 from simulator import messages, settings
-from simulator.fastcgi import Connection
 
 SOCKET = str(settings.DIRECTORY / "bench.socket")
 USERS, STATUS, DONE = "/PSIA/Security/AAA/users", "/PSIA/Streaming/status", "<statusCode>1<"

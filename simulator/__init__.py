@@ -11,7 +11,7 @@ The modules, each of which imports only those before it:
     board      the command "daemons": the daemons on a development board
     processes  children of a camera
     inside     the command "inside": any program inside a camera
-    fastcgi    FastCGI records, and a client
+    fastcgi    the records of FastCGI
     front      the web server
     alarms     what follows when the sensor's contact closes
     rtsp       the RTSP server

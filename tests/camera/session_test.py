@@ -12,6 +12,7 @@ import threading
 
 import pytest
 
+from bench.fastcgi_client import Connection
 from simulator import PROJECT, fastcgi, processes
 from simulator.testing import eventually
 
@@ -118,7 +119,7 @@ def test_a_web_server_can_send_all_of_a_body_that_the_service_refuses_early(sock
     body = 1_500_000 * b"x"  # more than the service takes, less than a web server does
     variables = {"REQUEST_METHOD": "PUT", "REQUEST_URI": "/PSIA/System/deviceInfo",  # by admin:admin
                  "CONTENT_LENGTH": str(len(body)), "HTTP_AUTHORIZATION": "Basic YWRtaW46YWRtaW4="}
-    connection = fastcgi.Connection(socket_of_camera, variables, body, first=0)
+    connection = Connection(socket_of_camera, variables, body, first=0)
     connection.socket.sendall(connection.rest)
     answer, _ = connection.receive()
     assert "<statusCode>3<" in answer and answer.endswith("</ResponseStatus>\n")

@@ -11,10 +11,10 @@ import subprocess
 import time
 
 from answers import contents, status
+from bench.fastcgi_client import Connection
 from faults import SYSTEM_CALLS
 from simulator import messages, settings
 from simulator.device import FACTORY_DATA, RESOLVER
-from simulator.fastcgi import Connection
 from simulator.messages import reply
 from simulator.settings import DATABASE, DEFAULTS, DIRECTORY
 from simulator.testing import eventually

@@ -2,7 +2,8 @@
 import contextlib
 import struct
 
-from simulator.fastcgi import HEADER, parameter
+from bench.fastcgi_client import parameter
+from simulator.fastcgi import HEADER
 
 
 @contextlib.contextmanager
