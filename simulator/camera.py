@@ -168,7 +168,6 @@ class Camera:
         self.journal.message(f"the uploaded settings are {verdict}")
 
     def changes(self) -> list[str]:
-        """Of the settings since it was asked last, in words."""
         changes = self.watch.changes()
         if changes:
             self.streams.show(self.service_zone or self.zone)

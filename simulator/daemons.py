@@ -27,8 +27,6 @@ NOT_SIMULATED = {
 
 
 class Rule(NamedTuple):
-    """How the daemons answer one command."""
-
     command: int
     kind: str  # ok, busy, failed, late or never
     delay: int = 0  # seconds until a late answer

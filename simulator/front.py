@@ -25,10 +25,6 @@ def is_ip_address(text: str) -> bool:
         return False
 
 
-def is_loopback(text: str) -> bool:
-    return ipaddress.ip_address(text).is_loopback
-
-
 def authority(address: str, port: int) -> str:
     return f"[{address}]:{port}" if ":" in address else f"{address}:{port}"
 

@@ -69,7 +69,6 @@ class Message:
 
 
 def reply(message: Message, result: int, payload: bytes = b"") -> bytes:
-    """The record by which a daemon answers."""
     record = struct.pack("@lii", message.type, message.command, result) + payload[:MAX_PAYLOAD]
     return record.ljust(TYPE_WORD + BODY, b"\0")
 

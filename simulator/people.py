@@ -4,6 +4,7 @@ import contextlib
 import errno
 import fcntl
 import functools
+import ipaddress
 import os
 import pathlib
 import signal
@@ -78,7 +79,6 @@ def pin_own_zone() -> None:
 
 
 def open_ports(given: Namespace) -> list[socket.socket]:
-    """A listening socket for each camera."""
     firsts = PORTS if given.port is None else [given.port]
     for first in firsts:
         listeners: list[socket.socket] = []
@@ -106,7 +106,7 @@ def tell_ready(given: Namespace, listeners: list[socket.socket]) -> None:
     for number, url in enumerate(urls, 1):
         own = device.Identity(number)
         print(f"{own.name}, serial number {own.serial_number}: page {url}/  management service {url}/PSIA")
-    if not front.is_loopback(given.listen):
+    if not ipaddress.ip_address(given.listen).is_loopback:
         print(REACHABLE.format(address=given.listen))
     print(WELCOME.format(url=urls[0], port=ports[0]), flush=True)
     if given.ready_file:

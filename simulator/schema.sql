@@ -7,14 +7,13 @@ create table User (
 );
 
 create table Network (
-  ConnectionType integer,           -- 0 static address, 1 dynamic
+  ConnectionType integer,               -- 0 static address, 1 dynamic
   IPAddress text, SubnetMask text, Gateway text,
-  DDNSHostname text,                -- also the device's name
-  DateTimeSync integer,             -- 0 clock set by hand, 2 by NTP
-  NTPServer text,
-  NTPInterval integer,              -- minutes
+  DDNSHostname text,                    -- also the device's name
+  DateTimeSync integer,                 -- 0 clock set by hand, 2 by NTP
+  NTPServer text, NTPInterval integer,  -- minutes
   RTSPPort integer,
-  TimeZone text                     -- a name below /usr/share/zoneinfo
+  TimeZone text                         -- a name below /usr/share/zoneinfo
 );
 
 create table System (
@@ -30,8 +29,7 @@ create table Spec (
 
 create table VideoEncoder (
   VideoEncoderID integer primary key,  -- 0 Master, 1 Slave
-  Enable integer,
-  Codec integer,                       -- 0 MJPEG, 1 H.264
+  Enable integer, Codec integer,       -- codecs 0 MJPEG, 1 H.264
   Resolution integer,
   QualityType integer,                 -- 0 constant, 1 variable bit rate
   Bitrate integer,                     -- kilobits per second
@@ -47,15 +45,13 @@ create table VideoSource (
 
 create table Audio (
   AudioID integer primary key,
-  Type integer,  -- 0 input
-  Enable integer,
-  Codec integer  -- 0 and 1 G.711, 2 and 3 G.726
+  Type integer,                  -- 0 input
+  Enable integer, Codec integer  -- codecs 0 and 1 G.711, 2 and 3 G.726
 );
 
 create table ClientList (
   SessionID integer primary key,
-  StreamName text,  -- "Master-0" or "Slave-0"
-  Address text, Port integer
+  StreamName text, Address text, Port integer  -- streams "Master-0" and "Slave-0"
 );
 
 create table Event (
@@ -67,8 +63,7 @@ create table Event (
 
 create table SensorRelay (
   DeviceID integer primary key,  -- 0 the sensor input, the others relay outputs
-  Alias text,
-  Interval integer               -- seconds
+  Alias text, Interval integer   -- seconds
 );
 
 create table Relay (DeviceID integer primary key, Alias text);
