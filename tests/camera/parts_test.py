@@ -2,7 +2,7 @@
 import pytest
 
 from simulator.daemons import LATE, Rule, parse_rule
-from simulator.texts import decoded, for_json, harmless, indented
+from simulator.texts import decoded, harmless, indented
 
 
 def test_a_rule_of_answer_is_read_and_shown():
@@ -25,10 +25,6 @@ def test_another_text_is_no_rule_of_answer(text):
     (b"\xc0\x9b\xed\xa0\x80", "?????")])  # too long a form, a surrogate
 def test_no_text_reaches_a_terminal_as_commands(data, shown):
     assert harmless(decoded(data)) == shown
-
-
-def test_json_for_a_terminal_keeps_line_feeds_but_no_other_control_character():
-    assert for_json({"a": ["b\n\x1bc", 1]}) == {"a": ["b\n?c", 1]}
 
 
 def test_a_document_is_indented_also_when_it_is_not_well_formed():

@@ -18,12 +18,6 @@ cmake --build build >build.log || { tail build.log; exit 1; }
 wanted "warnings that were asked for are shown" grep -m 1 Wpadded build.log
 same "the builder's flags stay" "" "$(grep -oE '_FORTIFY_SOURCE=2|-flto' build/compile_commands.json)"
 
-cmake -S "$1" -B unflagged -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >>configure.log
-wanted "without flags of the builder's, fortified functions" \
-  grep -m 1 _FORTIFY_SOURCE=2 unflagged/compile_commands.json
-same "without flags of the builder's, warnings that are no errors" "" \
-  "$(grep -oe -Werror unflagged/compile_commands.json)"
-
 DESTDIR=$PWD/root cmake --install build --prefix /opt/camera >install.log
 same "without units and documents, these files are installed" "./libexec/psia/psia-rights
 ./libexec/psia/psia.fcgi
@@ -34,10 +28,6 @@ wanted "the start script names the place of the program" \
   grep '^PROGRAM=/opt/camera/libexec/psia/psia.fcgi$' root/opt/camera/share/psia/psia.init
 same "no program and no set-up keeps a path of another camera" "" \
   "$(grep -rlE '/usr/local|mtdblock7|updownload' root build/deploy)"
-wanted "the start script waits for the settings" \
-  grep '^DATABASE=/data/settings/morvid.db$' root/opt/camera/share/psia/psia.init
-wanted "the unit lets the service write to its folders" \
-  grep '^ReadWritePaths=-/data/settings -/data/www/exchange$' build/deploy/psia.service
 wanted "the web server refuses the exchange directory" \
   grep -F '^/exchange(/|$)' root/opt/camera/share/psia/nginx.conf
 same "no program needs a C++ library" "" \

@@ -27,11 +27,8 @@ def test_a_thousand_users_are_flushed_to_the_medium_a_few_times(faulty_camera):
     assert 0 <= faulty_camera.plan.skip < 20  # some were counted
 
 
-ADD_USERS = ("POST", USERS, """
-    <User>
-      <userName>ann</userName><password>p</password>
-      <userName>ben</userName><password>p</password>
-    </User>""")
+ADD_USERS = ("POST", USERS, "<User><userName>ann</userName><password>p</password>"
+             "<userName>ben</userName><password>p</password></User>")
 # A quote cannot be stored: the password of viewer fails in any case.
 CHANGE_USERS = ("PUT", USERS, """
     <UserList>
@@ -41,11 +38,8 @@ CHANGE_USERS = ("PUT", USERS, """
     </UserList>""")
 # An error for each user, and always an OK behind them.
 ALL_THREE_FAILED = answer(USERS, DEVICE_ERROR, DEVICE_ERROR, DEVICE_ERROR, OK)
-ADD_SERVERS = ("POST", FTP, """
-    <FTPNotificationList>
-      <FTPNotification><id>FTP-2</id></FTPNotification>
-      <FTPNotification><id>FTP-3</id></FTPNotification>
-    </FTPNotificationList>""")
+ADD_SERVERS = ("POST", FTP, "<FTPNotificationList><FTPNotification><id>FTP-2</id></FTPNotification>"
+               "<FTPNotification><id>FTP-3</id></FTPNotification></FTPNotificationList>")
 CHANGE_TRIGGERS = ("PUT", TRIGGERS, """
     <EventTriggerList>
       <EventTrigger><id>Sensor-0</id><intervalBetweenEvents>7</intervalBetweenEvents></EventTrigger>

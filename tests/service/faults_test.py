@@ -55,29 +55,17 @@ def test_a_read_that_fails_at_any_operation_changes_nothing(faulty_camera, kind,
 
 @pytest.mark.parametrize("kind, failures", [MEMORY, LOCK, WRITE, FLUSH, READ])
 # "always OK": whatever could not be stored, the answer is OK. The others answer OK only when all is done.
-@pytest.mark.parametrize("uri, body, always_ok", [
-    pytest.param(USERS, """
-        <UserList>
-          <User><userName>guest</userName><password>sent</password></User>
-        </UserList>""", False, id="users"),
-    pytest.param("/PSIA/System/Network/interfaces/eth0/ipAddress", """
-        <IPAddress>
-          <ipVersion>v4</ipVersion>
-          <addressingType>static</addressingType>
-          <ipAddress>10.0.0.7</ipAddress>
-        </IPAddress>""", False, id="address"),
-    pytest.param("/PSIA/Streaming/channels/1", """
-        <StreamingChannel>
-          <Video><constantBitRate>77</constantBitRate></Video>
-        </StreamingChannel>""", False, id="channel"),
-    pytest.param("/PSIA/Custom/Event/notification/mailing/Mail-1", """
-        <MailingNotification>
-          <id>Mail-1</id>
-          <hostName>sent.example</hostName>
-        </MailingNotification>""", True, id="mail server"),
-])
+@pytest.mark.parametrize("uri, always_ok, body", [
+    (USERS, False, "<UserList><User><userName>guest</userName><password>sent</password></User></UserList>"),
+    ("/PSIA/System/Network/interfaces/eth0/ipAddress", False,
+     "<IPAddress><addressingType>static</addressingType><ipAddress>10.0.0.7</ipAddress></IPAddress>"),
+    ("/PSIA/Streaming/channels/1", False,
+     "<StreamingChannel><Video><constantBitRate>77</constantBitRate></Video></StreamingChannel>"),
+    ("/PSIA/Custom/Event/notification/mailing/Mail-1", True,
+     "<MailingNotification><id>Mail-1</id><hostName>sent.example</hostName></MailingNotification>"),
+], ids=["users", "address", "channel", "mail server"])
 def test_a_change_that_fails_at_any_operation_leaves_a_beginning_of_its_effects(
-        faulty_camera, uri, body, always_ok, kind, failures):
+        faulty_camera, uri, always_ok, body, kind, failures):
     faulty_camera.plan.speed = FAST
     whole = faulty_camera.effects("PUT", uri, body)
     assert whole[-1] == OK
