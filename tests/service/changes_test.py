@@ -30,11 +30,11 @@ def test_the_reply_of_the_daemons_is_the_answer(camera, uri, body):
 
 
 def test_the_id_in_the_body_selects_the_video_input_and_missing_levels_become_0(camera):
-    camera.execute("insert into VideoSource (VideoSourceID, Brightness, Hue) values (1, 11, 12)")
-    body = "<VideoInputChannel><id>1</id><hueLevel>9</hueLevel></VideoInputChannel>"
+    camera.execute("insert into VideoSource (VideoSourceID, Brightness, Hue) values (7, 11, 12)")
+    body = "<VideoInputChannel><id>7</id><hueLevel>9</hueLevel></VideoInputChannel>"
     assert camera.effects("PUT", VIDEO, body) == [
-        "VideoSource[1].Brightness = 0", "VideoSource[1].Contrast = 0", "VideoSource[1].Hue = 9",
-        "message 1 picture: source = 1", OK]
+        "VideoSource[7].Brightness = 0", "VideoSource[7].Contrast = 0", "VideoSource[7].Hue = 9",
+        "message 1 picture: source = 7", OK]
 
 
 # Streaming channels.

@@ -183,7 +183,7 @@ def test_a_late_reply_is_taken_for_the_next_request(faulty_camera):
     assert faulty_camera.effects("PUT", REBOOT) == ["message 8 reboot", DEVICE_ERROR]
 
 
-def test_a_request_sends_32_messages_and_the_next_fails_its_update(faulty_camera):
+def test_a_request_sends_at_most_32_messages_and_the_33rd_update_is_not_stored(faulty_camera):
     def put_videos(count):
         videos = "".join(f"<Video><constantBitRate>{rate}</constantBitRate></Video>" for rate in range(count))
         return faulty_camera.effects("PUT", CHANNEL, f"<StreamingChannel>{videos}</StreamingChannel>")
@@ -192,7 +192,7 @@ def test_a_request_sends_32_messages_and_the_next_fails_its_update(faulty_camera
         effects = put_videos(33)
         assert effects.count("message 2 encoder: master = 1") == 32
         assert effects[-1] == DEVICE_ERROR
-        # The rates count from 0.
+        # The rates count from 0: 31 is that of the 32nd video.
         assert faulty_camera.rows("select Bitrate from VideoEncoder where VideoEncoderID=0") == [(31,)]
     assert put_videos(32)[-1] == OK
 
@@ -210,5 +210,6 @@ def test_a_full_queue_is_waited_for_until_there_is_room(camera):
 
 def test_a_request_is_answered_with_busy_when_the_queue_is_gone(camera):
     REQUESTS.remove()
+    # Queue 1 is that of the requests. To send to one that is gone is an invalid argument for the kernel.
     assert camera.effects("PUT", REBOOT) == [
         "reported Send Message using Message Queue 1 Failed\n: Invalid argument", DEVICE_BUSY]

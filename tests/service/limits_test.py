@@ -123,7 +123,7 @@ def test_a_document_is_read_no_further_than_its_first_error(camera, beginning, e
 
 def test_a_body_of_more_than_1_mib_is_refused_but_a_web_server_can_send_all_of_it(camera):
     uri = "/PSIA/System/time/localTime"
-    camera.execute("update Network set DateTimeSync=2")  # so a time is read and ignored
+    camera.execute("update Network set DateTimeSync=2")  # NTP: any time is ignored, so only the size fails
     with peer(camera, "PUT", uri, (MIB + 1) * "x", first=0) as web_server:
         web_server.socket.sendall(web_server.rest)  # fails when the service closes the connection too early
         assert web_server.receive()[0] == answer(uri, DEVICE_ERROR)
