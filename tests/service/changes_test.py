@@ -40,7 +40,8 @@ def test_the_id_in_the_body_selects_the_video_input_and_missing_levels_become_0(
 # Streaming channels.
 
 def test_every_part_is_stored_and_sent_whatever_the_daemons_reply(camera):
-    # Width, control type and quality are those of the factory, repeated: without them defaults are stored.
+    # Width, control type and quality repeat the factory's: without them defaults are stored. Channel 1 is
+    # encoder 0, the master stream.
     assert camera.effects("PUT", CHANNELS + "/1", """
         <StreamingChannel>
           <Transport><rtspPortNo>8554</rtspPortNo></Transport>

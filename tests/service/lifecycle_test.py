@@ -80,8 +80,8 @@ def test_as_a_plain_cgi_program_the_service_serves_one_request(unstarted_camera)
 
 
 def test_a_stop_ends_the_wait_of_a_plain_cgi_program_for_its_body(faulty_camera):
-    faulty_camera.stop_service()
-    faulty_camera.plan.speed = FAST
+    faulty_camera.stop_service()  # the fixture started it for FastCGI
+    faulty_camera.plan.speed = FAST  # a stopped service waits 1.5 s more for a byte
     put = VARIABLES | {"REQUEST_METHOD": "PUT", "REQUEST_URI": AUDIO, "CONTENT_LENGTH": "1"}
     silent, standard_input = socket.socketpair()
     with silent:

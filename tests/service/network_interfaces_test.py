@@ -12,7 +12,6 @@ ADDRESS = INTERFACE + "/ipAddress"
 
 
 def run_ip(*commands):
-    """Runs commands of ip(8)."""
     subprocess.run(["ip", "-batch", "-"], input="\n".join(commands), text=True, check=True)
 
 
@@ -35,8 +34,7 @@ def test_the_live_state_is_shown(camera):
 def test_without_addresses_zeros_are_shown(camera):
     run_ip("address flush dev eth0")
     RESOLVER.write_text("")
-    # The interface's, the gateway's and those of two name servers, in this order.
-    assert camera.shown(INTERFACE, "ipAddress") == ["0.0.0.0", "0.0.0.0", "", ""]
+    assert camera.shown(INTERFACE, "ipAddress") == ["0.0.0.0", "0.0.0.0", "", ""]  # own, gateway, two servers
     assert camera.shown(INTERFACE, "subnetMask") == ["0.0.0.0"]
 
 
