@@ -1,5 +1,5 @@
-"""The simulated camera at work: the daemons behind the queues, boots and outages, the relay in front of the
-service, and the journal of it all.
+"""The simulated camera at work: the service, the daemons behind the queues, boots and outages, and the
+journal of it all.
 
 States:
   up    the service runs; tend_service() restarts it when it ends by itself
